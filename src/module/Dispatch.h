@@ -1,0 +1,24 @@
+// The method families behind process(): each takes over after the head of
+// process has zeroed the two outputs and derived the counts.
+#pragma once
+
+#include "module/MethodTable.h"
+
+struct RepairRequest {
+    float** channels;
+    int channelCount;
+    int sampleRate;
+    int start;
+    int length;
+    int method;
+    MethodCounts counts;
+};
+
+// Method 0: a straight line through the two intact neighbours. Always 0.
+int drawStraightLine(const RepairRequest& request);
+
+// Methods 1 and 2: least-squares AR interpolation, ten passes or one.
+int repairClick(const RepairRequest& request);
+
+// Methods 3 to 6: waveform replacement with crossfades reported through the fades.
+int replaceWaveform(const RepairRequest& request, int* leftFade, int* rightFade);
