@@ -32,6 +32,9 @@ public:
     const std::vector<double>& autocorrelation() const { return autocorrelation_; }
 
 private:
+    // Fills the context from both sides of the gap, solves and writes the gap back.
+    void solve(float* samples, int start, int gap, int mode);
+
     std::unique_ptr<ArWorkspace> workspace_;
     int maxOrder_;
     std::vector<double> autocorrelation_;

@@ -1,0 +1,119 @@
+#include "ar/AnalysisSegment.h"
+
+#include <array>
+#include <cmath>
+#include <limits>
+
+namespace {
+
+constexpr double twoPi = 6.283185307179586;
+constexpr float twoToMinus32 = 0x1p-32f;
+
+void buildHann(int n, float* window, HannPrecision precision)
+{
+    for (int i = 0; i < n; ++i) {
+        const double angle = static_cast<double>(i) * twoPi / static_cast<double>(n);
+        if (precision == HannPrecision::float32) {
+            const float c = std::cos(static_cast<float>(angle));
+            window[i] = (0.5f - 0.5f * c) / static_cast<float>(n);
+        } else {
+            window[i] = static_cast<float>((0.5 - 0.5 * std::cos(angle)) / static_cast<double>(n));
+        }
+    }
+}
+
+// Rise over 0.9 n samples (half a cosine period of 1.8 n) then a fall over 0.1 n.
+float riseValue(int i, int n)
+{
+    return static_cast<float>(0.5 - 0.5 * std::cos(twoPi * i / (1.8 * n)));
+}
+
+float fallValue(int j, int n)
+{
+    return static_cast<float>(0.5 - 0.5 * std::cos(twoPi * (0.1 * n - j) / (0.2 * n)));
+}
+
+// Mode 3 takes the rise's end and the fall's loop test in double.
+void buildRiseFall(int n, float* window)
+{
+    const int knee = static_cast<int>(n * 0.9);
+    for (int i = 0; i < knee; ++i) window[i] = riseValue(i, n);
+    for (int j = 0; j < 0.1 * n; ++j) window[knee + j] = fallValue(j, n);
+}
+
+// Mode 4 forms the rise's end and the fall's loop test in float, while the fall
+// starts at the double knee; over n <= 1024 both knees agree and n points are set.
+void buildFallRise(int n, float* window)
+{
+    std::array<float, maxAnalysisLength> shape{};
+    const int riseEnd = static_cast<int>(static_cast<float>(n) * 0.9f);
+    const int knee = static_cast<int>(n * 0.9);
+    for (int i = 0; i < riseEnd; ++i) shape[i] = riseValue(i, n);
+    for (int j = 0; static_cast<float>(j) < static_cast<float>(n) * 0.1f; ++j)
+        shape[knee + j] = fallValue(j, n);
+    for (int i = 0; i < n; ++i) window[i] = shape[n - 1 - i];
+}
+
+}  // namespace
+
+void buildAnalysisWindow(int mode, int n, float* window, HannPrecision precision)
+{
+    if (mode == 3) buildRiseFall(n, window);
+    else if (mode == 4) buildFallRise(n, window);
+    else buildHann(n, window, precision);
+}
+
+int windowedSegmentOffset(int mode, int n, int gapLength)
+{
+    if (mode == 3) return gapLength;
+    if (mode == 4) return n;
+    return n - n / 2;
+}
+
+void windowSpan(int mode, int n, int gapLength, float* span, HannPrecision precision)
+{
+    std::array<float, maxAnalysisLength> window{};
+    buildAnalysisWindow(mode, n, window.data(), precision);
+    const float* segment = span + windowedSegmentOffset(mode, n, gapLength);
+    std::array<float, maxAnalysisLength> windowed{};
+    for (int i = 0; i < n; ++i) windowed[i] = window[i] * segment[i];
+    for (int i = 0; i < n; ++i) span[i] = windowed[i];
+}
+
+void applyIntegerNoise(float* span, int count, std::uint32_t seed, std::uint32_t multiplier,
+                       float sign)
+{
+    std::uint32_t s = seed;
+    for (int i = 0; i < count; ++i) {
+        s *= multiplier;
+        if (s == 0) s = static_cast<std::uint32_t>(i);
+        const float noise = static_cast<float>(s) * twoToMinus32;
+        span[i] = sign > 0.0f ? span[i] + noise : span[i] - noise;
+    }
+}
+
+std::int32_t truncateToInt32(double value)
+{
+    constexpr double limit = 2147483648.0;
+    if (!(value > -limit - 1.0 && value < limit)) return std::numeric_limits<std::int32_t>::min();
+    return static_cast<std::int32_t>(value);
+}
+
+std::int64_t truncateToInt64(double value)
+{
+    constexpr double limit = 9223372036854775808.0;
+    if (!(value >= -limit && value < limit)) return std::numeric_limits<std::int64_t>::min();
+    return static_cast<std::int64_t>(value);
+}
+
+std::uint32_t noiseSeed(int seedValue)
+{
+    const double product = static_cast<double>(static_cast<float>(seedValue)) * 1000.0;
+    return static_cast<std::uint32_t>(truncateToInt64(product));
+}
+
+std::uint32_t noiseMultiplier(int seedValue)
+{
+    const double product = static_cast<double>(static_cast<float>(seedValue)) * 10000.0;
+    return static_cast<std::uint32_t>(truncateToInt64(product));
+}
