@@ -1,0 +1,162 @@
+#include "crackle/ArCrackleRepair.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "ar/ArRecursions.h"
+#include "ar/ClassicRand.h"
+
+namespace {
+
+constexpr int correlationSize = 1024;
+// Below this energy the block carries only dither: keep the last model.
+constexpr double silentEnergy = 1e-9;
+
+}  // namespace
+
+ArCrackleRepair::ArCrackleRepair(int channels, int /*requestedMaxSpan*/, int blockSize, int passes)
+    : channels_(channels),
+      blockSize_(blockSize),
+      inSpan_(channels),
+      spanStart_(channels),
+      spanEnd_(channels),
+      workSamples_(channels, 5 * maxSpanLength + blockSize),
+      workMarks_(channels, 5 * maxSpanLength + blockSize),
+      windowedBlock_(blockSize),
+      hannWindow_(blockSize),
+      autocorr_(2 * maxSpanLength + 2),
+      lpcRows_(2 * maxSpanLength + 2, 2 * maxSpanLength + 2),
+      context_(5 * maxSpanLength),
+      gapSolver_(std::make_unique<ArWorkspace>(2 * maxSpanLength, maxSpanLength)),
+      correlator_(std::make_unique<standardLib::Correlation<double>>(correlationSize)),
+      passes_(passes)
+{
+    // Periodic Hann, scaled by 1/blockSize.
+    for (int k = 0; k < blockSize_; ++k) {
+        const double angle = (6.283185307179586 * k) / blockSize_;
+        hannWindow_[k] = (0.5 - 0.5 * std::cos(angle)) / blockSize_;
+    }
+    reset();
+}
+
+void ArCrackleRepair::reset()
+{
+    std::fill(windowedBlock_.begin(), windowedBlock_.end(), 0.0);
+    workSamples_.fill(0.0f);
+    workMarks_.fill(0);
+    lpcRows_.fill(0.0);
+    std::fill(inSpan_.begin(), inSpan_.end(), 0);
+    std::fill(spanStart_.begin(), spanStart_.end(), 0);
+    std::fill(spanEnd_.begin(), spanEnd_.end(), 0);
+    gapSolver_->clear();
+}
+
+int ArCrackleRepair::process(float** in, float** out, int** marks)
+{
+    for (int c = 0; c < channels_; ++c) {
+        float* samples = workSamples_[c];
+        int* workMarks = workMarks_[c];
+        std::copy_n(in[c], blockSize_, samples + overlap_);
+        std::copy_n(marks[c], blockSize_, workMarks + overlap_);
+
+        repairChannel(c);
+
+        std::copy_n(samples + historyLength(), blockSize_, out[c]);
+        std::copy_n(workMarks + historyLength(), blockSize_, marks[c]);
+        // The last overlap_ samples become the carry of the next block.
+        std::copy(samples + blockSize_, samples + blockSize_ + overlap_, samples);
+        std::copy(workMarks + blockSize_, workMarks + blockSize_ + overlap_, workMarks);
+    }
+    return 0;
+}
+
+void ArCrackleRepair::repairChannel(int c)
+{
+    // The model order follows the longest span, so every span finds its row.
+    int order = 2 * longestSpan(c);
+    if (order >= maxOrder_) order = maxOrder_ - 1;
+    for (int pass = 0; pass < passes_; ++pass) {
+        estimateModel(c, order);
+        scanSpans(c, [this, c](int start, int end) { solveSpan(c, start, end); });
+    }
+}
+
+int ArCrackleRepair::longestSpan(int c)
+{
+    int longest = 0;
+    scanSpans(c, [&longest](int start, int end) { longest = std::max(longest, end - start); });
+    return longest > 0 ? longest : 1;
+}
+
+float ArCrackleRepair::ditherSample() const
+{
+    return (static_cast<float>(ferrotip::rand()) * (1.0f / 32767.0f) - 0.5f) * 3e-6f;
+}
+
+void ArCrackleRepair::estimateModel(int c, int order)
+{
+    const float* block = workSamples_[c] + historyLength();
+    for (int k = 0; k < blockSize_; ++k) {
+        windowedBlock_[k] = static_cast<double>(block[k]) * hannWindow_[k] +
+                            static_cast<double>(ditherSample());
+    }
+    correlator_->autocorrelate(windowedBlock_.data(), blockSize_, autocorr_.data(), order + 1);
+    if (autocorr_[0] > silentEnergy) levinsonDurbinRows(autocorr_.data(), lpcRows_.rows(), order);
+}
+
+template <typename OnSpan>
+void ArCrackleRepair::scanSpans(int c, OnSpan onSpan)
+{
+    // Only 1 opens a span and only 0 closes one. A span still open at the block's
+    // end is followed into the look-ahead as far as lookAheadLimit.
+    const int* marks = workMarks_[c];
+    const int blockEnd = historyLength() + blockSize_;
+    inSpan_[c] = 0;
+    int i = historyLength();
+    for (; i < blockEnd; ++i) {
+        const int m = marks[i];
+        if (inSpan_[c] == 0 && m == 1) {
+            inSpan_[c] = 1;
+            spanStart_[c] = i;
+        }
+        if (inSpan_[c] == 1 && m == 0) {
+            inSpan_[c] = 0;
+            spanEnd_[c] = i;
+            onSpan(spanStart_[c], i);
+        }
+    }
+    if (inSpan_[c] == 1) {
+        inSpan_[c] = 0;
+        if (marks[i] == 1) {
+            while (i < lookAheadLimit() && marks[i] == 1) ++i;
+        }
+        spanEnd_[c] = i;
+        onSpan(spanStart_[c], i);
+    }
+}
+
+void ArCrackleRepair::solveSpan(int c, int start, int end)
+{
+    const int length = end - start;
+    // A span that reached the look-ahead limit has not been seen to end.
+    if (length >= maxSpan_ || end >= lookAheadLimit()) return;
+    float* samples = workSamples_[c];
+    const int order = 2 * length;
+    float* context = context_.data();
+    std::copy_n(samples + start - order, order, context);
+    std::copy_n(samples + end, order, context + order);
+    if (gapSolver_->interpolateGap(context, lpcRows_[order], order, length) == 0) {
+        std::copy_n(context, length, samples + start);
+    } else {
+        fillStraightLine(samples, start, end);
+    }
+}
+
+void ArCrackleRepair::fillStraightLine(float* samples, int start, int end)
+{
+    const int length = end - start;
+    const float a = samples[start];
+    const float b = samples[end];
+    const float step = (b - a) / static_cast<float>(length + 1);
+    for (int j = 0; j < length; ++j) samples[start + j] = static_cast<float>(j + 1) * step + a;
+}

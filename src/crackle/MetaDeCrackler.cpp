@@ -1,0 +1,3 @@
+#include "crackle/MetaDeCrackler.h"
+
+MetaDeCrackler::~MetaDeCrackler() = default;
