@@ -1,0 +1,12 @@
+# Tests of the buffers, block processing, delay lines, frame processor and correlation.
+ferrotip_add_tests(signal_blocks
+  LIBRARIES ferrotip::signal
+  SOURCES
+    ${CMAKE_CURRENT_LIST_DIR}/AllocationCounter.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/CBufferTest.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/CBuffer2DTest.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/BufferRoutinesTest.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/MatrixRoutinesTest.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/CProcessSamplesBasisTest.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/CDelayTest.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/DelayClassTest.cpp)
