@@ -9,13 +9,6 @@
 
 namespace {
 
-// Up to a gap of 149 samples the model order is twice the gap; from 150 on it is
-// 1.1 times the gap, so the largest order drops from 298 to 165 at that step.
-int largestOrderFor(int maxGap)
-{
-    return maxGap < 150 ? 2 * maxGap : static_cast<int>(maxGap * 1.1);
-}
-
 // A tiny dither, +-1.5e-6, keeps the recursion away from a singular
 // autocorrelation on digital silence.
 void addDither(std::vector<double>& analysis)
@@ -25,6 +18,11 @@ void addDither(std::vector<double>& analysis)
 }
 
 }  // namespace
+
+int LsarInterp::largestOrderFor(int maxGap)
+{
+    return maxGap < 150 ? 2 * maxGap : static_cast<int>(maxGap * 1.1);
+}
 
 LsarInterp::LsarInterp(int contextLength, int maxGapSamples)
     : maxOrder_(largestOrderFor(maxGapSamples)),

@@ -24,6 +24,10 @@ public:
     // length exceeds the gap limit (nothing written).
     int interpolate(float* samples, int start, int length, int mode);
 
+    // Largest model order for a gap limit: twice the gap below 150 samples, 1.1
+    // times it from there on (so the order steps down from 298 to 165 at 150).
+    static int largestOrderFor(int maxGap);
+
     int maxOrder() const { return maxOrder_; }
     int analysisLength() const { return analysisLength_; }
     int maxGap() const { return maxGap_; }

@@ -1,0 +1,88 @@
+#include "RepairWindow.h"
+
+#include <ferrotip/ferrotip.h>
+
+#include <algorithm>
+#include <cctype>
+#include <limits>
+
+#include "CliError.h"
+#include "module/MethodReach.h"
+#include "module/MethodTable.h"
+
+namespace {
+
+std::string lowercase(std::string text)
+{
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return text;
+}
+
+MethodDescription describe(int index)
+{
+    MethodDescription record{};
+    record.index = index;
+    getMethodDescription(&record);
+    return record;
+}
+
+std::string methodList()
+{
+    std::string list;
+    for (int i = 0; i < FERROTIP_METHOD_COUNT; ++i)
+        list += (i ? ", " : "") + std::to_string(i) + " \"" + describe(i).name + "\"";
+    return list;
+}
+
+}  // namespace
+
+MethodInfo findMethod(const std::string& text)
+{
+    for (int i = 0; i < FERROTIP_METHOD_COUNT; ++i) {
+        const MethodDescription record = describe(i);
+        if (text == std::to_string(i) || lowercase(text) == lowercase(record.name))
+            return {i, record.name, record.maxGapMs};
+    }
+    throw CliError("unknown method '" + text + "'; choose one of " + methodList());
+}
+
+RepairWindow planRepair(const MethodInfo& method, int sampleRate, std::int64_t start,
+                        std::int64_t length)
+{
+    constexpr std::int64_t int32Max = std::numeric_limits<std::int32_t>::max();
+    if (length < 1) throw CliError("the region must be at least one sample long");
+    const MethodDescription row = describe(method.index);
+    const MethodCounts counts = deriveCounts(row, sampleRate, 0);
+    const std::int64_t limit = std::int64_t{row.maxGapMs} * counts.samplesPerMs;
+    if (length > limit || length > int32Max)
+        throw CliError("region of " + std::to_string(length) + " samples is longer than \"" +
+                       method.name + "\" allows: " + std::to_string(row.maxGapMs) + " ms, " +
+                       std::to_string(limit) + " samples at " + std::to_string(sampleRate) + " Hz");
+    const int gap = static_cast<int>(length);
+    const MethodReach reach = methodReach(method.index, deriveCounts(row, sampleRate, gap), gap);
+    if (method.index >= 3 && reach.before < waveformTemplateLength)
+        throw CliError("\"" + method.name + "\" needs " + std::to_string(waveformTemplateLength) +
+                       " samples of context before the region; " + std::to_string(sampleRate) +
+                       " Hz gives only " + std::to_string(reach.before));
+    RepairWindow window;
+    window.first = start - reach.before;
+    window.length = std::int64_t{reach.before} + reach.after;
+    window.startInWindow = reach.before;
+    return window;
+}
+
+RepairOutcome runRepair(std::vector<std::vector<float>>& channels, int sampleRate,
+                        const RepairWindow& window, int length, const MethodInfo& method)
+{
+    std::vector<float*> pointers;
+    for (auto& channel : channels) pointers.push_back(channel.data());
+    RepairOutcome outcome;
+    outcome.result = process(nullptr, pointers.data(), static_cast<int>(pointers.size()),
+                             sampleRate, window.startInWindow, length, method.index,
+                             &outcome.leftFade, &outcome.rightFade);
+    if (outcome.result != 0)
+        throw CliError("\"" + method.name + "\" refused the region (code " +
+                       std::to_string(outcome.result) + ")");
+    return outcome;
+}

@@ -1,0 +1,41 @@
+// The stretch of audio a repair works on: every sample the method reads around
+// the region, as the module's hosts must provide it. Parts of the stretch beyond
+// the file's ends are zeros, so the module never reads outside memory.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+struct RepairWindow {
+    std::int64_t first = 0;  // file frame of the window's first sample (may be negative)
+    std::int64_t length = 0;
+    int startInWindow = 0;   // the region's first sample within the window
+};
+
+struct RepairOutcome {
+    int result = 0;
+    int leftFade = 0;
+    int rightFade = 0;
+};
+
+// The method's row, read through the C API.
+struct MethodInfo {
+    int index;
+    std::string name;
+    int maxGapMs;
+};
+
+// Method by number ("2") or by name, case-insensitively ("normal clicks").
+// Throws CliError listing the methods when nothing matches.
+MethodInfo findMethod(const std::string& text);
+
+// Checks the region against the method's limit (in ms and samples) and works out
+// the window. Throws CliError with the reason when the repair cannot be done.
+RepairWindow planRepair(const MethodInfo& method, int sampleRate, std::int64_t start,
+                        std::int64_t length);
+
+// Runs process() on per-channel windows (each window.length samples, normalised to
+// [-1, 1)). Throws CliError when the module refuses.
+RepairOutcome runRepair(std::vector<std::vector<float>>& channels, int sampleRate,
+                        const RepairWindow& window, int length, const MethodInfo& method);

@@ -1,0 +1,29 @@
+// ferrotip: repair and declick audio files with the ferrotip module.
+#include <cstdio>
+
+#include "CliError.h"
+#include "Commands.h"
+
+int main(int argc, char** argv)
+{
+    CLI::App app{"ferrotip: repair clicks, crackle and dropouts in audio files"};
+    app.require_subcommand(1);
+    addMethodsCommand(app);
+    addRepairCommand(app);
+    addDemoCommand(app);
+#ifdef FERROTIP_HAS_DECLICK
+    addDeclickCommand(app);
+#endif
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error);
+    } catch (const CliError& error) {
+        std::fprintf(stderr, "ferrotip: %s\n", error.what());
+        return 1;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "ferrotip: %s\n", error.what());
+        return 2;
+    }
+    return 0;
+}
