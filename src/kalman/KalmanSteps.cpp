@@ -3,7 +3,8 @@
 #include "kalman/MatrixToolkit.h"
 
 #include <algorithm>
-#include <cmath>
+#include <cstdint>
+#include <cstring>
 
 namespace kalman {
 namespace {
@@ -32,24 +33,47 @@ void transitionRows(const float* const* cov, const float* signalCoeffs,
     copyRow(cov[m], scratch[m + 1], n);
 }
 
-// Columns of (F * cov) * F', one row at a time.
+// Column 0 of (F * cov) * F': one dot product per row. Rows go in groups of eight
+// with a sum each, so the additions overlap; every sum keeps its ascending order.
+void signalColumn(const float* const* scratch, const float* signalCoeffs, int p, int n,
+                  float** predictedCov) {
+    constexpr int group = 8;
+    int r = 0;
+    for (; r + group <= n; r += group) {
+        float sums[group] = {};
+        for (int i = 0; i < p; ++i)
+            for (int b = 0; b < group; ++b) sums[b] += scratch[r + b][i] * signalCoeffs[i];
+        for (int b = 0; b < group; ++b) predictedCov[r + b][0] = sums[b];
+    }
+    for (; r < n; ++r) predictedCov[r][0] = vecDot(scratch[r], signalCoeffs, p);
+}
+
+// Columns of (F * cov) * F': the signal column, then the shifts and the noise taps of
+// each row, written after it.
 void transitionColumns(const float* const* scratch, const float* signalCoeffs,
                        const float* noiseCoeffs, int p, int m, int n, float** predictedCov) {
+    signalColumn(scratch, signalCoeffs, p, n, predictedCov);
     for (int r = 0; r < n; ++r) {
         const float* in = scratch[r];
         float* out = predictedCov[r];
-        out[0] = vecDot(in, signalCoeffs, p);
         for (int c = 1; c < m; ++c) out[c] = in[c - 1];
         out[m] = in[m + 1] * noiseCoeffs[1] + in[m] * noiseCoeffs[0];
         out[m + 1] = in[m];
     }
 }
 
+// True when no element is an infinity or a NaN (exponent bits all set); tested on
+// the bit patterns so that the scan runs in vector lanes.
 bool allFinite(const float* const* matrix, int n) {
+    constexpr std::uint32_t exponent = 0x7f800000u;
+    std::uint32_t nonFinite = 0;
     for (int r = 0; r < n; ++r)
-        for (int j = 0; j < n; ++j)
-            if (!std::isfinite(matrix[r][j])) return false;
-    return true;
+        for (int j = 0; j < n; ++j) {
+            std::uint32_t bits;
+            std::memcpy(&bits, &matrix[r][j], sizeof bits);
+            nonFinite |= (bits & exponent) == exponent;
+        }
+    return nonFinite == 0;
 }
 
 // Columns 0, m and r of correction row r, ascending, without repeats, below n: the
@@ -63,6 +87,19 @@ int nonZeroColumns(int r, int m, int n, int* columns) {
     return count;
 }
 
+// out[j] = ((0 + a0 * in0[j]) + a1 * in1[j]) + a2 * in2[j] in one pass; the leading
+// 0 keeps the sum's start, which turns a product of -0 into +0.
+void threeTermRow(float* __restrict out, const float* in0, float a0, const float* in1,
+                  float a1, const float* in2, float a2, int n) {
+    for (int j = 0; j < n; ++j) {
+        float sum = 0.0f;
+        sum += a0 * in0[j];
+        sum += a1 * in1[j];
+        sum += a2 * in2[j];
+        out[j] = sum;
+    }
+}
+
 // The dense sum for element [r][j] runs 0.0f + sum over k of correction[r][k] *
 // predictedCov[k][j]. With predictedCov finite, every term from a zero of the
 // correction is a zero, and adding a zero to a running sum that starts at +0 changes
@@ -73,9 +110,15 @@ void updateCovarianceSparse(const float* const* correction, const float* const* 
     for (int r = 0; r < n; ++r) {
         int columns[3];
         const int count = nonZeroColumns(r, m, n, columns);
+        const float* a = correction[r];
+        if (count == 3) {
+            threeTermRow(cov[r], predictedCov[columns[0]], a[columns[0]], predictedCov[columns[1]],
+                         a[columns[1]], predictedCov[columns[2]], a[columns[2]], n);
+            continue;
+        }
         std::fill(cov[r], cov[r] + n, 0.0f);
         for (int t = 0; t < count; ++t)
-            accumulateRow(cov[r], predictedCov[columns[t]], correction[r][columns[t]], n);
+            accumulateRow(cov[r], predictedCov[columns[t]], a[columns[t]], n);
     }
 }
 
