@@ -1,0 +1,1 @@
+ferrotip_add_benchmark(bench_click_repair ProcessClickBench.cpp)
