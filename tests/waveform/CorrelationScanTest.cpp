@@ -386,6 +386,38 @@ TEST(CorrelationScan, LoudPassageEndingInSilenceCanScoreNaN)
     normCorrelate(ref.data(), 4, sig.data(), 20, out.data(), 12, 0);
     EXPECT_TRUE(std::isnan(out[3])) << out[3];
     EXPECT_TRUE(std::isnan(out[11])) << out[11];
+    // One lag earlier the slid energy is 0 while the window still holds the 1.0:
+    // 1 / 1e-30. Scores stay within about -1 .. 1 only while the slid energy is true
+    // to its window.
+    EXPECT_EQ(out[2], 1.0f / static_cast<float>(1e-30));
+}
+
+// Level does not enter the score: scaling by powers of two changes no bit (every
+// rounding scales with it), other factors move a score by a few float units.
+TEST(CorrelationScan, ScoresDoNotDependOnLevel)
+{
+    const std::uint32_t seed = 121;
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    const int refLen = 200, sigLen = 1200;
+    const auto ref = randomSignal(refLen, seed);
+    const auto sig = randomSignal(sigLen, seed + 1);
+    auto scaled = [](std::vector<float> x, float factor) {
+        for (float& v : x) v *= factor;
+        return x;
+    };
+    std::vector<float> base(sigLen), powerOfTwo(sigLen), arbitrary(sigLen);
+    normCorrelate(ref.data(), refLen, sig.data(), sigLen, base.data(), sigLen, 0);
+    const auto ref4 = scaled(ref, 4.0f), sigHalf = scaled(sig, 0.5f);
+    normCorrelate(ref4.data(), refLen, sigHalf.data(), sigLen, powerOfTwo.data(), sigLen, 0);
+    // The last lag's window holds one sample: there the guard 1e-30 is not negligible
+    // against the root only if that sample is tiny, which it is not for this seed.
+    EXPECT_EQ(waveform_test::firstBitDifference(base.data(), powerOfTwo.data(), sigLen), -1);
+
+    const auto ref3 = scaled(ref, 3.1f), sig7 = scaled(sig, 0.07f);
+    normCorrelate(ref3.data(), refLen, sig7.data(), sigLen, arbitrary.data(), sigLen, 0);
+    // Scaling rounds each input once (2^-24 relative); through refLen products and
+    // the sum that moves a score by at most about refLen * 2^-23 absolute.
+    for (int k = 0; k < sigLen; ++k) ASSERT_NEAR(arbitrary[k], base[k], refLen * 0x1p-23) << k;
 }
 
 }  // namespace

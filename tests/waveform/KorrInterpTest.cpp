@@ -280,6 +280,20 @@ TEST(KorrInterp, ShortLeftContextLengthensTheRightWindow)
     EXPECT_EQ(run.interp.rightWindowLen(), dataLen - start - length - 1);
 }
 
+// The dispatcher's numbers for 4000 ms each side at 44100 Hz and a gap of 2000 at
+// 176000: dataLen 354000, a left window of 175000 samples and a right one of 175999.
+TEST(KorrInterp, FourSecondContextWindows)
+{
+    const std::uint32_t seed = 318;
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    auto x = randomSignal(354000, seed);
+    plantTemplate(x, 176000, 90000);
+    MonoRun run(x, 176000, 2000, 500, 0);
+    EXPECT_EQ(run.interp.leftWindowLen(), 175000);
+    EXPECT_EQ(run.interp.rightWindowLen(), 175999);
+    EXPECT_EQ(run.interp.bestLag(), 90000);
+}
+
 // --- crossfade lengths --------------------------------------------------------------
 
 TEST(KorrInterp, FadesOfOneOrLessChangeNothingOutsideTheGap)
