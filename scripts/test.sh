@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds everything and runs every test: a Release
+# build, the same suite under AddressSanitizer + UndefinedBehaviorSanitizer, and
+# the Windows stage (cross-built DLL checked under Wine against the Linux module).
+set -euo pipefail
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+jobs=${JOBS:-$(nproc)}
+
+"$root/scripts/install-deps.sh"
+
+run_suite() {  # run_suite <build dir> <cmake options...>
+  local build=$1; shift
+  cmake -S "$root" -B "$build" -G Ninja "$@" > /dev/null
+  cmake --build "$build" -j "$jobs"
+  ctest --test-dir "$build" --output-on-failure -j "$jobs" --timeout 600
+}
+
+echo "== release"
+run_suite "$root/build-release" -DCMAKE_BUILD_TYPE=Release
+
+echo "== sanitizers (AddressSanitizer + UndefinedBehaviorSanitizer)"
+ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+  run_suite "$root/build-sanitize" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DFERROTIP_SANITIZE=ON \
+  -DFERROTIP_BUILD_BENCHMARKS=OFF
+
+echo "== windows"
+"$root/scripts/windows-check.sh" --linux-build "$root/build-release"
