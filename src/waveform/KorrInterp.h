@@ -88,7 +88,7 @@ private:
     int bestLag_ = 0;
     int maxWindowLen_;
     int shortGapLimit_;
-    int sampleRate_;  // stored only
+    [[maybe_unused]] int sampleRate_;  // stored only
     int baseTemplateLen_ = 0;
     std::vector<Channel> channels_;
 };

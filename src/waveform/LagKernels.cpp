@@ -87,6 +87,9 @@ ScanPath detectFastestPath()
 
 bool scanPathSupported(ScanPath path)
 {
+#ifdef FERROTIP_X86_64
+    __builtin_cpu_init();  // callable before static constructors have run
+#endif
     switch (path) {
     case ScanPath::plain: return true;
 #ifdef FERROTIP_X86_64
