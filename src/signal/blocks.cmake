@@ -7,3 +7,6 @@ list(APPEND signal_sources
   ${CMAKE_CURRENT_LIST_DIR}/CProcessSamplesBasis.cpp
   ${CMAKE_CURRENT_LIST_DIR}/CDelay.cpp
   ${CMAKE_CURRENT_LIST_DIR}/DelayClass.cpp)
+list(APPEND signal_sources
+  ${CMAKE_CURRENT_LIST_DIR}/FftFrameProcessor.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/Correlation_std.cpp)

@@ -9,4 +9,6 @@ ferrotip_add_tests(signal_blocks
     ${CMAKE_CURRENT_LIST_DIR}/MatrixRoutinesTest.cpp
     ${CMAKE_CURRENT_LIST_DIR}/CProcessSamplesBasisTest.cpp
     ${CMAKE_CURRENT_LIST_DIR}/CDelayTest.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/DelayClassTest.cpp)
+    ${CMAKE_CURRENT_LIST_DIR}/DelayClassTest.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/FftFrameProcessorTest.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/CorrelationTest.cpp)
