@@ -74,7 +74,8 @@ std::vector<float> music(std::size_t count, unsigned seed)
 {
     std::vector<float> x = noise(count, seed);
     for (std::size_t n = 0; n < count; ++n)
-        x[n] = 0.05f * x[n] + static_cast<float>(0.5 * std::sin(0.031 * n) + 0.3 * std::sin(0.0071 * n));
+        x[n] = 0.05f * x[n] +
+               static_cast<float>(0.5 * std::sin(0.031 * n) + 0.3 * std::sin(0.0071 * n));
     return x;
 }
 

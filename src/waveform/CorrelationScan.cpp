@@ -110,8 +110,8 @@ void applyScaleMode(T* out, int numLags, int refLen, int sigLen, unsigned int sc
 }
 
 template <typename T, typename LagKernel>
-int normCorrelateWith(LagKernel lags, const T* ref, int refLen, const T* sig, int sigLen,
-                      T* out, int numLags, int shift)
+int normCorrelateWith(LagKernel lags, const T* ref, int refLen, const T* sig, int sigLen, T* out,
+                      int numLags, int shift)
 {
     const WorkingCopy<T> copy(sig, sigLen, refLen, numLags, shift);
     const T* w = copy.data();
@@ -124,8 +124,8 @@ int normCorrelateWith(LagKernel lags, const T* ref, int refLen, const T* sig, in
 }
 
 template <typename T, typename LagKernel>
-int scaledCorrelateWith(LagKernel lags, const T* ref, int refLen, const T* sig, int sigLen,
-                        T* out, int numLags, int shift, unsigned int scaleMode)
+int scaledCorrelateWith(LagKernel lags, const T* ref, int refLen, const T* sig, int sigLen, T* out,
+                        int numLags, int shift, unsigned int scaleMode)
 {
     const WorkingCopy<T> copy(sig, sigLen, refLen, numLags, shift);
     if (numLags >= 1) lags(ref, refLen, copy.data(), out, numLags);
@@ -169,8 +169,8 @@ int normCorrelate(const double* ref, int refLen, const double* sig, int sigLen, 
     return normCorrelateWith(DoubleLags{}, ref, refLen, sig, sigLen, out, numLags, shift);
 }
 
-int scaledCorrelate(ScanPath path, const float* ref, int refLen, const float* sig,
-                    int sigLen, float* out, int numLags, int shift, unsigned int scaleMode)
+int scaledCorrelate(ScanPath path, const float* ref, int refLen, const float* sig, int sigLen,
+                    float* out, int numLags, int shift, unsigned int scaleMode)
 {
     return scaledCorrelateWith(FloatLags{path}, ref, refLen, sig, sigLen, out, numLags, shift,
                                scaleMode);
@@ -183,8 +183,8 @@ int scaledCorrelate(const float* ref, int refLen, const float* sig, int sigLen, 
                            scaleMode);
 }
 
-int scaledCorrelate(const double* ref, int refLen, const double* sig, int sigLen,
-                    double* out, int numLags, int shift, unsigned int scaleMode)
+int scaledCorrelate(const double* ref, int refLen, const double* sig, int sigLen, double* out,
+                    int numLags, int shift, unsigned int scaleMode)
 {
     return scaledCorrelateWith(DoubleLags{}, ref, refLen, sig, sigLen, out, numLags, shift,
                                scaleMode);

@@ -18,10 +18,10 @@
 // following numLags elements by the peak |out[k]| (out then needs 2 * numLags
 // elements), anything else raw.
 //
-// Both return 0, write nothing with numLags < 1 (beyond scale mode's reach) and never
-// change ref or sig; out must not overlap them. refLen >= 0. Each call allocates its
-// working copy (max(sigLen, refLen) + |shift| + numLags elements) and nothing else;
-// calls share no state.
+// Both return 0, write nothing when numLags < 1 and never change ref or sig; out
+// must not overlap them. refLen >= 1 (a zero-length reference scores 0 everywhere).
+// Each call allocates its working copy (max(sigLen, refLen) + |shift| + numLags
+// elements) and nothing else; calls share no state, so any thread may call.
 #pragma once
 
 #include "waveform/LagKernels.h"
@@ -33,12 +33,12 @@ int normCorrelate(const double* ref, int refLen, const double* sig, int sigLen, 
 
 int scaledCorrelate(const float* ref, int refLen, const float* sig, int sigLen, float* out,
                     int numLags, int shift, unsigned int scaleMode);
-int scaledCorrelate(const double* ref, int refLen, const double* sig, int sigLen,
-                    double* out, int numLags, int shift, unsigned int scaleMode);
+int scaledCorrelate(const double* ref, int refLen, const double* sig, int sigLen, double* out,
+                    int numLags, int shift, unsigned int scaleMode);
 
 // The float members on a chosen lag kernel (the ones above take the fastest); every
 // path gives the same bits.
 int normCorrelate(ScanPath path, const float* ref, int refLen, const float* sig, int sigLen,
                   float* out, int numLags, int shift);
-int scaledCorrelate(ScanPath path, const float* ref, int refLen, const float* sig,
-                    int sigLen, float* out, int numLags, int shift, unsigned int scaleMode);
+int scaledCorrelate(ScanPath path, const float* ref, int refLen, const float* sig, int sigLen,
+                    float* out, int numLags, int shift, unsigned int scaleMode);

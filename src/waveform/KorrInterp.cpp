@@ -73,13 +73,11 @@ int KorrInterp::interpolate(float** channels, int channelCount, int /*sampleRate
     gather(channels, channelCount, start, length, searchSide);
     scan(channelCount, searchSide);
     decide(channelCount);
-    for (int c = 0; c < channelCount; ++c)
-        splice(channels[c], start, length, leftFade, rightFade);
+    for (int c = 0; c < channelCount; ++c) splice(channels[c], start, length, leftFade, rightFade);
     return 0;
 }
 
-void KorrInterp::prepareShortGap(float* const* channels, int channelCount, int start,
-                                 int length)
+void KorrInterp::prepareShortGap(float* const* channels, int channelCount, int start, int length)
 {
     baseTemplateLen_ = templateLen_;
     for (int c = 0; c < channelCount; ++c) {
@@ -138,8 +136,7 @@ void KorrInterp::scan(int channelCount, int searchSide)
         if (scansLeft(searchSide)) {
             normCorrelate(channel.templateBuf.data(), templateLen_, channel.leftWindow.data(),
                           leftWindowLen_, channel.leftScores.data(), leftWindowLen_, 0);
-            pickPeak(channel.leftScores, leftWindowLen_, channel.leftMaxScore,
-                     channel.leftMaxLag);
+            pickPeak(channel.leftScores, leftWindowLen_, channel.leftMaxScore, channel.leftMaxLag);
         }
         if (scansRight(searchSide)) {
             normCorrelate(channel.templateBuf.data(), templateLen_, channel.rightWindow.data(),
@@ -194,7 +191,8 @@ void KorrInterp::decide(int channelCount)
 void KorrInterp::splice(float* x, int start, int length, int leftFade, int rightFade) const
 {
     const int src = bestLag_ + templateLen_;
-    if (length > 0) std::memmove(x + start, x + src, static_cast<std::size_t>(length) * sizeof(float));
+    if (length > 0)
+        std::memmove(x + start, x + src, static_cast<std::size_t>(length) * sizeof(float));
     for (int j = 1; j < leftFade; ++j)
         x[start - j] = crossfade(x[src - j], x[start - j], j, leftFade);
     for (int j = 1; j < rightFade; ++j) {

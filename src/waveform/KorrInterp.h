@@ -70,8 +70,7 @@ private:
 
     bool onShortGapPath(int length) const { return length < shortGapLimit_; }
     void prepareShortGap(float* const* channels, int channelCount, int start, int length);
-    void gather(float* const* channels, int channelCount, int start, int length,
-                int searchSide);
+    void gather(float* const* channels, int channelCount, int start, int length, int searchSide);
     void gatherLeftWindow(const float* x, Channel& channel, int start, int length);
     void gatherRightWindow(const float* x, Channel& channel, int start, int length);
     void scan(int channelCount, int searchSide);

@@ -69,8 +69,8 @@ __attribute__((target("avx2"))) void avx2Lags(const float* ref, int refLen, cons
     vectorLags<8, blockRows>(ref, refLen, w, out, numLags);
 }
 
-__attribute__((target("avx512f"))) void avx512Lags(const float* ref, int refLen,
-                                                   const float* w, float* out, int numLags)
+__attribute__((target("avx512f"))) void avx512Lags(const float* ref, int refLen, const float* w,
+                                                   float* out, int numLags)
 {
     vectorLags<16, blockRows>(ref, refLen, w, out, numLags);
 }

@@ -61,12 +61,12 @@ TEST(CorrelationScan, NoLagsLeavesOutputUntouchedForAllFourMembers)
         EXPECT_EQ(normCorrelate(refF.data(), 8, sigF.data(), 32, outF.data(), numLags, 0), 0);
         EXPECT_EQ(normCorrelate(refD.data(), 8, sigD.data(), 32, outD.data(), numLags, 0), 0);
         for (const unsigned mode : {0u, 1u, 2u, 3u}) {
-            EXPECT_EQ(scaledCorrelate(refF.data(), 8, sigF.data(), 32, outF.data(), numLags, -2,
-                                      mode),
-                      0);
-            EXPECT_EQ(scaledCorrelate(refD.data(), 8, sigD.data(), 32, outD.data(), numLags, -2,
-                                      mode),
-                      0);
+            EXPECT_EQ(
+                scaledCorrelate(refF.data(), 8, sigF.data(), 32, outF.data(), numLags, -2, mode),
+                0);
+            EXPECT_EQ(
+                scaledCorrelate(refD.data(), 8, sigD.data(), 32, outD.data(), numLags, -2, mode),
+                0);
         }
         for (float v : outF) EXPECT_EQ(v, 42.0f);
         for (double v : outD) EXPECT_EQ(v, 42.0);
@@ -128,19 +128,20 @@ TEST(CorrelationScan, LateLagsCompareAgainstTheZeroTail)
     std::vector<float> out(numLags);
     normCorrelate(ref.data(), refLen, sig.data(), sigLen, out.data(), numLags, 0);
     for (int k = 0; k < numLags; ++k) EXPECT_EQ(out[k], exactFloatScore(ref, sig, 0, k)) << k;
-    EXPECT_EQ(out[numLags - 1], static_cast<float>(ref[0] * sig[sigLen - 1]) /
-                                    static_cast<float>(std::sqrt(double(sig[sigLen - 1]) *
-                                                                 sig[sigLen - 1] *
-                                                                 exactWindowEnergy(ref, 0, 0, refLen)) +
-                                                       1e-30));
+    EXPECT_EQ(out[numLags - 1],
+              static_cast<float>(ref[0] * sig[sigLen - 1]) /
+                  static_cast<float>(std::sqrt(double(sig[sigLen - 1]) * sig[sigLen - 1] *
+                                               exactWindowEnergy(ref, 0, 0, refLen)) +
+                                     1e-30));
 
     const std::vector<double> refD(ref.begin(), ref.end()), sigD(sig.begin(), sig.end());
     std::vector<double> outD(numLags);
     normCorrelate(refD.data(), refLen, sigD.data(), sigLen, outD.data(), numLags, 0);
     for (int k = 0; k < numLags; ++k) {
         const double refEnergy = exactWindowEnergy(ref, 0, 0, refLen);
-        const double expected = exactDot(ref, sig, 0, k) /
-                                (std::sqrt(exactWindowEnergy(sig, 0, k, refLen) * refEnergy) + 1e-30);
+        const double expected =
+            exactDot(ref, sig, 0, k) /
+            (std::sqrt(exactWindowEnergy(sig, 0, k, refLen) * refEnergy) + 1e-30);
         EXPECT_EQ(outD[k], expected) << k;
     }
 }

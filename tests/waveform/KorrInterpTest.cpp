@@ -30,9 +30,9 @@ std::vector<float> referenceSplice(std::vector<float> x, int start, int length, 
     const std::vector<float> before = x;
     for (int i = 0; i < length; ++i) x[start + i] = before[src + i];
     for (int j = 1; j < leftFade; ++j)
-        x[start - j] = (static_cast<float>(leftFade - j) * x[src - j] +
-                        static_cast<float>(j) * x[start - j]) /
-                       static_cast<float>(leftFade);
+        x[start - j] =
+            (static_cast<float>(leftFade - j) * x[src - j] + static_cast<float>(j) * x[start - j]) /
+            static_cast<float>(leftFade);
     for (int j = 1; j < rightFade; ++j) {
         const int d = start + length + j - 1;
         x[d] = (static_cast<float>(rightFade - j) * x[src + length + j] +
@@ -52,8 +52,7 @@ struct MonoRun {
         : before(data), after(std::move(data)), interp(1, 44100, static_cast<int>(before.size()))
     {
         float* channels[1] = {after.data()};
-        EXPECT_EQ(interp.interpolate(channels, 1, 44100, start, length, fade, fade, searchSide),
-                  0);
+        EXPECT_EQ(interp.interpolate(channels, 1, 44100, start, length, fade, fade, searchSide), 0);
     }
 };
 
@@ -158,8 +157,8 @@ TEST(KorrInterp, MidLengthWindowTakesTheTrueScoreAtLag1000)
     const auto x = randomSignal(6000, seed);
     MonoRun run(x, start, 100, 80, 1);
     std::vector<float> scores(windowLen);
-    normCorrelate(x.data() + start - templateLen, templateLen, x.data(), windowLen,
-                  scores.data(), windowLen, 0);
+    normCorrelate(x.data() + start - templateLen, templateLen, x.data(), windowLen, scores.data(),
+                  windowLen, 0);
     EXPECT_EQ(bitsOf(run.interp.leftMaxScore(0)), bitsOf(scores[templateLen]));
     EXPECT_EQ(run.interp.leftMaxLag(0), templateLen);
 }
@@ -310,7 +309,8 @@ TEST(KorrInterp, FadesOfOneOrLessChangeNothingOutsideTheGap)
         const int src = interp.bestLag() + templateLen;
         for (int n = 0; n < 10000; ++n) {
             const bool inGap = n >= start && n < start + length;
-            ASSERT_EQ(after[n], inGap ? x[src + n - start] : x[n]) << "fade " << fade << ", n " << n;
+            ASSERT_EQ(after[n], inGap ? x[src + n - start] : x[n])
+                << "fade " << fade << ", n " << n;
         }
     }
 }
@@ -329,7 +329,8 @@ TEST(KorrInterp, ZeroLengthStillCrossfades)
     const int src = 3000;
     EXPECT_EQ(run.after, referenceSplice(run.before, start, 0, src, 80, 80));
     EXPECT_EQ(run.after[start], (79.0f * run.before[src + 1] + 1.0f * run.before[start]) / 80.0f);
-    EXPECT_EQ(run.after[start - 1], (79.0f * run.before[src - 1] + 1.0f * run.before[start - 1]) / 80.0f);
+    EXPECT_EQ(run.after[start - 1],
+              (79.0f * run.before[src - 1] + 1.0f * run.before[start - 1]) / 80.0f);
 }
 
 // --- a periodic signal with a gap of whole periods -------------------------------
@@ -360,9 +361,9 @@ TEST_F(PeriodicGap, LeftSearchRestoresTheGapExactly)
     for (int n = 0; n < start + length; ++n) ASSERT_EQ(run.after[n], clean[n]) << n;
     for (int j = 1; j < fade; ++j) {
         const int d = start + length + j - 1;
-        ASSERT_EQ(run.after[d], (static_cast<float>(fade - j) * clean[d + 1] +
-                                 static_cast<float>(j) * clean[d]) /
-                                    static_cast<float>(fade))
+        ASSERT_EQ(run.after[d],
+                  (static_cast<float>(fade - j) * clean[d + 1] + static_cast<float>(j) * clean[d]) /
+                      static_cast<float>(fade))
             << j;
     }
     for (int n = start + length + fade - 1; n < 12000; ++n) ASSERT_EQ(run.after[n], clean[n]);
@@ -439,7 +440,8 @@ TEST(KorrInterp, ShortGapWidensTheTemplateAcrossTheGap)
               gapTemplate.begin() + templateLen + length);
     const int leftLen = interp.leftWindowLen(), rightLen = interp.rightWindowLen();
     std::vector<float> leftScores(leftLen), rightScores(rightLen);
-    normCorrelate(gapTemplate.data(), widened, before.data(), leftLen, leftScores.data(), leftLen, 0);
+    normCorrelate(gapTemplate.data(), widened, before.data(), leftLen, leftScores.data(), leftLen,
+                  0);
     normCorrelate(gapTemplate.data(), widened, before.data() + start + length + templateLen,
                   rightLen, rightScores.data(), rightLen, 0);
     const auto leftPeak = peakOf(leftScores, leftLen, widened);

@@ -33,7 +33,8 @@ inline std::vector<float> audioLikeSignal(std::size_t count, std::uint32_t seed)
         if (n >= silenceFrom) break;  // digital silence
         const double t = static_cast<double>(n);
         const double envelope = 0.5 + 0.45 * std::sin(2.0 * pi * t / 7919.0);
-        double v = 0.6 * std::sin(2.0 * pi * t * 0.0211) + 0.3 * std::sin(2.0 * pi * t * 0.0537 + 1.0) +
+        double v = 0.6 * std::sin(2.0 * pi * t * 0.0211) +
+                   0.3 * std::sin(2.0 * pi * t * 0.0537 + 1.0) +
                    0.1 * std::sin(2.0 * pi * t * 0.1313 + 2.0);
         v = envelope * v + noise(generator);
         if (n + 200 >= silenceFrom) v *= 8.0;  // loud passage ending in silence

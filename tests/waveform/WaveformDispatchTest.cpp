@@ -32,7 +32,7 @@ int runProcess(std::vector<std::vector<float>>& data, int sampleRate, int start,
 
 TEST(WaveformDispatch, CrossfadeIsAQuarterOfTheLengthHeldBetween80And500)
 {
-    const std::pair<int, int> expected[] = {{1, 80},     {100, 80},   {323, 80},  {324, 81},
+    const std::pair<int, int> expected[] = {{1, 80},     {100, 80},   {323, 80},   {324, 81},
                                             {1000, 250}, {1999, 499}, {2000, 500}, {11000, 500}};
     for (const int method : {3, 4, 5, 6}) {
         for (const auto& [length, crossfade] : expected) {
