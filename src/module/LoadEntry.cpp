@@ -4,7 +4,9 @@
 #include <windows.h>
 
 namespace {
-HINSTANCE instanceHandle = nullptr;  // recorded for the host's sake; nothing reads it
+// Recorded for the host's sake; nothing reads it. Volatile, so that the optimiser
+// keeps the store although no load follows.
+HINSTANCE volatile instanceHandle = nullptr;
 }
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID /*reserved*/)
