@@ -79,12 +79,16 @@ if (( ${#missing[@]} > 0 )); then
   fi
   note "installing ${missing[*]}"
   apt_options=(-o DPkg::Lock::Timeout=600 -qq)
-  if ! DEBIAN_FRONTEND=noninteractive apt-get "${apt_options[@]}" update >/dev/null ||
+  apt_log=$(mktemp)
+  if ! DEBIAN_FRONTEND=noninteractive apt-get "${apt_options[@]}" update >"$apt_log" 2>&1 ||
      ! DEBIAN_FRONTEND=noninteractive apt-get "${apt_options[@]}" install -y \
-         --no-install-recommends "${missing[@]}" >/dev/null; then
+         --no-install-recommends "${missing[@]}" >>"$apt_log" 2>&1; then
+    tail -20 "$apt_log"
+    rm -f "$apt_log"
     fail "tools: apt-get could not install ${missing[*]}"
     finish
   fi
+  rm -f "$apt_log"
 fi
 note "$($mingw_cc --version | head -1); $(wine --version 2>/dev/null)"
 
@@ -209,7 +213,7 @@ export WINEARCH=win64
 export WINEPREFIX=${FERROTIP_WINEPREFIX:-/tmp/ferrotip-wine-$(id -u)}
 export WINEDLLOVERRIDES="mscoree=;mshtml="   # no Mono or Gecko installer prompts
 unset DISPLAY WAYLAND_DISPLAY                 # console programs only
-run_wine() { timeout 900 wine "$@"; }
+run_wine() { timeout 900 wine "$@" </dev/null; }
 # The first program run creates the prefix by itself (a few seconds); a 64-bit
 # only Wine says once that it has no syswow64\rundll32.exe, which is harmless.
 [[ -f $WINEPREFIX/system.reg ]] || note "creating Wine prefix $WINEPREFIX"
@@ -228,7 +232,18 @@ else
 fi
 
 phase "host program against Ferrotip_x64.dll under Wine"
-(cd "$out/win" && run_wine ./ferrotip_host.exe Ferrotip_x64.dll) >"$out/windows.txt" 2>"$out/windows.err"
+# Where the load entry keeps the instance handle, from the DLL's symbol table
+# (relative to the image base), so that the program can check it was recorded.
+instance_args=()
+image_base=$($objdump -p "$dll" | awk '$1 == "ImageBase" { print $2; exit }')
+instance_symbol=$(x86_64-w64-mingw32-nm "$dll" 2>/dev/null | awk '$3 ~ /instanceHandle/ { print $1; exit }')
+if [[ -n $image_base && -n $instance_symbol ]]; then
+  instance_args=(--instance-rva "$(printf '%x' $((16#$instance_symbol - 16#$image_base)))")
+else
+  note "no instanceHandle symbol in the DLL: the recorded handle is not checked"
+fi
+(cd "$out/win" && run_wine ./ferrotip_host.exe Ferrotip_x64.dll "${instance_args[@]}") \
+  >"$out/windows.txt" 2>"$out/windows.err"
 windows_status=$?
 if (( windows_status == 0 )); then
   pass "Windows host program under Wine: $(tail -1 "$out/windows.txt" | tr -d '\r')"

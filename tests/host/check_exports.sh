@@ -81,7 +81,7 @@ done
 duplicates=$(sort <<<"$names" | uniq -d)
 [[ -z $duplicates ]] || problem "exported twice: $duplicates"
 
-echo "  exports of $(basename "$dll"): name '$dll_name', entry point 0x${entry:-?}, functions:" $names
+echo "  exports of $(basename "$dll"): name '$dll_name', entry point 0x${entry:-?}, functions: ${names//$'\n'/ }"
 if (( problems > 0 )); then
   echo "  export check: $problems problem(s) in $dll"
   exit 1

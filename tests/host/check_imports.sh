@@ -30,7 +30,7 @@ for image in "$@"; do
     continue
   fi
   imports=$(awk '/DLL Name:/ { print $3 }' <<<"$dump")
-  echo "  imports of $(basename "$image"):" $imports
+  echo "  imports of $(basename "$image"): ${imports//$'\n'/ }"
   for name in $imports; do
     if ! is_system_dll "$name"; then
       echo "  import check: $(basename "$image") imports $name, which is not a system DLL"

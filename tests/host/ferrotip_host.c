@@ -11,10 +11,13 @@
  * The digest lines are meant to be compared between builds of the module for
  * different platforms: equal lines mean bit-identical repairs.
  *
- *   ferrotip_host MODULE_PATH [--dump DIR]
+ *   ferrotip_host MODULE_PATH [--dump DIR] [--instance-rva HEX]
  *
  * --dump writes every run's channel arrays to DIR/<run>.f32 (raw little-endian
  * 32-bit floats, channel after channel) for a closer look at a difference.
+ * --instance-rva (Windows) gives the relative address of the variable in which
+ * the load entry records the instance handle, read from the DLL's symbol
+ * table; the program then checks that it holds the handle LoadLibrary gave.
  * The exit status is 0 when every check passed, 1 otherwise, 2 on a usage or
  * loading error.
  */
@@ -574,13 +577,15 @@ int main(int argc, char** argv)
 {
     const char* modulePath = NULL;
     const char* dumpDirectory = NULL;
+    const char* instanceRva = NULL;
     for (int i = 1; i < argc; ++i) {
         if (strcmp(argv[i], "--dump") == 0 && i + 1 < argc) dumpDirectory = argv[++i];
+        else if (strcmp(argv[i], "--instance-rva") == 0 && i + 1 < argc) instanceRva = argv[++i];
         else if (!modulePath) modulePath = argv[i];
         else modulePath = NULL, i = argc;
     }
     if (!modulePath) {
-        fprintf(stderr, "usage: %s MODULE_PATH [--dump DIR]\n", argv[0]);
+        fprintf(stderr, "usage: %s MODULE_PATH [--dump DIR] [--instance-rva HEX]\n", argv[0]);
         return 2;
     }
 
@@ -607,7 +612,16 @@ int main(int argc, char** argv)
         if (again) FreeLibrary(again);
         check(GetModuleHandleA("Ferrotip_x64.dll") == module, "load entry",
               "module not known as Ferrotip_x64.dll");
+        /* The handle of a module is its base address. */
+        if (instanceRva) {
+            const uintptr_t offset = (uintptr_t)strtoull(instanceRva, NULL, 16);
+            HINSTANCE recorded;
+            memcpy(&recorded, (const char*)module + offset, sizeof recorded);
+            check(recorded == module, "load entry", "instance handle not recorded on process attach");
+        }
     }
+#else
+    (void)instanceRva;
 #endif
 
     checkLayout();
