@@ -93,11 +93,8 @@ void FftCrackleDetectorOpt::judgeHop()
         const float level = std::max(movingQuantile(c), levelFloor);
         setLevel(c, level);
         ClickTracker& tracker = trackerAt(c);
-        float* statistic = statistic_[c];
-        for (int k = 0; k < hop_; ++k) {
-            emitMark(c, k, tracker.judge(statistic[k], sensitivityValue(), level));
-            statistic[k] = tracker.diffAt(ClickTracker::historyLength - 1);
-        }
+        const float* statistic = statistic_[c];
+        for (int k = 0; k < hop_; ++k) emitMark(c, k, tracker.judge(statistic[k], sensitivityValue(), level));
     }
 }
 
