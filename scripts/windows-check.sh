@@ -95,13 +95,14 @@ note "$($mingw_cc --version | head -1); $(wine --version 2>/dev/null)"
 # ---------------------------------------------------------------------------
 phase "cross build of Ferrotip_x64.dll"
 dll=$win_build/src/Ferrotip_x64.dll
+mkdir -p "$win_build"
 if [[ ! -f $win_build/CMakeCache.txt ]]; then
   cmake -S "$root" -B "$win_build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
-    -DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw-w64-x86_64.cmake" >"$win_build.configure.log" 2>&1 ||
-    { cat "$win_build.configure.log"; fail "cross configure"; finish; }
+    -DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw-w64-x86_64.cmake" >"$win_build/check-configure.log" 2>&1 ||
+    { cat "$win_build/check-configure.log"; fail "cross configure"; finish; }
 fi
-if ! cmake --build "$win_build" --target ferrotip_module -j "$jobs" >"$win_build.build.log" 2>&1; then
-  tail -40 "$win_build.build.log"
+if ! cmake --build "$win_build" --target ferrotip_module -j "$jobs" >"$win_build/check-build.log" 2>&1; then
+  tail -40 "$win_build/check-build.log"
   fail "cross build of Ferrotip_x64.dll"
   finish
 fi
@@ -176,14 +177,15 @@ if [[ -f $linux_build/CMakeCache.txt ]] &&
   linux_build=$root/build-host-linux
 fi
 so=$linux_build/src/libferrotip.so
+mkdir -p "$linux_build"
 if [[ ! -f $linux_build/CMakeCache.txt ]]; then
   cmake -S "$root" -B "$linux_build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
     -DFERROTIP_BUILD_TESTS=OFF -DFERROTIP_BUILD_CLI=OFF -DFERROTIP_BUILD_BENCHMARKS=OFF \
-    >"$linux_build.configure.log" 2>&1 ||
-    { cat "$linux_build.configure.log"; fail "Linux configure"; finish; }
+    >"$linux_build/check-configure.log" 2>&1 ||
+    { cat "$linux_build/check-configure.log"; fail "Linux configure"; finish; }
 fi
-if ! cmake --build "$linux_build" --target ferrotip_module -j "$jobs" >"$linux_build.build.log" 2>&1; then
-  tail -40 "$linux_build.build.log"
+if ! cmake --build "$linux_build" --target ferrotip_module -j "$jobs" >"$linux_build/check-build.log" 2>&1; then
+  tail -40 "$linux_build/check-build.log"
   fail "Linux build of libferrotip.so"
   finish
 fi
