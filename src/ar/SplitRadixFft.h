@@ -6,7 +6,8 @@
 // Packed half spectrum of n real values: entry 0 = Re X[0], entry n/2 = Re X[n/2],
 // entry k = Re X[k] and entry n - k = Im X[k] for k = 1 .. n/2 - 1.
 // No scaling anywhere: inverseRealFft(forwardRealFft(x)) = n x.
-// Twiddles come from StageTwiddles (no table, one library sine call per transform).
+// Twiddles come from StageTwiddles: no table; the library sine and cosine are called
+// for the start angle only.
 // The transforms do not allocate; powerSpectrum allocates its scratch copy. Any thread.
 #pragma once
 

@@ -37,8 +37,9 @@ AnalysisFrame frameAround(const std::vector<float>& samples, int start, int n, i
     return frame;
 }
 
-// Steps 4 to 7 written out, with the Hann window of modes 1 and 2 in double and the
-// one-sided windows of modes 3 and 4 taken from buildAnalysisWindow.
+// The preparation written out: generator constants, window, windowed segment and
+// integer noise, with the Hann window of modes 1 and 2 in double and the one-sided
+// windows of modes 3 and 4 taken from buildAnalysisWindow.
 std::vector<float> preparedByHand(const AnalysisFrame& frame)
 {
     const int n = frame.analysisLength;
@@ -67,8 +68,8 @@ std::vector<float> preparedByHand(const AnalysisFrame& frame)
     return span;
 }
 
-// LsarInterp's steps 8 to 10 on a prepared span: the noise taken out and the dither
-// added from a fixed generator state.
+// What LsarInterp does after the preparation: the noise taken out of the first half
+// and the dither added from a fixed generator state.
 std::vector<double> analysisOf(AnalysisFrame frame, unsigned randSeed)
 {
     const int n = frame.analysisLength;
@@ -80,7 +81,7 @@ std::vector<double> analysisOf(AnalysisFrame frame, unsigned randSeed)
     return analysis;
 }
 
-// Step 11: lags 0 .. maxOrder.
+// Its autocorrelation, lags 0 .. maxOrder.
 std::vector<double> autocorrelationOf(const std::vector<double>& analysis, int maxOrder)
 {
     std::vector<double> lags(maxOrder + 1);
@@ -99,7 +100,7 @@ std::vector<double> lsarAutocorrelation(std::vector<float> samples, int start, i
 
 }  // namespace
 
-TEST(AnalysisFrame, MatchesTheStepsWrittenOutForEveryMode)
+TEST(AnalysisFrame, MatchesThePreparationWrittenOutForEveryMode)
 {
     const std::vector<float> samples = randomSignal(4000, 11u);
     for (int mode = 1; mode <= 4; ++mode) {
@@ -163,7 +164,7 @@ TEST(AnalysisFrame, NoiseIsNotTakenOut)
     for (int i = 512; i < 2 * maxAnalysisLength; ++i) ASSERT_EQ(frame.span[i], before.span[i]) << i;
 }
 
-// The one-sided modes share every step with LsarInterp: taking the noise out again and
+// The one-sided modes share every operation with LsarInterp: taking the noise out again and
 // forming the autocorrelation from the record gives LsarInterp's lags bit for bit.
 TEST(AnalysisFrame, AgreesWithLsarInterpInTheOneSidedModes)
 {
@@ -195,7 +196,7 @@ TEST(AnalysisFrame, DiffersFromLsarInterpOnlyByTheHannPrecision)
     for (int mode : {1, 2}) {
         SCOPED_TRACE(mode);
         AnalysisFrame frame = frameAround(samples, 2000, n, 30, mode);
-        // LsarInterp's steps 5 and 7 with its 32-bit window: equal wherever the two
+        // LsarInterp's windowing and noise with its 32-bit window: equal wherever the two
         // windows agree, and in the whole second half.
         AnalysisFrame withFloatWindow = frame;
         windowSpan(mode, n, 30, withFloatWindow.span.data(), HannPrecision::float32);
