@@ -114,6 +114,30 @@ TEST(CorrelationScan, ReferenceEqualToSignalStartScoresNearOneAtLagZero)
     EXPECT_NEAR(outD[0], 1.0, refLen * DBL_EPSILON);
 }
 
+// "Close to 1" holds while the slid energy is true to its window. Squares added
+// while the running sum stands in one binade and removed when it has fallen to a
+// lower one leave their rounding behind; after a fading passage some 160 dB louder
+// that residue is comparable with a quiet window's own energy, and the aligned
+// score moves far from 1.
+TEST(CorrelationScan, AlignedScoreAfterALoudPassageDriftsFromOne)
+{
+    const std::uint32_t seed = 13;
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    const int refLen = 1000, at = 5000;
+    const auto ref = randomSignal(refLen, seed, 1e-5f);
+    auto sig = randomSignal(8000, seed + 1, 1e3f);
+    for (int n = 0; n < 3000; ++n) sig[n] *= static_cast<float>(3000 - n) / 3000.0f;  // fade
+    std::fill(sig.begin() + 3000, sig.end(), 0.0f);
+    std::copy(ref.begin(), ref.end(), sig.begin() + at);  // the quiet copy
+    std::vector<float> out(6000);
+    normCorrelate(ref.data(), refLen, sig.data(), 8000, out.data(), 6000, 0);
+    EXPECT_GT(std::fabs(out[at] - 1.0f), 1e-2f) << out[at];
+
+    std::fill(sig.begin(), sig.begin() + 3000, 0.0f);  // without the loud passage
+    normCorrelate(ref.data(), refLen, sig.data(), 8000, out.data(), 6000, 0);
+    EXPECT_NEAR(out[at], 1.0f, refLen * FLT_EPSILON);
+}
+
 // --- lags into the zero tail ------------------------------------------------------
 
 // Small integers keep every sum exact, so each score is known to the bit: the
