@@ -1,14 +1,274 @@
+// AVX2 passes of the transform kernels. Each vector holds several complex points
+// (4 in float, 2 in double) interleaved as in memory; one vector operation applies
+// the scalar path's operation to independent butterflies of the same pass, so every
+// output keeps the scalar chain bit for bit:
+//   t = (a - wr b) + wis swap(b)   with wr = (wr, wr), wis = (wi, -wi) per point,
+// which is (a.re - wr b.re) + wi b.im and (a.im - wr b.im) - wi b.re exactly,
+// since x + (-y) z equals x - y z in IEEE arithmetic. a + a equals 2a exactly.
+// Only avx2 is enabled here, never fma, and contraction is off project-wide.
 #include "signal/FftVectorPasses.h"
 
 #if FERROTIP_FFT_HAS_AVX2
 
 #include "signal/FftScalarPasses.h"
 
+#include <immintrin.h>
+
+#include <type_traits>
+
+#define FFT_AVX2_INLINE __attribute__((target("avx2"), always_inline)) inline
+#define FFT_AVX2 __attribute__((target("avx2")))
+
 namespace standardLib::fft {
+namespace {
+
+// Vector type and lane moves of one precision.
+template <typename T>
+struct Avx;
+
+template <>
+struct Avx<float> {
+    using V = __m256;
+    static constexpr int points = 4;
+    FFT_AVX2_INLINE static V load(const float* p) { return _mm256_loadu_ps(p); }
+    FFT_AVX2_INLINE static void store(float* p, V v) { _mm256_storeu_ps(p, v); }
+    FFT_AVX2_INLINE static V swapParts(V v) { return _mm256_permute_ps(v, 0xB1); }
+    // Points in reverse order (the parts of each point stay together).
+    FFT_AVX2_INLINE static V reversePoints(V v) {
+        return _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(v), 0x1B));
+    }
+    FFT_AVX2_INLINE static V negateImaginary(V v) {
+        return _mm256_xor_ps(v, _mm256_setr_ps(0.0f, -0.0f, 0.0f, -0.0f, 0.0f, -0.0f, 0.0f, -0.0f));
+    }
+    FFT_AVX2_INLINE static V broadcast(float v) { return _mm256_set1_ps(v); }
+    // Per point: (re, re) and (im, -im) of the given twiddles.
+    FFT_AVX2_INLINE static V realParts(const Complex<float>* w) {
+        return _mm256_setr_ps(w[0].re, w[0].re, w[1].re, w[1].re, w[2].re, w[2].re, w[3].re, w[3].re);
+    }
+    FFT_AVX2_INLINE static V signedImaginaryParts(const Complex<float>* w) {
+        return _mm256_setr_ps(w[0].im, -w[0].im, w[1].im, -w[1].im, w[2].im, -w[2].im, w[3].im, -w[3].im);
+    }
+    // (v[i], v[i]) per point i, from four consecutive values, forward or reversed.
+    FFT_AVX2_INLINE static V duplicated(const float* p) {
+        return _mm256_permutevar8x32_ps(_mm256_castps128_ps256(_mm_loadu_ps(p)),
+                                        _mm256_setr_epi32(0, 0, 1, 1, 2, 2, 3, 3));
+    }
+    FFT_AVX2_INLINE static V duplicatedReversed(const float* p) {
+        return _mm256_permutevar8x32_ps(_mm256_castps128_ps256(_mm_loadu_ps(p)),
+                                        _mm256_setr_epi32(3, 3, 2, 2, 1, 1, 0, 0));
+    }
+};
+
+template <>
+struct Avx<double> {
+    using V = __m256d;
+    static constexpr int points = 2;
+    FFT_AVX2_INLINE static V load(const double* p) { return _mm256_loadu_pd(p); }
+    FFT_AVX2_INLINE static void store(double* p, V v) { _mm256_storeu_pd(p, v); }
+    FFT_AVX2_INLINE static V swapParts(V v) { return _mm256_permute_pd(v, 0x5); }
+    FFT_AVX2_INLINE static V reversePoints(V v) { return _mm256_permute2f128_pd(v, v, 0x01); }
+    FFT_AVX2_INLINE static V negateImaginary(V v) {
+        return _mm256_xor_pd(v, _mm256_setr_pd(0.0, -0.0, 0.0, -0.0));
+    }
+    FFT_AVX2_INLINE static V broadcast(double v) { return _mm256_set1_pd(v); }
+    FFT_AVX2_INLINE static V realParts(const Complex<double>* w) {
+        return _mm256_setr_pd(w[0].re, w[0].re, w[1].re, w[1].re);
+    }
+    FFT_AVX2_INLINE static V signedImaginaryParts(const Complex<double>* w) {
+        return _mm256_setr_pd(w[0].im, -w[0].im, w[1].im, -w[1].im);
+    }
+    FFT_AVX2_INLINE static V duplicated(const double* p) {
+        return _mm256_permute4x64_pd(_mm256_castpd128_pd256(_mm_loadu_pd(p)), 0x50);
+    }
+    FFT_AVX2_INLINE static V duplicatedReversed(const double* p) {
+        return _mm256_permute4x64_pd(_mm256_castpd128_pd256(_mm_loadu_pd(p)), 0x05);
+    }
+};
+
+// A twiddle per point: real parts duplicated, imaginary parts as (im, -im).
+template <typename T>
+struct VectorTwiddle {
+    typename Avx<T>::V re;
+    typename Avx<T>::V im;
+};
+
+// t = a - w b, the difference chain of every point at once.
+template <typename T>
+FFT_AVX2_INLINE typename Avx<T>::V differenceChain(typename Avx<T>::V a, VectorTwiddle<T> w,
+                                                   typename Avx<T>::V b) {
+    return (a - w.re * b) + w.im * Avx<T>::swapParts(b);
+}
+
+template <typename T>
+FFT_AVX2_INLINE void butterfly(typename Avx<T>::V& a, typename Avx<T>::V& b, VectorTwiddle<T> w) {
+    const typename Avx<T>::V t = differenceChain<T>(a, w, b);
+    a = (a + a) - t;
+    b = t;
+}
+
+template <typename T>
+struct VectorRadix8Twiddles {
+    VectorTwiddle<T> w1, w2, w3, w4, w2q, w3q, w4q;
+};
+
+template <typename T>
+FFT_AVX2_INLINE VectorTwiddle<T> gatherTwiddle(const Complex<T>* w) {
+    return {Avx<T>::realParts(w), Avx<T>::signedImaginaryParts(w)};
+}
+
+// The scalar twiddles of the given d per lane, packed into vectors.
+template <typename T, bool Inverse>
+FFT_AVX2_INLINE VectorRadix8Twiddles<T> vectorTwiddles(const T* U, const Radix8Walk& walk, const int* d) {
+    constexpr int lanes = Avx<T>::points;
+    Complex<T> w[7][lanes];
+    for (int lane = 0; lane < lanes; ++lane) {
+        const Radix8Twiddles<T> s = radix8Twiddles<T, Inverse>(U, walk, d[lane]);
+        w[0][lane] = s.w1;
+        w[1][lane] = s.w2;
+        w[2][lane] = s.w3;
+        w[3][lane] = s.w4;
+        w[4][lane] = s.w2q;
+        w[5][lane] = s.w3q;
+        w[6][lane] = s.w4q;
+    }
+    return {gatherTwiddle<T>(w[0]), gatherTwiddle<T>(w[1]), gatherTwiddle<T>(w[2]), gatherTwiddle<T>(w[3]),
+            gatherTwiddle<T>(w[4]), gatherTwiddle<T>(w[5]), gatherTwiddle<T>(w[6])};
+}
+
+template <typename T>
+FFT_AVX2_INLINE void radix8Butterflies(typename Avx<T>::V* f, const VectorRadix8Twiddles<T>& w) {
+    butterfly<T>(f[0], f[1], w.w1);
+    butterfly<T>(f[2], f[3], w.w1);
+    butterfly<T>(f[4], f[5], w.w1);
+    butterfly<T>(f[6], f[7], w.w1);
+    butterfly<T>(f[0], f[2], w.w2);
+    butterfly<T>(f[4], f[6], w.w2);
+    butterfly<T>(f[1], f[3], w.w2q);
+    butterfly<T>(f[5], f[7], w.w2q);
+    butterfly<T>(f[0], f[4], w.w3);
+    butterfly<T>(f[1], f[5], w.w4);
+    butterfly<T>(f[2], f[6], w.w3q);
+    butterfly<T>(f[3], f[7], w.w4q);
+}
+
+// Lanes are consecutive d (distance >= lanes): one vector load per point k.
+template <typename T, bool Inverse>
+FFT_AVX2 void radix8Consecutive(T* data, int points, int distance, const T* U, int tableSize) {
+    constexpr int lanes = Avx<T>::points;
+    const Radix8Walk walk(tableSize, distance);
+    const int span = 8 * distance;
+    for (int d0 = 0; d0 < distance; d0 += lanes) {
+        int d[lanes];
+        for (int lane = 0; lane < lanes; ++lane)
+            d[lane] = d0 + lane;
+        const VectorRadix8Twiddles<T> w = vectorTwiddles<T, Inverse>(U, walk, d);
+        for (int base = d0; base < points; base += span) {
+            typename Avx<T>::V f[8];
+            for (int k = 0; k < 8; ++k)
+                f[k] = Avx<T>::load(data + 2 * (base + k * distance));
+            radix8Butterflies<T>(f, w);
+            for (int k = 0; k < 8; ++k)
+                Avx<T>::store(data + 2 * (base + k * distance), f[k]);
+        }
+    }
+}
+
+// Float with distance 2: lanes are d = 0, 1 of two neighbouring groups s, s + 1.
+template <bool Inverse>
+FFT_AVX2 void radix8DistanceTwo(float* data, int points, const float* U, int tableSize) {
+    const Radix8Walk walk(tableSize, 2);
+    const int d[4] = {0, 1, 0, 1};
+    const VectorRadix8Twiddles<float> w = vectorTwiddles<float, Inverse>(U, walk, d);
+    for (int base = 0; base < points; base += 32) {
+        __m256 f[8];
+        for (int k = 0; k < 8; ++k)
+            f[k] = _mm256_loadu2_m128(data + 2 * (base + 16 + 2 * k), data + 2 * (base + 2 * k));
+        radix8Butterflies<float>(f, w);
+        for (int k = 0; k < 8; ++k)
+            _mm256_storeu2_m128(data + 2 * (base + 16 + 2 * k), data + 2 * (base + 2 * k), f[k]);
+    }
+}
+
+// Two neighbouring points of pass 1 in one vector: 4 floats or 4 doubles.
+template <typename T>
+struct PointPair;
+
+template <>
+struct PointPair<float> {
+    using V = __m128;
+    FFT_AVX2_INLINE static V load(const float* p) { return _mm_loadu_ps(p); }
+    FFT_AVX2_INLINE static void store(float* p, V v) { _mm_storeu_ps(p, v); }
+    FFT_AVX2_INLINE static V broadcast(float v) { return _mm_set1_ps(v); }
+    // (first point of a, first of b) and (second of a, second of b).
+    FFT_AVX2_INLINE static V firsts(V a, V b) { return _mm_movelh_ps(a, b); }
+    FFT_AVX2_INLINE static V seconds(V a, V b) { return _mm_movehl_ps(b, a); }
+};
+
+template <>
+struct PointPair<double> {
+    using V = __m256d;
+    FFT_AVX2_INLINE static V load(const double* p) { return _mm256_loadu_pd(p); }
+    FFT_AVX2_INLINE static void store(double* p, V v) { _mm256_storeu_pd(p, v); }
+    FFT_AVX2_INLINE static V broadcast(double v) { return _mm256_set1_pd(v); }
+    FFT_AVX2_INLINE static V firsts(V a, V b) { return _mm256_permute2f128_pd(a, b, 0x20); }
+    FFT_AVX2_INLINE static V seconds(V a, V b) { return _mm256_permute2f128_pd(a, b, 0x31); }
+};
+
+// One block of pass 1 as loaded: (A0, A1) at p and (A2, A3) at p + N/2.
+template <typename T>
+struct LevelOneBlock {
+    typename PointPair<T>::V low;
+    typename PointPair<T>::V high;
+};
+
+template <typename T>
+FFT_AVX2_INLINE LevelOneBlock<T> loadBlock(const T* data, int p, int half) {
+    return {PointPair<T>::load(data + 2 * p), PointPair<T>::load(data + 2 * (p + half))};
+}
+
+// Sums (B0, B2) and differences (B1, B3), scaled after, stored as (B0, B1) at p and
+// (B2, B3) at p + N/2.
+template <typename T, bool Scaled>
+FFT_AVX2_INLINE void storeLevelOne(T* data, int p, int half, LevelOneBlock<T> x,
+                                   typename PointPair<T>::V scale) {
+    using P = PointPair<T>;
+    typename P::V sum = x.low + x.high;
+    typename P::V difference = x.low - x.high;
+    if constexpr (Scaled) {
+        sum = sum * scale;
+        difference = difference * scale;
+    }
+    P::store(data + 2 * p, P::firsts(sum, difference));
+    P::store(data + 2 * (p + half), P::seconds(sum, difference));
+}
+
+template <typename T, bool Scaled>
+FFT_AVX2 void bitReverseVector(T* data, int m, T scale) {
+    const ReversalGeometry g(m);
+    const typename PointPair<T>::V scales = PointPair<T>::broadcast(scale);
+    for (int mid = 0; mid < g.middles; ++mid) {
+        const int a = g.middle(mid);
+        for (int x = g.count - 1; x >= 0; --x) {
+            const int revX = g.rev(x);
+            for (int y = g.count - 1; y > x; --y) {
+                const int px = g.block(a, x, g.rev(y));
+                const int py = g.block(a, y, revX);
+                const LevelOneBlock<T> first = loadBlock(data, px, g.half);
+                const LevelOneBlock<T> second = loadBlock(data, py, g.half);
+                storeLevelOne<T, Scaled>(data, py, g.half, first, scales);
+                storeLevelOne<T, Scaled>(data, px, g.half, second, scales);
+            }
+            const int own = g.block(a, x, revX);
+            storeLevelOne<T, Scaled>(data, own, g.half, loadBlock(data, own, g.half), scales);
+        }
+    }
+}
+
+}  // namespace
 
 template <typename T, bool Scaled>
 void Avx2Passes::bitReverse(T* data, int m, T scale) {
-    bitReversePass<T, Scaled>(data, m, scale);
+    bitReverseVector<T, Scaled>(data, m, scale);
 }
 
 template <typename T, bool Inverse>
@@ -18,6 +278,16 @@ int Avx2Passes::leading(T* data, int points, int levelsAfterFirst) {
 
 template <typename T, bool Inverse>
 void Avx2Passes::radix8(T* data, int points, int distance, const T* U, int tableSize) {
+    if (distance >= Avx<T>::points) {
+        radix8Consecutive<T, Inverse>(data, points, distance, U, tableSize);
+        return;
+    }
+    if constexpr (std::is_same_v<T, float>) {
+        if (points >= 32) {
+            radix8DistanceTwo<Inverse>(data, points, U, tableSize);
+            return;
+        }
+    }
     radix8Pass<T, Inverse>(data, points, distance, U, tableSize);
 }
 
