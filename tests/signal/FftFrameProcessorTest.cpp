@@ -234,12 +234,15 @@ TEST(FftFrameProcessor, GreaterMarginsKeepTheLatencyFormula)
 
 TEST(FftFrameProcessor, MarginsBelowHalfTheFrameOverrunTheLastReadPointer)
 {
-    // The condition itself: 4 hop fits in the frame exactly when the margins add up
-    // to at least frameSize / 2. (inverse is not called on the short-margin object.)
-    for (int margins = 0; margins <= 256; margins += 2) {
-        FftFrameProcessor processor(1, 1, 256, 1, margins / 2, margins / 2);
-        EXPECT_EQ(4 * processor.hop() <= 256, margins >= 128) << "margins " << margins;
+    // The condition itself (inverse is not called on the short-margin objects):
+    // 4 hop exceeds the frame when the margins add up to frameSize / 2 - 2 or less.
+    // A sum of frameSize / 2 - 1 gives an odd core whose truncated hop still fits.
+    for (int margins = 0; margins <= 256; ++margins) {
+        FftFrameProcessor processor(1, 1, 256, 1, margins / 2, margins - margins / 2);
+        EXPECT_EQ(4 * processor.hop() > 256, margins <= 126) << "margins " << margins;
     }
+    FftFrameProcessor oddCore(1, 1, 256, 1, 63, 64);
+    EXPECT_EQ(4 * oddCore.hop(), 256);
 }
 
 TEST(FftFrameProcessor, ChangedSpectraSpillIntoTheMarginsAndStillAddUp)
