@@ -57,6 +57,32 @@ struct Avx<float> {
         return _mm256_permutevar8x32_ps(_mm256_castps128_ps256(_mm_loadu_ps(p)),
                                         _mm256_setr_epi32(3, 3, 2, 2, 1, 1, 0, 0));
     }
+    // (U[b], U[b], U[b + s], U[b + s], ..., U[b + 3s], U[b + 3s]) for a step s of
+    // either sign; steps of 1 and 2 are contiguous (masked) loads, never reading
+    // outside the four entries' span.
+    FFT_AVX2_INLINE static V duplicatedRun(const float* U, int b, int s) {
+        const __m256i everyOther = _mm256_setr_epi32(-1, 0, -1, 0, -1, 0, -1, 0);
+        switch (s) {
+        case 1: return duplicated(U + b);
+        case -1: return duplicatedReversed(U + b - 3);
+        case 2:
+            return _mm256_permutevar8x32_ps(_mm256_maskload_ps(U + b, everyOther),
+                                            _mm256_setr_epi32(0, 0, 2, 2, 4, 4, 6, 6));
+        case -2:
+            return _mm256_permutevar8x32_ps(_mm256_maskload_ps(U + b - 6, everyOther),
+                                            _mm256_setr_epi32(6, 6, 4, 4, 2, 2, 0, 0));
+        default:
+            return _mm256_permutevar8x32_ps(
+                _mm256_castps128_ps256(_mm_setr_ps(U[b], U[b + s], U[b + 2 * s], U[b + 3 * s])),
+                _mm256_setr_epi32(0, 0, 1, 1, 2, 2, 3, 3));
+        }
+    }
+    // Sign flips of the real parts, the imaginary parts, or both.
+    FFT_AVX2_INLINE static V flipReal(V v) {
+        return _mm256_xor_ps(v, _mm256_setr_ps(-0.0f, 0.0f, -0.0f, 0.0f, -0.0f, 0.0f, -0.0f, 0.0f));
+    }
+    FFT_AVX2_INLINE static V flipImaginary(V v) { return negateImaginary(v); }
+    FFT_AVX2_INLINE static V flipAll(V v) { return _mm256_xor_ps(v, _mm256_set1_ps(-0.0f)); }
 };
 
 template <>
@@ -83,6 +109,16 @@ struct Avx<double> {
     FFT_AVX2_INLINE static V duplicatedReversed(const double* p) {
         return _mm256_permute4x64_pd(_mm256_castpd128_pd256(_mm_loadu_pd(p)), 0x05);
     }
+    FFT_AVX2_INLINE static V duplicatedRun(const double* U, int b, int s) {
+        switch (s) {
+        case 1: return duplicated(U + b);
+        case -1: return duplicatedReversed(U + b - 1);
+        default: return _mm256_setr_pd(U[b], U[b], U[b + s], U[b + s]);
+        }
+    }
+    FFT_AVX2_INLINE static V flipReal(V v) { return _mm256_xor_pd(v, _mm256_setr_pd(-0.0, 0.0, -0.0, 0.0)); }
+    FFT_AVX2_INLINE static V flipImaginary(V v) { return negateImaginary(v); }
+    FFT_AVX2_INLINE static V flipAll(V v) { return _mm256_xor_pd(v, _mm256_set1_pd(-0.0)); }
 };
 
 // A twiddle per point: real parts duplicated, imaginary parts as (im, -im).
@@ -135,6 +171,55 @@ FFT_AVX2_INLINE VectorRadix8Twiddles<T> vectorTwiddles(const T* U, const Radix8W
             gatherTwiddle<T>(w[4]), gatherTwiddle<T>(w[5]), gatherTwiddle<T>(w[6])};
 }
 
+// W from duplicated cosines c and sines s, and its quarter turn, as the scalar
+// Direction forms them: forward (c, -s) and (-s, -c), inverse (c, s) and (-s, c).
+template <typename T, bool Inverse>
+FFT_AVX2_INLINE VectorTwiddle<T> vectorTwiddle(typename Avx<T>::V c, typename Avx<T>::V s) {
+    if constexpr (Inverse)
+        return {c, Avx<T>::flipImaginary(s)};
+    else
+        return {c, Avx<T>::flipReal(s)};
+}
+
+template <typename T, bool Inverse>
+FFT_AVX2_INLINE VectorTwiddle<T> vectorQuarterTurn(typename Avx<T>::V c, typename Avx<T>::V s) {
+    if constexpr (Inverse)
+        return {Avx<T>::flipAll(s), Avx<T>::flipImaginary(c)};
+    else
+        return {Avx<T>::flipAll(s), Avx<T>::flipReal(c)};
+}
+
+// The twiddles of lanes d0 .. d0 + lanes - 1 read straight from the table as runs
+// of equally spaced entries. All lanes must lie in one half of the w1 walk.
+template <typename T, bool Inverse>
+FFT_AVX2_INLINE VectorRadix8Twiddles<T> tableTwiddles(const T* U, const Radix8Walk& walk, int d0) {
+    using A = Avx<T>;
+    const int q = walk.quarter;
+    const int j1 = d0 * walk.step1;
+    const int j2 = d0 * walk.step2;
+    const int j3 = d0 * walk.step3;
+    const int j4 = j3 + walk.eighth;
+    typename A::V c1;
+    typename A::V s1;
+    if (d0 < walk.half) {
+        c1 = A::duplicatedRun(U, j1, walk.step1);
+        s1 = A::duplicatedRun(U, q - j1, -walk.step1);
+    } else {
+        c1 = A::flipAll(A::duplicatedRun(U, 2 * q - j1, -walk.step1));
+        s1 = A::duplicatedRun(U, j1 - q, walk.step1);
+    }
+    const typename A::V c2 = A::duplicatedRun(U, j2, walk.step2);
+    const typename A::V s2 = A::duplicatedRun(U, q - j2, -walk.step2);
+    const typename A::V c3 = A::duplicatedRun(U, j3, walk.step3);
+    const typename A::V s3 = A::duplicatedRun(U, q - j3, -walk.step3);
+    const typename A::V c4 = A::duplicatedRun(U, j4, walk.step3);
+    const typename A::V s4 = A::duplicatedRun(U, q - j4, -walk.step3);
+    return {vectorTwiddle<T, Inverse>(c1, s1),      vectorTwiddle<T, Inverse>(c2, s2),
+            vectorTwiddle<T, Inverse>(c3, s3),      vectorTwiddle<T, Inverse>(c4, s4),
+            vectorQuarterTurn<T, Inverse>(c2, s2), vectorQuarterTurn<T, Inverse>(c3, s3),
+            vectorQuarterTurn<T, Inverse>(c4, s4)};
+}
+
 template <typename T>
 FFT_AVX2_INLINE void radix8Butterflies(typename Avx<T>::V* f, const VectorRadix8Twiddles<T>& w) {
     butterfly<T>(f[0], f[1], w.w1);
@@ -157,11 +242,14 @@ FFT_AVX2 void radix8Consecutive(T* data, int points, int distance, const T* U, i
     constexpr int lanes = Avx<T>::points;
     const Radix8Walk walk(tableSize, distance);
     const int span = 8 * distance;
+    // When D / 2 is a multiple of the lane count no group straddles the turn of w1.
+    const bool runs = distance >= 2 * lanes;
     for (int d0 = 0; d0 < distance; d0 += lanes) {
         int d[lanes];
         for (int lane = 0; lane < lanes; ++lane)
             d[lane] = d0 + lane;
-        const VectorRadix8Twiddles<T> w = vectorTwiddles<T, Inverse>(U, walk, d);
+        const VectorRadix8Twiddles<T> w =
+            runs ? tableTwiddles<T, Inverse>(U, walk, d0) : vectorTwiddles<T, Inverse>(U, walk, d);
         for (int base = d0; base < points; base += span) {
             typename Avx<T>::V f[8];
             for (int k = 0; k < 8; ++k)
