@@ -7,7 +7,8 @@
 #include "module/MethodTable.h"
 
 namespace {
-void* hostContext = nullptr;  // written by init; nothing reads it
+// Written by init and read by nothing; volatile keeps the store the host asked for.
+void* volatile hostContext = nullptr;
 }
 
 extern "C" FERROTIP_API void getMethodDescription(MethodDescription* record)
