@@ -352,6 +352,62 @@ FFT_AVX2 void bitReverseVector(T* data, int m, T scale) {
     }
 }
 
+// One bin pair per lane of the real unpacking (or packing): xk holds the bins of
+// the k role, xm their mirrors m' = N/2 - k, point by point; c and s are the
+// duplicated cosine and sine of w. The results replace xk and xm. Per point the
+// operations are those of unpackPair and packPair.
+template <typename T, bool Packing>
+FFT_AVX2_INLINE void realPairVector(typename Avx<T>::V& xk, typename Avx<T>::V& xm, typename Avx<T>::V c,
+                                    typename Avx<T>::V s) {
+    using A = Avx<T>;
+    const typename A::V conjugate = A::negateImaginary(xm);
+    const typename A::V even = xk + conjugate;  // E or P
+    const typename A::V odd = xk - conjugate;   // O or R
+    if constexpr (Packing) {
+        // i w = (-s, c): point k = P + (i w) R, point m' = conj(P - (i w) R).
+        const typename A::V wr = A::flipAll(s);
+        xk = (even + wr * odd) + A::flipReal(c) * A::swapParts(odd);
+        xm = A::negateImaginary((even - wr * odd) + A::flipImaginary(c) * A::swapParts(odd));
+    } else {
+        // i w = (s, c): bin k = t = E - (i w) O, bin m' = conj(2E - t).
+        const typename A::V t = (even - s * odd) + A::flipImaginary(c) * A::swapParts(odd);
+        xk = t;
+        xm = A::negateImaginary((even + even) - t);
+    }
+}
+
+// The four-bin steps k = 1 .. N/8 - 1, lanes at a time, as far as whole groups go;
+// returns the first k left for the scalar steps.
+template <typename T, bool Packing>
+FFT_AVX2 int realQuadsVector(T* data, int n, const T* U) {
+    using A = Avx<T>;
+    constexpr int lanes = A::points;
+    const int points = n / 2;
+    const int quarter = n / 4;
+    int k = 1;
+    for (; k + lanes <= n / 8; k += lanes) {
+        const typename A::V c = A::duplicated(U + k);                                // U[k + l]
+        const typename A::V s = A::duplicatedReversed(U + quarter - k - lanes + 1);  // U[Q - k - l]
+        // Bins k + l with mirrors N/2 - k - l, and w = U[k] -+ i U[Q - k].
+        T* const low = data + 2 * k;
+        T* const high = data + 2 * (points - k - lanes + 1);
+        typename A::V xk = A::load(low);
+        typename A::V xm = A::reversePoints(A::load(high));
+        realPairVector<T, Packing>(xk, xm, c, s);
+        A::store(low, xk);
+        A::store(high, A::reversePoints(xm));
+        // Bins Q - k - l with mirrors Q + k + l, and the cosine and sine swapped.
+        T* const below = data + 2 * (quarter - k - lanes + 1);
+        T* const above = data + 2 * (quarter + k);
+        typename A::V yk = A::reversePoints(A::load(below));
+        typename A::V ym = A::load(above);
+        realPairVector<T, Packing>(yk, ym, s, c);
+        A::store(below, A::reversePoints(yk));
+        A::store(above, ym);
+    }
+    return k;
+}
+
 }  // namespace
 
 template <typename T, bool Scaled>
@@ -381,12 +437,16 @@ void Avx2Passes::radix8(T* data, int points, int distance, const T* U, int table
 
 template <typename T>
 void Avx2Passes::unpack(T* data, int n, const T* U) {
-    unpackReal(data, n, U);
+    unpackEnds(data, n);
+    realEighths<T, false>(data, n, U);
+    realQuads<T, false>(data, n, U, realQuadsVector<T, false>(data, n, U));
 }
 
 template <typename T>
 void Avx2Passes::pack(T* data, int n, const T* U) {
-    packReal(data, n, U);
+    packEnds(data, n);
+    realEighths<T, true>(data, n, U);
+    realQuads<T, true>(data, n, U, realQuadsVector<T, true>(data, n, U));
 }
 
 #define FERROTIP_FFT_AVX2_INSTANTIATE(T)                                           \
