@@ -37,10 +37,6 @@ struct Avx<float> {
     FFT_AVX2_INLINE static V reversePoints(V v) {
         return _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(v), 0x1B));
     }
-    FFT_AVX2_INLINE static V negateImaginary(V v) {
-        return _mm256_xor_ps(v, _mm256_setr_ps(0.0f, -0.0f, 0.0f, -0.0f, 0.0f, -0.0f, 0.0f, -0.0f));
-    }
-    FFT_AVX2_INLINE static V broadcast(float v) { return _mm256_set1_ps(v); }
     // Per point: (re, re) and (im, -im) of the given twiddles.
     FFT_AVX2_INLINE static V realParts(const Complex<float>* w) {
         return _mm256_setr_ps(w[0].re, w[0].re, w[1].re, w[1].re, w[2].re, w[2].re, w[3].re, w[3].re);
@@ -81,7 +77,9 @@ struct Avx<float> {
     FFT_AVX2_INLINE static V flipReal(V v) {
         return _mm256_xor_ps(v, _mm256_setr_ps(-0.0f, 0.0f, -0.0f, 0.0f, -0.0f, 0.0f, -0.0f, 0.0f));
     }
-    FFT_AVX2_INLINE static V flipImaginary(V v) { return negateImaginary(v); }
+    FFT_AVX2_INLINE static V flipImaginary(V v) {
+        return _mm256_xor_ps(v, _mm256_setr_ps(0.0f, -0.0f, 0.0f, -0.0f, 0.0f, -0.0f, 0.0f, -0.0f));
+    }
     FFT_AVX2_INLINE static V flipAll(V v) { return _mm256_xor_ps(v, _mm256_set1_ps(-0.0f)); }
 };
 
@@ -93,10 +91,6 @@ struct Avx<double> {
     FFT_AVX2_INLINE static void store(double* p, V v) { _mm256_storeu_pd(p, v); }
     FFT_AVX2_INLINE static V swapParts(V v) { return _mm256_permute_pd(v, 0x5); }
     FFT_AVX2_INLINE static V reversePoints(V v) { return _mm256_permute2f128_pd(v, v, 0x01); }
-    FFT_AVX2_INLINE static V negateImaginary(V v) {
-        return _mm256_xor_pd(v, _mm256_setr_pd(0.0, -0.0, 0.0, -0.0));
-    }
-    FFT_AVX2_INLINE static V broadcast(double v) { return _mm256_set1_pd(v); }
     FFT_AVX2_INLINE static V realParts(const Complex<double>* w) {
         return _mm256_setr_pd(w[0].re, w[0].re, w[1].re, w[1].re);
     }
@@ -117,7 +111,7 @@ struct Avx<double> {
         }
     }
     FFT_AVX2_INLINE static V flipReal(V v) { return _mm256_xor_pd(v, _mm256_setr_pd(-0.0, 0.0, -0.0, 0.0)); }
-    FFT_AVX2_INLINE static V flipImaginary(V v) { return negateImaginary(v); }
+    FFT_AVX2_INLINE static V flipImaginary(V v) { return _mm256_xor_pd(v, _mm256_setr_pd(0.0, -0.0, 0.0, -0.0)); }
     FFT_AVX2_INLINE static V flipAll(V v) { return _mm256_xor_pd(v, _mm256_set1_pd(-0.0)); }
 };
 
@@ -148,11 +142,12 @@ struct VectorRadix8Twiddles {
 };
 
 template <typename T>
-FFT_AVX2_INLINE VectorTwiddle<T> gatherTwiddle(const Complex<T>* w) {
+FFT_AVX2_INLINE VectorTwiddle<T> packTwiddle(const Complex<T>* w) {
     return {Avx<T>::realParts(w), Avx<T>::signedImaginaryParts(w)};
 }
 
-// The scalar twiddles of the given d per lane, packed into vectors.
+// The scalar path's twiddles of the given d per lane, packed into vectors (used
+// while lanes may straddle the turn of w1).
 template <typename T, bool Inverse>
 FFT_AVX2_INLINE VectorRadix8Twiddles<T> vectorTwiddles(const T* U, const Radix8Walk& walk, const int* d) {
     constexpr int lanes = Avx<T>::points;
@@ -167,8 +162,8 @@ FFT_AVX2_INLINE VectorRadix8Twiddles<T> vectorTwiddles(const T* U, const Radix8W
         w[5][lane] = s.w3q;
         w[6][lane] = s.w4q;
     }
-    return {gatherTwiddle<T>(w[0]), gatherTwiddle<T>(w[1]), gatherTwiddle<T>(w[2]), gatherTwiddle<T>(w[3]),
-            gatherTwiddle<T>(w[4]), gatherTwiddle<T>(w[5]), gatherTwiddle<T>(w[6])};
+    return {packTwiddle<T>(w[0]), packTwiddle<T>(w[1]), packTwiddle<T>(w[2]), packTwiddle<T>(w[3]),
+            packTwiddle<T>(w[4]), packTwiddle<T>(w[5]), packTwiddle<T>(w[6])};
 }
 
 // W from duplicated cosines c and sines s, and its quarter turn, as the scalar
@@ -360,19 +355,19 @@ template <typename T, bool Packing>
 FFT_AVX2_INLINE void realPairVector(typename Avx<T>::V& xk, typename Avx<T>::V& xm, typename Avx<T>::V c,
                                     typename Avx<T>::V s) {
     using A = Avx<T>;
-    const typename A::V conjugate = A::negateImaginary(xm);
+    const typename A::V conjugate = A::flipImaginary(xm);
     const typename A::V even = xk + conjugate;  // E or P
     const typename A::V odd = xk - conjugate;   // O or R
     if constexpr (Packing) {
         // i w = (-s, c): point k = P + (i w) R, point m' = conj(P - (i w) R).
         const typename A::V wr = A::flipAll(s);
         xk = (even + wr * odd) + A::flipReal(c) * A::swapParts(odd);
-        xm = A::negateImaginary((even - wr * odd) + A::flipImaginary(c) * A::swapParts(odd));
+        xm = A::flipImaginary((even - wr * odd) + A::flipImaginary(c) * A::swapParts(odd));
     } else {
         // i w = (s, c): bin k = t = E - (i w) O, bin m' = conj(2E - t).
         const typename A::V t = (even - s * odd) + A::flipImaginary(c) * A::swapParts(odd);
         xk = t;
-        xm = A::negateImaginary((even + even) - t);
+        xm = A::flipImaginary((even + even) - t);
     }
 }
 
