@@ -2,6 +2,7 @@
 // scaling of each form, aliasing through scratch, and the refused sizes.
 #include "signal/CFft_std.h"
 
+#include "signal/AllocationCounter.h"
 #include "signal/FftKernels.h"
 #include "signal/FftTestSupport.h"
 
@@ -256,6 +257,34 @@ TYPED_TEST(CFftStd, RefusedSizesKeepTheLogarithmAndTransformNothing) {
     std::vector<TypeParam> small = {1, 2, 3, 4, 5, 6, 7, 8};
     eight.realForwardInPlace(small.data(), LayoutNyquistSecond);
     EXPECT_EQ(small, (std::vector<TypeParam>{1, 2, 3, 4, 5, 6, 7, 8}));
+}
+
+// Only the constructor allocates: no data form and no layout conversion does.
+TYPED_TEST(CFftStd, NoOperationAllocates) {
+    CFft_std<TypeParam> fft(n);
+    std::vector<TypeParam> data = randomValues<TypeParam>(2 * n + 2, 52u);
+    std::vector<TypeParam> re(n), im(n), out(2 * n + 2);
+    testsupport::AllocationScope scope;
+    fft.realForward(data.data(), re.data(), im.data());
+    fft.realForwardInterleaved(data.data(), out.data());
+    fft.realInverse(re.data(), im.data(), out.data());
+    fft.realInverseInterleaved(data.data(), out.data());
+    for (unsigned int layout = 1; layout <= 3; ++layout) {
+        fft.realForwardInPlace(data.data(), layout);
+        fft.realInverseInPlace(data.data(), layout);
+    }
+    fft.complexForward(data.data(), out.data());
+    fft.complexForwardInPlace(data.data());
+    fft.complexForwardSplit(re.data(), im.data());
+    fft.complexForwardSplitTo(re.data(), im.data(), re.data(), im.data());
+    fft.complexInverse(data.data(), out.data());
+    fft.complexInverseInPlace(data.data());
+    fft.complexInverseSplit(re.data(), im.data());
+    fft.complexInverseSplitTo(re.data(), im.data(), re.data(), im.data());
+    EXPECT_EQ(scope.count(), 0);
+    testsupport::AllocationScope construction;
+    CFft_std<TypeParam> another(n);
+    EXPECT_EQ(construction.count(), 2) << "the counter sees the constructor's scratch and table";
 }
 
 }  // namespace
