@@ -1,0 +1,174 @@
+// Runs `ferrotip declick` as a user would and checks the file it writes.
+#include <sndfile.h>
+#include <sys/wait.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "crackle/CrackleTestSignals.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Outcome {
+    int status;
+    std::string output;  // stdout and stderr together
+};
+
+Outcome ferrotip(const std::string& arguments)
+{
+    const std::string command = std::string(FERROTIP_CLI_PATH) + " " + arguments + " 2>&1";
+    std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
+    std::string output;
+    char buffer[4096];
+    while (std::fgets(buffer, sizeof buffer, pipe.get())) output += buffer;
+    const int status = pclose(pipe.release());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
+}
+
+struct Audio {
+    SF_INFO info{};
+    std::vector<float> samples;  // interleaved
+};
+
+void writeAudio(const std::string& path, const cracklefixture::Channels& channels, int format)
+{
+    SF_INFO info{};
+    info.samplerate = 44100;
+    info.channels = static_cast<int>(channels.size());
+    info.format = format;
+    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
+    ASSERT_NE(file, nullptr) << sf_strerror(nullptr);
+    const size_t frames = channels[0].size();
+    std::vector<float> data(frames * channels.size());
+    for (size_t t = 0; t < frames; ++t)
+        for (size_t c = 0; c < channels.size(); ++c) data[t * channels.size() + c] = channels[c][t];
+    sf_writef_float(file, data.data(), static_cast<sf_count_t>(frames));
+    sf_close(file);
+}
+
+Audio readAudio(const std::string& path)
+{
+    Audio audio;
+    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &audio.info);
+    EXPECT_NE(file, nullptr) << path;
+    if (!file) return audio;
+    audio.samples.resize(audio.info.frames * audio.info.channels);
+    sf_readf_float(file, audio.samples.data(), audio.info.frames);
+    sf_close(file);
+    return audio;
+}
+
+class DeclickCommand : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        dir = fs::temp_directory_path() /
+              ("ferrotip-declick-" + std::string(testing::UnitTest::GetInstance()->current_test_info()->name()));
+        fs::remove_all(dir);
+        fs::create_directories(dir);
+        // Music with single-sample clicks (below the spectral floor, so wholly in the
+        // residual path), a length that is no multiple of any block size.
+        clean = cracklefixture::musicLike(2, 3 * 44100 + 123, 77);
+        for (auto& c : clean)
+            for (float& v : c) v *= 0.5f;
+        clicked = clean;
+        for (int at = 12000; at < 3 * 44100; at += 4321) clicked[at % 2][at] += 0.4f;
+        writeAudio(path("in.wav"), clicked, SF_FORMAT_WAV | SF_FORMAT_FLOAT);
+    }
+    void TearDown() override { fs::remove_all(dir); }
+    std::string path(const std::string& name) const { return (dir / name).string(); }
+
+    double errorAgainstClean(const Audio& audio) const
+    {
+        double sum = 0.0;
+        for (size_t t = 0; t < clean[0].size(); ++t)
+            for (int c = 0; c < 2; ++c) {
+                const double e = double(audio.samples[t * 2 + c]) - clean[c][t];
+                sum += e * e;
+            }
+        return sum;
+    }
+
+    fs::path dir;
+    cracklefixture::Channels clean;
+    cracklefixture::Channels clicked;
+};
+
+TEST_F(DeclickCommand, BypassWritesTheInputAlignedAndOfTheSameLengthForEveryBlockSize)
+{
+    const Audio input = readAudio(path("in.wav"));
+    for (const char* block : {"64", "1000", "4096"}) {
+        SCOPED_TRACE(block);
+        const auto outcome = ferrotip(std::string("declick --listen bypass --block ") + block + " " +
+                                      path("in.wav") + " " + path("out.wav"));
+        ASSERT_EQ(outcome.status, 0) << outcome.output;
+        const Audio output = readAudio(path("out.wav"));
+        EXPECT_EQ(output.info.frames, input.info.frames);
+        EXPECT_EQ(output.info.format, input.info.format);
+        EXPECT_EQ(output.samples, input.samples);
+    }
+}
+
+TEST_F(DeclickCommand, BothEnginesBringTheFileCloserToTheClean)
+{
+    const double before = errorAgainstClean(readAudio(path("in.wav")));
+    for (const char* engine : {"standard", "prediction"}) {
+        SCOPED_TRACE(engine);
+        const auto outcome = ferrotip(std::string("declick --engine ") + engine + " " + path("in.wav") + " " +
+                                      path("out.wav"));
+        ASSERT_EQ(outcome.status, 0) << outcome.output;
+        EXPECT_NE(outcome.output.find("real time"), std::string::npos) << outcome.output;
+        const double after = errorAgainstClean(readAudio(path("out.wav")));
+        EXPECT_LT(after, 0.1 * before);  // better than 10 dB: the output is aligned
+    }
+}
+
+TEST_F(DeclickCommand, DifferenceWritesTheRemovedClicksInverted)
+{
+    const auto outcome = ferrotip("declick --listen difference " + path("in.wav") + " " + path("out.wav"));
+    ASSERT_EQ(outcome.status, 0) << outcome.output;
+    const Audio output = readAudio(path("out.wav"));
+    const int at = 12000 + 4321;  // a click on channel 1
+    EXPECT_NEAR(output.samples[at * 2 + 1], -0.4f, 0.1f);
+}
+
+TEST_F(DeclickCommand, RefusesToOverwriteItsInput)
+{
+    const auto before = readAudio(path("in.wav")).samples;
+    const auto outcome = ferrotip("declick " + path("in.wav") + " " + path("in.wav"));
+    EXPECT_NE(outcome.status, 0);
+    EXPECT_NE(outcome.output.find("is the input file"), std::string::npos) << outcome.output;
+    EXPECT_EQ(readAudio(path("in.wav")).samples, before);
+}
+
+TEST_F(DeclickCommand, BadArgumentsNameTheArgumentAndWriteNothing)
+{
+    const std::pair<const char*, const char*> cases[] = {
+        {"--block 10", "--block"},
+        {"--engine fast", "--engine"},
+        {"--listen loud", "--listen"},
+        {"--sensitivity 0", "--sensitivity"},
+        {"--floor -1", "--floor"},
+    };
+    for (const auto& [arguments, named] : cases) {
+        SCOPED_TRACE(arguments);
+        const auto outcome = ferrotip(std::string("declick ") + arguments + " " + path("in.wav") + " " + path("out.wav"));
+        EXPECT_NE(outcome.status, 0);
+        EXPECT_NE(outcome.output.find(named), std::string::npos) << outcome.output;
+        EXPECT_FALSE(fs::exists(path("out.wav")));
+    }
+    const auto missing = ferrotip("declick " + path("none.wav") + " " + path("out.wav"));
+    EXPECT_NE(missing.status, 0);
+    EXPECT_NE(missing.output.find("no such file"), std::string::npos) << missing.output;
+    EXPECT_FALSE(fs::exists(path("out.wav")));
+}
+
+}  // namespace
