@@ -24,4 +24,4 @@ ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   -DFERROTIP_BUILD_BENCHMARKS=OFF
 
 echo "== windows"
-"$root/scripts/windows-check.sh" --linux-build "$root/build-release"
+"$root/scripts/windows-check.sh" --strict --linux-build "$root/build-release"
