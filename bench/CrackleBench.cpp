@@ -54,7 +54,7 @@ void engineThroughput(benchmark::State& state)
     state.SetItemsProcessed(static_cast<int64_t>(frames) * channels);
 }
 
-BENCHMARK_TEMPLATE(engineThroughput, AdvancedFftDeCrackler)->Arg(256)->Arg(1024)->Arg(4096);
-BENCHMARK_TEMPLATE(engineThroughput, AdvancedFftDeCracklerOpt)->Arg(256)->Arg(1024)->Arg(4096);
+BENCHMARK_TEMPLATE(engineThroughput, AdvancedFftDeCrackler)->Arg(256)->Arg(1024)->Arg(2048)->Arg(4096);
+BENCHMARK_TEMPLATE(engineThroughput, AdvancedFftDeCracklerOpt)->Arg(256)->Arg(1024)->Arg(2048)->Arg(4096);
 
 }  // namespace

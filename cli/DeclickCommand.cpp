@@ -24,7 +24,7 @@ struct DeclickOptions {
     std::string input, output;
     std::string engine = "standard";
     std::string listen;
-    int block = 1024;
+    int block = 2048;
     float sensitivity = 3.0f;
     float floor = 1e-7f;
     bool quiet = false;
@@ -184,7 +184,7 @@ void addDeclickCommand(CLI::App& app)
         ->capture_default_str();
     command->add_option("--block,-b", options->block, "samples per processing block")
         ->check(CLI::Range(minBlock, maxBlock))
-        ->default_str("1024");
+        ->default_str("2048");
     command
         ->add_option("--sensitivity", options->sensitivity,
                      "click threshold as a multiple of the detector's level; lower finds more")

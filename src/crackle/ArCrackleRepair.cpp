@@ -95,11 +95,12 @@ float ArCrackleRepair::ditherSample() const
 
 void ArCrackleRepair::estimateModel(int c, int order)
 {
+    // The dither is drawn first, in sample order, so that the weighting loop is free
+    // of calls.
+    for (int k = 0; k < blockSize_; ++k) windowedBlock_[k] = static_cast<double>(ditherSample());
     const float* block = workSamples_[c] + historyLength();
-    for (int k = 0; k < blockSize_; ++k) {
-        windowedBlock_[k] = static_cast<double>(block[k]) * hannWindow_[k] +
-                            static_cast<double>(ditherSample());
-    }
+    for (int k = 0; k < blockSize_; ++k)
+        windowedBlock_[k] = static_cast<double>(block[k]) * hannWindow_[k] + windowedBlock_[k];
     correlator_->autocorrelate(windowedBlock_.data(), blockSize_, autocorr_.data(), order + 1);
     if (autocorr_[0] > silentEnergy) levinsonDurbinRows(autocorr_.data(), lpcRows_.rows(), order);
 }
@@ -107,32 +108,29 @@ void ArCrackleRepair::estimateModel(int c, int order)
 template <typename OnSpan>
 void ArCrackleRepair::scanSpans(int c, OnSpan onSpan)
 {
-    // Only 1 opens a span and only 0 closes one. A span still open at the block's
-    // end is followed into the look-ahead as far as lookAheadLimit.
+    // Only 1 opens a span and only 0 closes one, so the walk jumps from one such
+    // value to the next. A span still open at the block's end is followed into the
+    // look-ahead as far as lookAheadLimit.
     const int* marks = workMarks_[c];
-    const int blockEnd = historyLength() + blockSize_;
+    const int* blockEnd = marks + historyLength() + blockSize_;
     inSpan_[c] = 0;
-    int i = historyLength();
-    for (; i < blockEnd; ++i) {
-        const int m = marks[i];
-        if (inSpan_[c] == 0 && m == 1) {
-            inSpan_[c] = 1;
-            spanStart_[c] = i;
-        }
-        if (inSpan_[c] == 1 && m == 0) {
-            inSpan_[c] = 0;
-            spanEnd_[c] = i;
-            onSpan(spanStart_[c], i);
-        }
-    }
-    if (inSpan_[c] == 1) {
+    const int* i = marks + historyLength();
+    while (true) {
+        i = std::find(i, blockEnd, 1);
+        if (i == blockEnd) return;
+        inSpan_[c] = 1;
+        spanStart_[c] = static_cast<int>(i - marks);
+        i = std::find(i, blockEnd, 0);
+        if (i == blockEnd) break;
         inSpan_[c] = 0;
-        if (marks[i] == 1) {
-            while (i < lookAheadLimit() && marks[i] == 1) ++i;
-        }
-        spanEnd_[c] = i;
-        onSpan(spanStart_[c], i);
+        spanEnd_[c] = static_cast<int>(i - marks);
+        onSpan(spanStart_[c], spanEnd_[c]);
     }
+    inSpan_[c] = 0;
+    const int* limit = marks + lookAheadLimit();
+    while (i < limit && *i == 1) ++i;
+    spanEnd_[c] = static_cast<int>(i - marks);
+    onSpan(spanStart_[c], spanEnd_[c]);
 }
 
 void ArCrackleRepair::solveSpan(int c, int start, int end)

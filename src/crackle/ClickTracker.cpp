@@ -11,20 +11,6 @@ void ClickTracker::reset()
     flags_.fill(0);
 }
 
-int ClickTracker::judge(float d, float sensitivity, float level)
-{
-    // Shifting the history is moving the newest index one slot back.
-    newest_ = (newest_ + ringSize - 1) & (ringSize - 1);
-    diffs_[slot(0)] = d;
-    flags_[slot(0)] = 0;
-    if (runState_ == 0) {
-        if (d > sensitivity * level) trigger(sensitivity, level);
-    } else {
-        extendRun(d, sensitivity, level);
-    }
-    return flags_[slot(historyLength - 1)];
-}
-
 void ClickTracker::trigger(float sensitivity, float level)
 {
     // The full threshold misses a click's rising front; walk back over values

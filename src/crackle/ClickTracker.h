@@ -23,8 +23,20 @@ public:
     void reset();
 
     // Judges statistic value d and returns the flag that leaves the history:
-    // the flag of the sample 29 places before this one.
-    int judge(float d, float sensitivity, float level);
+    // the flag of the sample 29 places before this one. Inline: it runs per sample.
+    int judge(float d, float sensitivity, float level)
+    {
+        // Shifting the history is moving the newest index one slot back.
+        newest_ = (newest_ + ringSize - 1) & (ringSize - 1);
+        diffs_[slot(0)] = d;
+        flags_[slot(0)] = 0;
+        if (runState_ == 0) {
+            if (d > sensitivity * level) trigger(sensitivity, level);
+        } else {
+            extendRun(d, sensitivity, level);
+        }
+        return flags_[slot(historyLength - 1)];
+    }
 
     bool active() const { return runState_ != 0; }
     int settleCount() const { return settleCount_; }

@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <cmath>
 
+#include "crackle/SpectralSplit.h"
+
 namespace {
 
 constexpr int hannWindowSelector = 1;
 constexpr int defaultMargin = -1;
 constexpr int standardSettleLimit = 5;
-// Bins at or below this power go wholly to the residual, with no division.
-constexpr float vanishingPower = 1e-11f;
 constexpr float levelFloor = 1e-9f;
 
 std::unique_ptr<standardLib::FftFrameProcessor> makeFrameProcessor(int channels, int frameSize)
@@ -137,39 +137,12 @@ void FftCrackleDetector::detectSilence()
     }
 }
 
-float FftCrackleDetector::tonalGain(float re, float im, float spectralFloor)
-{
-    const float power = re * re + im * im;
-    float gain = power - spectralFloor;
-    if (gain < 0.0f) gain = 0.0f;
-    if (power > vanishingPower) {
-        gain = gain / power;
-        if (gain > 1.0f) gain = 1.0f;
-    } else {
-        gain = 0.0f;
-    }
-    return gain;
-}
-
 void FftCrackleDetector::splitSpectra()
 {
     // Complementary gains g and 1 - g: the two paths sum to the input.
     const int bins = frameSize_ / 2 + 1;
-    for (int c = 0; c < channels_; ++c) {
-        float* tonalRe = tonalRe_[c];
-        float* tonalIm = tonalIm_[c];
-        float* residualRe = residualRe_[c];
-        float* residualIm = residualIm_[c];
-        for (int k = 0; k < bins; ++k) {
-            const float re = tonalRe[k];
-            const float im = tonalIm[k];
-            const float g = tonalGain(re, im, spectralFloor_);
-            residualRe[k] = (1.0f - g) * re;
-            residualIm[k] = (1.0f - g) * im;
-            tonalRe[k] = g * re;
-            tonalIm[k] = g * im;
-        }
-    }
+    for (int c = 0; c < channels_; ++c)
+        spectralsplit::splitSpectrum(tonalRe_[c], tonalIm_[c], residualRe_[c], residualIm_[c], bins, spectralFloor_);
 }
 
 float FftCrackleDetector::meanAbsoluteDifference(int c)

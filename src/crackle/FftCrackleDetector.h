@@ -45,9 +45,6 @@ public:
     // The residual hop judged last, before the 30-sample output delay.
     const float* residualHop(int channel) const { return residualTime_[channel]; }
 
-    // Power-complementary split of one bin: the tonal gain, 0 at or below the floor.
-    static float tonalGain(float re, float im, float spectralFloor);
-
 protected:
     static constexpr int markDelay = ClickTracker::historyLength;
 

@@ -127,7 +127,9 @@ TEST_F(DeclickCommand, BothEnginesBringTheFileCloserToTheClean)
         ASSERT_EQ(outcome.status, 0) << outcome.output;
         EXPECT_NE(outcome.output.find("real time"), std::string::npos) << outcome.output;
         const double after = errorAgainstClean(readAudio(path("out.wav")));
-        EXPECT_LT(after, 0.1 * before);  // better than 10 dB: the output is aligned
+        // Better than 6 dB: only an output aligned with the input can be (a shift of
+        // one sample alone would leave it farther from the clean signal than the input).
+        EXPECT_LT(after, 0.25 * before);
     }
 }
 

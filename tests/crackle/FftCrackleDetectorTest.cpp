@@ -79,21 +79,6 @@ TEST(FftCrackleDetector, DerivedSizesAndDefaults)
     EXPECT_EQ(detector.sensitivity(), 4.5f);  // kept by reset
 }
 
-TEST(FftCrackleDetector, BinWhosePowerEqualsTheFloorGoesWhollyToTheResidual)
-{
-    const float re = 3e-4f;
-    const float im = -4e-4f;
-    const float power = re * re + im * im;
-    EXPECT_EQ(FftCrackleDetector::tonalGain(re, im, power), 0.0f);
-    EXPECT_GT(FftCrackleDetector::tonalGain(re, im, std::nextafter(power, 0.0f)), 0.0f);
-    // Vanishing bins go to the residual without a division, whatever the floor.
-    EXPECT_EQ(FftCrackleDetector::tonalGain(1e-6f, 0.0f, 0.0f), 0.0f);
-    // A strong bin passes almost whole: g = 1 - floor / P.
-    EXPECT_NEAR(FftCrackleDetector::tonalGain(0.1f, 0.0f, 1e-7f), 1.0f - 1e-5f, 1e-7f);
-    // A negative floor cannot raise the gain above 1.
-    EXPECT_EQ(FftCrackleDetector::tonalGain(0.1f, 0.0f, -1.0f), 1.0f);
-}
-
 TEST(FftCrackleDetector, FirstHopAfterResetIsZeroOnBothOutputsAndMarks)
 {
     FftCrackleDetector detector(2, frameSize);
