@@ -51,9 +51,12 @@ std::unique_ptr<MetaDeCrackler> makeEngine(const DeclickOptions& options, int ch
 class Progress {
 public:
     Progress(std::int64_t total, bool enabled) : total_(std::max<std::int64_t>(total, 1)), enabled_(enabled) {}
-    ~Progress()
+    ~Progress() { finish(); }
+    // Clears the bar's line.
+    void finish()
     {
         if (enabled_ && drawn_ >= 0) std::fprintf(stderr, "\r%*s\r", barWidth + 8, "");
+        drawn_ = -1;
     }
     void update(std::int64_t done)
     {
@@ -156,6 +159,7 @@ void declickFile(const DeclickOptions& options)
         progress.update(written);
     }
     writer.commit();
+    progress.finish();
 
     const double seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
