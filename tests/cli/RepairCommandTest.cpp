@@ -1,6 +1,5 @@
 // Runs the ferrotip program as a user would and checks what it writes.
 #include <sndfile.h>
-#include <sys/wait.h>
 
 #include <gtest/gtest.h>
 
@@ -13,25 +12,14 @@
 #include <string>
 #include <vector>
 
+#include "support/CommandRunner.h"
+
 namespace fs = std::filesystem;
 
 namespace {
 
-struct Outcome {
-    int status;
-    std::string output;  // stdout and stderr together
-};
-
-Outcome ferrotip(const std::string& arguments)
-{
-    const std::string command = std::string(FERROTIP_CLI_PATH) + " " + arguments + " 2>&1";
-    std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
-    std::string output;
-    char buffer[4096];
-    while (std::fgets(buffer, sizeof buffer, pipe.get())) output += buffer;
-    const int status = pclose(pipe.release());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
-}
+using testsupport::ferrotip;
+using Outcome = testsupport::CommandOutcome;
 
 class CliTest : public testing::Test {
 protected:

@@ -1,0 +1,29 @@
+// Runs the ferrotip program (FERROTIP_CLI_PATH) as a user would, capturing what
+// it prints on stdout and stderr together and its exit status.
+#pragma once
+
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <memory>
+#include <string>
+
+namespace testsupport {
+
+struct CommandOutcome {
+    int status;          // exit status, -1 when killed by a signal
+    std::string output;  // stdout and stderr together
+};
+
+inline CommandOutcome ferrotip(const std::string& arguments)
+{
+    const std::string command = std::string(FERROTIP_CLI_PATH) + " " + arguments + " 2>&1";
+    std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
+    std::string output;
+    char buffer[4096];
+    while (std::fgets(buffer, sizeof buffer, pipe.get())) output += buffer;
+    const int status = pclose(pipe.release());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
+}
+
+}  // namespace testsupport
