@@ -2,32 +2,14 @@
 
 #include "kalman/KalmanTestSupport.h"
 #include "kalman/LiteralKalman.h"
+#include "support/AllocationCounter.h"
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cmath>
 #include <cstdlib>
 #include <new>
 #include <vector>
-
-// Counts global allocations, to show that a filter step allocates nothing.
-namespace {
-std::atomic<long> allocationCount{0};
-}
-
-// The replaced pair allocates with malloc and releases with free; once inlined, the
-// compiler sees free on a new-expression's pointer and warns although the pair matches.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-void* operator new(std::size_t size) {
-    ++allocationCount;
-    if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
-    throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-#pragma GCC diagnostic pop
 
 namespace {
 
@@ -222,9 +204,9 @@ TEST(KalmanProcess, ProcessSampleDoesNotAllocate) {
     const kalman_test::Scenario s = kalman_test::makeScenario(12, 500, 3u);
     Kalman k;
     kalman_test::configure(k, s, 6, 1);
-    const long before = allocationCount.load();
+    const long before = testsupport::allocationCount();
     float sum = 0.0f;
     for (float y : s.observed) sum += k.processSample(y);
-    EXPECT_EQ(allocationCount.load(), before);
+    EXPECT_EQ(testsupport::allocationCount(), before);
     EXPECT_TRUE(std::isfinite(sum));
 }

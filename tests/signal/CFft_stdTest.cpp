@@ -2,7 +2,7 @@
 // scaling of each form, aliasing through scratch, and the refused sizes.
 #include "signal/CFft_std.h"
 
-#include "signal/AllocationCounter.h"
+#include "support/AllocationCounter.h"
 #include "signal/FftKernels.h"
 #include "signal/FftTestSupport.h"
 

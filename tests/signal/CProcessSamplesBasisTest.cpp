@@ -1,6 +1,6 @@
 #include "signal/CProcessSamplesBasis.h"
 
-#include "AllocationCounter.h"
+#include "support/AllocationCounter.h"
 
 #include <gtest/gtest.h>
 

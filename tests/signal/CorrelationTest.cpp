@@ -1,6 +1,6 @@
 #include "signal/Correlation.h"
 
-#include "AllocationCounter.h"
+#include "support/AllocationCounter.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "signal/DelayClass.h"
 
-#include "AllocationCounter.h"
+#include "support/AllocationCounter.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 ferrotip_add_tests(signal_blocks
   LIBRARIES ferrotip::signal
   SOURCES
-    ${CMAKE_CURRENT_LIST_DIR}/AllocationCounter.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/../support/AllocationCounter.cpp
     ${CMAKE_CURRENT_LIST_DIR}/CBufferTest.cpp
     ${CMAKE_CURRENT_LIST_DIR}/CBuffer2DTest.cpp
     ${CMAKE_CURRENT_LIST_DIR}/BufferRoutinesTest.cpp

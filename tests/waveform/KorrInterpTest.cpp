@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "waveform/AllocationCount.h"
+#include "support/AllocationCounter.h"
 #include "waveform/CorrelationScan.h"
 #include "waveform/TestSignals.h"
 
@@ -465,9 +465,9 @@ TEST(KorrInterp, InterpolateAllocatesOnlyTheScanWorkingCopies)
     auto left = randomSignal(8000, seed), right = randomSignal(8000, seed + 1);
     float* channels[2] = {left.data(), right.data()};
     KorrInterp interp(2, 44100, 8000);
-    const long before = waveform_test::allocationCount();
+    const long before = testsupport::allocationCount();
     interp.interpolate(channels, 2, 44100, 4000, 300, 80, 80, 0);
-    EXPECT_EQ(waveform_test::allocationCount() - before, 4);
+    EXPECT_EQ(testsupport::allocationCount() - before, 4);
 }
 
 }  // namespace
