@@ -1,6 +1,6 @@
 #include "ar/AnalysisSegment.h"
 
-#include "ar/PortableCosine.h"
+#include "signal/PortableCosine.h"
 
 #include <array>
 #include <limits>
@@ -10,7 +10,7 @@ namespace {
 constexpr double twoPi = 6.283185307179586;
 constexpr float twoToMinus32 = 0x1p-32f;
 
-// The windows take their cosines from ferrotip::cosine rather than the C library:
+// The windows take their cosines from standardLib::cosine rather than the C library:
 // C libraries round cos and cosf differently in the last bit on some of these
 // arguments (and one library's cos even depends on whether the CPU has FMA), so a
 // repair would change bits from one platform to the next. The portable cosine uses
@@ -21,10 +21,10 @@ void buildHann(int n, float* window, HannPrecision precision)
     for (int i = 0; i < n; ++i) {
         const double angle = static_cast<double>(i) * twoPi / static_cast<double>(n);
         if (precision == HannPrecision::float32) {
-            const float c = ferrotip::cosine(static_cast<float>(angle));
+            const float c = standardLib::cosine(static_cast<float>(angle));
             window[i] = (0.5f - 0.5f * c) / static_cast<float>(n);
         } else {
-            window[i] = static_cast<float>((0.5 - 0.5 * ferrotip::cosine(angle)) / static_cast<double>(n));
+            window[i] = static_cast<float>((0.5 - 0.5 * standardLib::cosine(angle)) / static_cast<double>(n));
         }
     }
 }
@@ -32,12 +32,12 @@ void buildHann(int n, float* window, HannPrecision precision)
 // Rise over 0.9 n samples (half a cosine period of 1.8 n) then a fall over 0.1 n.
 float riseValue(int i, int n)
 {
-    return static_cast<float>(0.5 - 0.5 * ferrotip::cosine(twoPi * i / (1.8 * n)));
+    return static_cast<float>(0.5 - 0.5 * standardLib::cosine(twoPi * i / (1.8 * n)));
 }
 
 float fallValue(int j, int n)
 {
-    return static_cast<float>(0.5 - 0.5 * ferrotip::cosine(twoPi * (0.1 * n - j) / (0.2 * n)));
+    return static_cast<float>(0.5 - 0.5 * standardLib::cosine(twoPi * (0.1 * n - j) / (0.2 * n)));
 }
 
 // Mode 3 takes the rise's end and the fall's loop test in double.

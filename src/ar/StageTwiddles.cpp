@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "signal/PortableCosine.h"
+
 namespace {
 
 constexpr double twoPi = 6.283185307179586;
@@ -29,8 +31,8 @@ void addAngle(float& cosine, float& sine, float stepCosine, float stepSine)
 StageTwiddles StageTwiddles::start(int n)
 {
     const double angle = twoPi / (2.0 * n);
-    return {static_cast<float>(std::cos(angle)), static_cast<float>(std::sin(angle)),
-            static_cast<float>(std::cos(3.0 * angle)), static_cast<float>(std::sin(3.0 * angle))};
+    return {static_cast<float>(standardLib::cosine(angle)), static_cast<float>(standardLib::sine(angle)),
+            static_cast<float>(standardLib::cosine(3.0 * angle)), static_cast<float>(standardLib::sine(3.0 * angle))};
 }
 
 StageTwiddles StageTwiddles::forStage(int n, int size)

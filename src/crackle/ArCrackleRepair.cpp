@@ -5,6 +5,7 @@
 
 #include "ar/ArRecursions.h"
 #include "ar/ClassicRand.h"
+#include "signal/PortableCosine.h"
 
 namespace {
 
@@ -34,7 +35,7 @@ ArCrackleRepair::ArCrackleRepair(int channels, int /*requestedMaxSpan*/, int blo
     // Periodic Hann, scaled by 1/blockSize.
     for (int k = 0; k < blockSize_; ++k) {
         const double angle = (6.283185307179586 * k) / blockSize_;
-        hannWindow_[k] = (0.5 - 0.5 * std::cos(angle)) / blockSize_;
+        hannWindow_[k] = (0.5 - 0.5 * standardLib::cosine(angle)) / blockSize_;
     }
     reset();
 }

@@ -5,6 +5,7 @@
 
 #include "ar/ArRecursions.h"
 #include "ar/ClassicRand.h"
+#include "signal/PortableCosine.h"
 
 namespace {
 
@@ -47,7 +48,7 @@ FftCrackleDetectorOpt::FftCrackleDetectorOpt(int channels, int frameSize)
     // Periodic Hann over one hop, scaled by 1/hop, computed in double.
     for (int k = 0; k < hop_; ++k) {
         const double angle = (6.283185307179586 * k) / hop_;
-        hannWindow_[k] = static_cast<float>((0.5 - 0.5 * std::cos(angle)) / hop_);
+        hannWindow_[k] = static_cast<float>((0.5 - 0.5 * standardLib::cosine(angle)) / hop_);
     }
     reset();
 }

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstring>
 
+#include "signal/PortableCosine.h"
+
 namespace standardLib {
 namespace {
 
@@ -65,13 +67,13 @@ void FftFrameProcessor::fillWindow(int windowSelector)
             value = 0.5 / frameSize_;
             break;
         case 1:
-            value = (0.5 - 0.5 * std::cos(x)) / frameSize_;
+            value = (0.5 - 0.5 * cosine(x)) / frameSize_;
             break;
         case 2:
-            value = (0.54 - 0.46 * std::cos(x)) / frameSize_ / 1.08;
+            value = (0.54 - 0.46 * cosine(x)) / frameSize_ / 1.08;
             break;
         default:
-            value = (0.42 - 0.5 * std::cos(x) + 0.08 * std::cos(12.566370614359172 * i / coreLength_))
+            value = (0.42 - 0.5 * cosine(x) + 0.08 * cosine(12.566370614359172 * i / coreLength_))
                     / frameSize_;
             break;
         }

@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "signal/PortableCosine.h"
+
 namespace standardLib {
 namespace {
 
@@ -35,7 +37,7 @@ int buildCosTable(int* log2Size, int size, T* table, int minLog2, int maxLog2) {
         return 1;
     const int quarter = size / 4;
     for (int i = 0; i <= quarter; ++i)
-        table[i] = static_cast<T>(std::cos(static_cast<double>(i) * 6.283185307179586 / size));
+        table[i] = static_cast<T>(cosine(static_cast<double>(i) * 6.283185307179586 / size));
     return 0;
 }
 

@@ -10,6 +10,7 @@
 #include "ar/ArRecursions.h"
 #include "ar/ClassicRand.h"
 #include "ar/LsarInterp.h"
+#include "signal/PortableCosine.h"
 
 namespace {
 
@@ -51,7 +52,7 @@ std::vector<float> preparedByHand(const AnalysisFrame& frame)
     std::vector<float> window(n);
     if (frame.mode <= 2) {
         for (int i = 0; i < n; ++i)
-            window[i] = static_cast<float>((0.5 - 0.5 * std::cos(i * 6.283185307179586 / n)) / n);
+            window[i] = static_cast<float>((0.5 - 0.5 * standardLib::cosine(i * 6.283185307179586 / n)) / n);
     } else {
         buildAnalysisWindow(frame.mode, n, window.data());
     }

@@ -8,7 +8,7 @@
 
 #include "ar/AnalysisSegment.h"
 #include "ar/ClassicRand.h"
-#include "ar/PortableCosine.h"
+#include "signal/PortableCosine.h"
 
 namespace {
 
@@ -196,7 +196,7 @@ TEST(AnalysisWindow, HannOfModesOneAndTwoIncludesTheDivisionByN)
     std::vector<float> w(1024);
     buildAnalysisWindow(1, 1024, w.data());
     EXPECT_EQ(w[0], 0.0f);
-    EXPECT_EQ(w[512], (0.5f - 0.5f * ferrotip::cosine(static_cast<float>(512 * 6.283185307179586 / 1024))) / 1024.0f);
+    EXPECT_EQ(w[512], (0.5f - 0.5f * standardLib::cosine(static_cast<float>(512 * 6.283185307179586 / 1024))) / 1024.0f);
     std::vector<float> wide(1024);
     buildAnalysisWindow(1, 1024, wide.data(), HannPrecision::float64);
     int differing = 0;

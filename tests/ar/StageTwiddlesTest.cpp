@@ -1,4 +1,5 @@
 #include "ar/StageTwiddles.h"
+#include "signal/PortableCosine.h"
 
 #include <gtest/gtest.h>
 
@@ -45,10 +46,10 @@ TEST(StageTwiddles, StartIsNarrowedFrom64BitValues)
 {
     const double a = 6.283185307179586 / 16.0;
     const StageTwiddles start = StageTwiddles::start(8);
-    EXPECT_EQ(start.cos1, static_cast<float>(std::cos(a)));
-    EXPECT_EQ(start.sin1, static_cast<float>(std::sin(a)));
-    EXPECT_EQ(start.cos3, static_cast<float>(std::cos(3.0 * a)));
-    EXPECT_EQ(start.sin3, static_cast<float>(std::sin(3.0 * a)));
+    EXPECT_EQ(start.cos1, static_cast<float>(standardLib::cosine(a)));
+    EXPECT_EQ(start.sin1, static_cast<float>(standardLib::sine(a)));
+    EXPECT_EQ(start.cos3, static_cast<float>(standardLib::cosine(3.0 * a)));
+    EXPECT_EQ(start.sin3, static_cast<float>(standardLib::sine(3.0 * a)));
 }
 
 TEST(StageTwiddles, EachStageHoldsTheStartDoubledOncePerHalving)

@@ -1,5 +1,6 @@
 // The table builders' limits and values, and the two fixed tables.
 #include "signal/FftTables.h"
+#include "signal/PortableCosine.h"
 
 #include <gtest/gtest.h>
 
@@ -93,8 +94,9 @@ TEST(FftTables, NonPositiveSizesAreRefused) {
     EXPECT_TRUE(tableUntouched);
 }
 
-// Every entry is the double cosine of i * 6.283185307179586 / N rounded once, so
-// the last one is the computed cosine of the rounded quarter turn, not 0.
+// Every entry is the library's portable double cosine of i * 6.283185307179586 / N
+// rounded once, so the last one is the computed cosine of the rounded quarter
+// turn, not 0.
 TEST(FftTables, EntriesAreDoubleCosinesRoundedOnce) {
     const int n = 1024;
     std::vector<double> doubles(n / 4 + 1);
@@ -103,7 +105,7 @@ TEST(FftTables, EntriesAreDoubleCosinesRoundedOnce) {
     ASSERT_EQ(buildRealCosTable<double>(&log2Size, n, doubles.data()), 0);
     ASSERT_EQ(buildComplexCosTable<float>(&log2Size, n, floats.data()), 0);
     for (int i = 0; i <= n / 4; ++i) {
-        const double want = std::cos(static_cast<double>(i) * 6.283185307179586 / n);
+        const double want = standardLib::cosine(static_cast<double>(i) * 6.283185307179586 / n);
         EXPECT_EQ(doubles[i], want) << i;
         EXPECT_EQ(floats[i], static_cast<float>(want)) << i;
     }

@@ -1,6 +1,7 @@
-#include "ar/PortableCosine.h"
+#include "signal/PortableCosine.h"
 
 #include <bit>
+#include <cmath>
 #include <cstdint>
 
 // Every operation below is a single IEEE-754 double operation or integer
@@ -8,7 +9,7 @@
 // compiler from contracting a*b+c into a fused multiply-add (-ffp-contract=off),
 // which would change the bits.
 
-namespace ferrotip {
+namespace standardLib {
 namespace {
 
 // pi/2 = pio2a + pio2b + pio2c + pio2d: three 33-bit parts and a 53-bit tail
@@ -232,9 +233,26 @@ double cosine(double x) noexcept
     }
 }
 
+double sine(double x) noexcept
+{
+    const double ax = x < 0.0 ? -x : x;
+    if (!(ax <= 0x1.fffffffffffffp+1023)) return x - x;  // infinity or NaN: NaN
+    const Reduced red = ax < codyWaiteLimit ? reduceCodyWaite(ax) : reducePayneHanek(ax);
+    const double hi = red.r.hi;
+    const double lo = red.r.lo;
+    double s = 0.0;
+    switch (red.quadrant) {
+    case 0: s = sinKernel(hi, lo); break;
+    case 1: s = cosKernel(hi, lo); break;
+    case 2: s = -sinKernel(hi, lo); break;
+    default: s = -cosKernel(hi, lo); break;
+    }
+    return x < 0.0 || (x == 0.0 && std::signbit(x)) ? -s : s;  // odd, -0 included
+}
+
 float cosine(float x) noexcept
 {
     return static_cast<float>(cosine(static_cast<double>(x)));
 }
 
-}  // namespace ferrotip
+}  // namespace standardLib

@@ -1,8 +1,9 @@
 // A cosine built from IEEE-754 double additions, subtractions, multiplications and
 // divisions only (no C library call, no fused multiply-add), so that it returns the
-// same bits on every platform, compiler and C library. The analysis windows of the
-// AR repair take their cosines from here: the C libraries' cosines differ in the
-// last bit on a share of the window arguments, and so would the repairs.
+// same bits on every platform, compiler and C library. Every window, twiddle and
+// cosine table of the library takes its values from here: the C libraries'
+// cosines differ in the last bit on a share of the arguments, and so would the
+// repairs and the transforms.
 //
 // Method: the argument is reduced by pi/2 to r in about [-pi/4, pi/4] and a
 // quadrant q, carrying r as a double-double; then cos r or sin r is evaluated with
@@ -26,11 +27,14 @@
 // cosine, which the tests check one by one.
 #pragma once
 
-namespace ferrotip {
+namespace standardLib {
 
 double cosine(double x) noexcept;
+
+// sin x from the same reduction and kernels, with the same accuracy.
+double sine(double x) noexcept;
 
 // (float)cosine((double)x)
 float cosine(float x) noexcept;
 
-}  // namespace ferrotip
+}  // namespace standardLib
