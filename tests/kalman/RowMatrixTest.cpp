@@ -33,7 +33,7 @@ TEST(RowMatrix, MoveKeepsRowPointersAndEmptiesTheSource) {
     RowMatrix moved(std::move(m));
     EXPECT_EQ(moved[1], row);
     EXPECT_EQ(moved[1][1], 5.0f);
-    EXPECT_FALSE(m.isAllocated());  // NOLINT(bugprone-use-after-move): moved-from state is specified
+    EXPECT_FALSE(m.isAllocated());  // NOLINT(bugprone-use-after-move): RowMatrix defines its moved-from state
     RowMatrix assigned;
     assigned = std::move(moved);
     EXPECT_EQ(assigned[1], row);
