@@ -5,7 +5,7 @@
 #include <random>
 #include <vector>
 
-#include "../tests/crackle/CrackleTestSignals.h"
+#include "crackle/CrackleTestSignals.h"
 #include "crackle/AdvancedFftDeCrackler.h"
 #include "crackle/AdvancedFftDeCracklerOpt.h"
 

@@ -7,35 +7,25 @@
 #include "signal/FftKernelPaths.h"
 #include "signal/FftKernels.h"
 #include "signal/FftTables.h"
+#include "signal/FftTestSupport.h"
 
 #include <benchmark/benchmark.h>
 #include <fftw3.h>
 
 #include <algorithm>
 #include <cstring>
-#include <random>
+#include <cstdint>
 #include <vector>
 
 namespace {
 
 using standardLib::fft::Isa;
 
-template <typename T>
-std::vector<T> noise(std::size_t count) {
-    std::mt19937 generator(2024u);
-    std::uniform_real_distribution<double> uniform(-1.0, 1.0);
-    std::vector<T> values(count);
-    for (T& v : values)
-        v = static_cast<T>(uniform(generator));
-    return values;
-}
+constexpr std::uint32_t inputSeed = 2024u;
 
 template <typename T>
-std::vector<T> table(int n) {
-    std::vector<T> cosTable(static_cast<std::size_t>(n / 4 + 1));
-    int log2Size = 0;
-    standardLib::buildRealCosTable<T>(&log2Size, n, cosTable.data());
-    return cosTable;
+std::vector<T> noise(std::size_t count) {
+    return ferrotip_test::randomValues<T>(count, inputSeed);
 }
 
 // Ours on one path; complex: 2N elements, real: N.
@@ -48,7 +38,7 @@ void runOurs(benchmark::State& state, Isa isa, bool real, int log2Size) {
     const int n = 1 << log2Size;
     const std::size_t count = real ? n : 2 * static_cast<std::size_t>(n);
     const std::vector<T> input = noise<T>(count);
-    const std::vector<T> cosTable = table<T>(n);
+    const std::vector<T> cosTable = ferrotip_test::realTable<T>(n);
     std::vector<T> work(count);
     const auto& kernels = standardLib::fft::kernelSet<T>(isa);
     const auto kernel = real ? kernels.realForward : kernels.complexForward;
