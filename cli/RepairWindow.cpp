@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <limits>
 
 #include "CliError.h"
 #include "module/MethodReach.h"
@@ -50,12 +49,10 @@ MethodInfo findMethod(const std::string& text)
 RepairWindow planRepair(const MethodInfo& method, int sampleRate, std::int64_t start,
                         std::int64_t length)
 {
-    constexpr std::int64_t int32Max = std::numeric_limits<std::int32_t>::max();
     if (length < 1) throw CliError("the region must be at least one sample long");
     const MethodDescription row = describe(method.index);
-    const MethodCounts counts = deriveCounts(row, sampleRate, 0);
-    const std::int64_t limit = std::int64_t{row.maxGapMs} * counts.samplesPerMs;
-    if (length > limit || length > int32Max)
+    const int limit = deriveCounts(row, sampleRate, 0).maxGapSamples;
+    if (length > limit)
         throw CliError("region of " + std::to_string(length) + " samples is longer than \"" +
                        method.name + "\" allows: " + std::to_string(row.maxGapMs) + " ms, " +
                        std::to_string(limit) + " samples at " + std::to_string(sampleRate) + " Hz");

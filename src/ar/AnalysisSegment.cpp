@@ -113,14 +113,17 @@ std::int64_t truncateToInt64(double value)
     return static_cast<std::int64_t>(value);
 }
 
-std::uint32_t noiseSeed(int seedValue)
+namespace {
+
+// seedValue as a float, times the factor in double, truncated; low 32 bits kept.
+std::uint32_t scaledSeed(int seedValue, double factor)
 {
-    const double product = static_cast<double>(static_cast<float>(seedValue)) * 1000.0;
+    const double product = static_cast<double>(static_cast<float>(seedValue)) * factor;
     return static_cast<std::uint32_t>(truncateToInt64(product));
 }
 
-std::uint32_t noiseMultiplier(int seedValue)
-{
-    const double product = static_cast<double>(static_cast<float>(seedValue)) * 10000.0;
-    return static_cast<std::uint32_t>(truncateToInt64(product));
-}
+}  // namespace
+
+std::uint32_t noiseSeed(int seedValue) { return scaledSeed(seedValue, 1000.0); }
+
+std::uint32_t noiseMultiplier(int seedValue) { return scaledSeed(seedValue, 10000.0); }
