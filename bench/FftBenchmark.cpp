@@ -1,6 +1,6 @@
 // Our transform kernels against FFTW with measured plans, float, in one run:
 // 2048-point real forward and 1024-point complex forward, plus each of our paths
-// (scalar, AVX2) and the double kernels. Our kernels work in place, so every
+// (scalar, AVX2, AVX-512) and the double kernels. Our kernels work in place, so every
 // iteration copies a fixed input to the work buffer and transforms it there. FFTW
 // runs both out of place (no copy) and in place with the same copy, the like-for-
 // like comparison.
@@ -133,11 +133,20 @@ void avx2RealForward2048(benchmark::State& state) {
 void avx2ComplexForward1024(benchmark::State& state) {
     runOurs<float>(state, Isa::Avx2, false, 10);
 }
+void avx512RealForward2048(benchmark::State& state) {
+    runOurs<float>(state, Isa::Avx512, true, 11);
+}
+void avx512ComplexForward1024(benchmark::State& state) {
+    runOurs<float>(state, Isa::Avx512, false, 10);
+}
 void scalarRealForward2048Double(benchmark::State& state) {
     runOurs<double>(state, Isa::Scalar, true, 11);
 }
 void avx2RealForward2048Double(benchmark::State& state) {
     runOurs<double>(state, Isa::Avx2, true, 11);
+}
+void avx512RealForward2048Double(benchmark::State& state) {
+    runOurs<double>(state, Isa::Avx512, true, 11);
 }
 
 BENCHMARK(fftwRealForward2048);
@@ -145,12 +154,15 @@ BENCHMARK(fftwRealForward2048InPlaceWithCopy);
 BENCHMARK(oursRealForward2048);
 BENCHMARK(scalarRealForward2048);
 BENCHMARK(avx2RealForward2048);
+BENCHMARK(avx512RealForward2048);
 BENCHMARK(fftwComplexForward1024);
 BENCHMARK(fftwComplexForward1024InPlaceWithCopy);
 BENCHMARK(oursComplexForward1024);
 BENCHMARK(scalarComplexForward1024);
 BENCHMARK(avx2ComplexForward1024);
+BENCHMARK(avx512ComplexForward1024);
 BENCHMARK(scalarRealForward2048Double);
 BENCHMARK(avx2RealForward2048Double);
+BENCHMARK(avx512RealForward2048Double);
 
 }  // namespace

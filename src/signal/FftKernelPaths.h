@@ -9,12 +9,12 @@
 
 namespace standardLib::fft {
 
-enum class Isa { Scalar, Avx2 };
+enum class Isa { Scalar, Avx2, Avx512 };
 
 // Built into this library and supported by the running CPU.
 bool isaAvailable(Isa isa);
 
-// The best available path: AVX2 when available, else scalar.
+// The best available path: AVX-512 (F, VL, DQ), else AVX2, else scalar.
 Isa activeIsa();
 
 const char* isaName(Isa isa);

@@ -12,7 +12,7 @@
 // leaves data untouched.
 //
 // No allocation, no state: the kernels may run in parallel on distinct data. data
-// must not overlap cosTable. The instruction set (scalar, AVX2) is chosen once at
+// must not overlap cosTable. The instruction set (scalar, AVX2, AVX-512) is chosen once at
 // first use from the CPU's features; every path gives the same bits.
 #pragma once
 

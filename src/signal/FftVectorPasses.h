@@ -1,31 +1,24 @@
-// Internal: the AVX2 passes of the transform kernels, built on x86-64 only
-// (FERROTIP_FFT_HAS_AVX2). Same interface and same bits as fft::ScalarPasses; each
-// pass groups independent butterflies that share one chain of operations per
-// output into vector lanes, never reassociating and never fusing a multiply-add.
-// Callers must check fft::isaAvailable(Isa::Avx2) first. No allocation.
+// Internal: the kernels of the x86 vector paths (FERROTIP_FFT_HAS_X86_PATHS), each
+// built in its own file with its own target attribute. Same bits as the scalar
+// path. Callers must check fft::isaAvailable for the path first. No allocation.
 #pragma once
 
+#include "signal/FftKernelPaths.h"
+
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
-#define FERROTIP_FFT_HAS_AVX2 1
+#define FERROTIP_FFT_HAS_X86_PATHS 1
 #else
-#define FERROTIP_FFT_HAS_AVX2 0
+#define FERROTIP_FFT_HAS_X86_PATHS 0
 #endif
 
-#if FERROTIP_FFT_HAS_AVX2
+#if FERROTIP_FFT_HAS_X86_PATHS
 namespace standardLib::fft {
 
-struct Avx2Passes {
-    template <typename T, bool Scaled>
-    static void bitReverse(T* data, int m, T scale);
-    template <typename T, bool Inverse>
-    static int leading(T* data, int points, int levelsAfterFirst);
-    template <typename T, bool Inverse>
-    static void radix8(T* data, int points, int distance, const T* U, int tableSize);
-    template <typename T>
-    static void unpack(T* data, int n, const T* U);
-    template <typename T>
-    static void pack(T* data, int n, const T* U);
-};
+template <typename T>
+const KernelSet<T>& avx2Kernels();
+
+template <typename T>
+const KernelSet<T>& avx512Kernels();
 
 }  // namespace standardLib::fft
 #endif
