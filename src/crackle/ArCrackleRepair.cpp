@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 
 #include "ar/ArRecursions.h"
 #include "ar/ClassicRand.h"
@@ -23,7 +24,8 @@ ArCrackleRepair::ArCrackleRepair(int channels, int /*requestedMaxSpan*/, int blo
       spanEnd_(channels),
       workSamples_(channels, 5 * maxSpanLength + blockSize),
       workMarks_(channels, 5 * maxSpanLength + blockSize),
-      windowedBlock_(blockSize),
+      windowedBlock_(std::min(blockSize, correlationSize)),
+      ditherDraws_(std::min(blockSize, correlationSize)),
       hannWindow_(blockSize),
       autocorr_(2 * maxSpanLength + 2),
       lpcRows_(2 * maxSpanLength + 2, 2 * maxSpanLength + 2),
@@ -89,20 +91,23 @@ int ArCrackleRepair::longestSpan(int c)
     return longest > 0 ? longest : 1;
 }
 
-float ArCrackleRepair::ditherSample() const
-{
-    return (static_cast<float>(ferrotip::rand()) * (1.0f / 32767.0f) - 0.5f) * 3e-6f;
-}
-
 void ArCrackleRepair::estimateModel(int c, int order)
 {
-    // The dither is drawn first, in sample order, so that the weighting loop is free
-    // of calls.
-    for (int k = 0; k < blockSize_; ++k) windowedBlock_[k] = static_cast<double>(ditherSample());
+    // The correlator reads only the first correlationSize samples of what it is
+    // given, so only those are weighted; the dither of the rest of the block is still
+    // drawn (skipped over) so that the sequence moves on by one value per sample.
+    const int used = std::min(blockSize_, correlationSize);
+    int* draws = ditherDraws_.data();
+    ferrotip::randFill(draws, used);
+    ferrotip::randSkip(static_cast<std::uint64_t>(blockSize_ - used));
     const float* block = workSamples_[c] + historyLength();
-    for (int k = 0; k < blockSize_; ++k)
-        windowedBlock_[k] = static_cast<double>(block[k]) * hannWindow_[k] + windowedBlock_[k];
-    correlator_->autocorrelate(windowedBlock_.data(), blockSize_, autocorr_.data(), order + 1);
+    double* weighted = windowedBlock_.data();
+    const double* window = hannWindow_.data();
+    for (int k = 0; k < used; ++k) {
+        const float dither = (static_cast<float>(draws[k]) * (1.0f / 32767.0f) - 0.5f) * 3e-6f;
+        weighted[k] = static_cast<double>(block[k]) * window[k] + static_cast<double>(dither);
+    }
+    correlator_->autocorrelate(weighted, used, autocorr_.data(), order + 1);
     if (autocorr_[0] > silentEnergy) levinsonDurbinRows(autocorr_.data(), lpcRows_.rows(), order);
 }
 

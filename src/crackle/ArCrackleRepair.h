@@ -51,7 +51,6 @@ private:
     void solveSpan(int c, int start, int end);
     template <typename OnSpan>
     void scanSpans(int c, OnSpan onSpan);
-    float ditherSample() const;
 
     int channels_;
     int blockSize_;
@@ -65,7 +64,8 @@ private:
     standardLib::CBuffer2D<float> workSamples_;
     standardLib::CBuffer2D<int> workMarks_;
     int maxOrder_ = 2 * maxSpanLength;
-    std::vector<double> windowedBlock_;
+    std::vector<double> windowedBlock_;  // the weighted start of the block the correlator reads
+    std::vector<int> ditherDraws_;
     std::vector<double> hannWindow_;
     std::vector<double> autocorr_;
     standardLib::CBuffer2D<double> lpcRows_;

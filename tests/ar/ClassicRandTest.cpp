@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -48,6 +49,43 @@ TEST(ClassicRand, EachThreadHasItsOwnState)
     int other = -1;
     std::thread([&] { other = ferrotip::rand(); }).join();
     EXPECT_EQ(other, 41);
+}
+
+}  // namespace
+
+namespace {
+
+TEST(ClassicRand, FillGivesTheValuesOfSuccessiveCalls)
+{
+    for (int count : {0, 1, 7, 8, 9, 16, 1000, 1024, 1031}) {
+        ferrotip::srand(4321);
+        std::vector<int> expected(count);
+        for (int& v : expected) v = ferrotip::rand();
+        const int next = ferrotip::rand();
+        ferrotip::srand(4321);
+        std::vector<int> filled(count);
+        ferrotip::randFill(filled.data(), count);
+        EXPECT_EQ(filled, expected) << count;
+        EXPECT_EQ(ferrotip::rand(), next) << count;
+    }
+}
+
+TEST(ClassicRand, SkipLandsWhereTheCallsWould)
+{
+    for (std::uint64_t count : {0u, 1u, 2u, 3u, 1024u, 3072u, 65537u}) {
+        ferrotip::srand(77);
+        for (std::uint64_t i = 0; i < count; ++i) ferrotip::rand();
+        const int expected = ferrotip::rand();
+        ferrotip::srand(77);
+        ferrotip::randSkip(count);
+        EXPECT_EQ(ferrotip::rand(), expected) << count;
+    }
+    // A whole period brings the state back.
+    ferrotip::srand(5);
+    const int first = ferrotip::rand();
+    ferrotip::srand(5);
+    ferrotip::randSkip(std::uint64_t{1} << 32);
+    EXPECT_EQ(ferrotip::rand(), first);
 }
 
 }  // namespace
