@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <cstdint>
 #include <vector>
 
@@ -22,6 +23,19 @@ namespace {
 using standardLib::fft::Isa;
 
 constexpr std::uint32_t inputSeed = 2024u;
+
+template <typename T>
+struct CacheLineAllocator {
+    using value_type = T;
+    CacheLineAllocator() = default;
+    template <typename U>
+    CacheLineAllocator(const CacheLineAllocator<U>&) {}
+    T* allocate(std::size_t count) {
+        return static_cast<T*>(::operator new(count * sizeof(T), std::align_val_t{64}));
+    }
+    void deallocate(T* p, std::size_t) { ::operator delete(p, std::align_val_t{64}); }
+    bool operator==(const CacheLineAllocator&) const { return true; }
+};
 
 template <typename T>
 std::vector<T> noise(std::size_t count) {
@@ -39,7 +53,8 @@ void runOurs(benchmark::State& state, Isa isa, bool real, int log2Size) {
     const std::size_t count = real ? n : 2 * static_cast<std::size_t>(n);
     const std::vector<T> input = noise<T>(count);
     const std::vector<T> cosTable = ferrotip_test::realTable<T>(n);
-    std::vector<T> work(count);
+    // Cache-line aligned, as FFTW's own allocation is.
+    std::vector<T, CacheLineAllocator<T>> work(count);
     const auto& kernels = standardLib::fft::kernelSet<T>(isa);
     const auto kernel = real ? kernels.realForward : kernels.complexForward;
     for (auto _ : state) {
