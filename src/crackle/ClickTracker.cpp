@@ -11,6 +11,41 @@ void ClickTracker::reset()
     flags_.fill(0);
 }
 
+void ClickTracker::judgeRun(const float* values, int count, float sensitivity, float level,
+                            int* flagsOut)
+{
+    // The same product as judge's trigger test, formed once.
+    const float threshold = sensitivity * level;
+    constexpr int ringMask = ringSize - 1;
+    int k = 0;
+    while (k < count) {
+        int newest = newest_;
+        if (runState_ == 0) {
+            // Idle: each value only enters the history, until one crosses the threshold.
+            for (; k < count; ++k) {
+                const float d = values[k];
+                newest = (newest + ringMask) & ringMask;
+                diffs_[newest] = d;
+                flags_[newest] = 0;
+                if (d > threshold) break;
+                flagsOut[k] = flags_[(newest + historyLength - 1) & ringMask];
+            }
+            newest_ = newest;
+            if (k == count) return;
+            trigger(sensitivity, level);
+        } else {
+            const float d = values[k];
+            newest = (newest + ringMask) & ringMask;
+            newest_ = newest;
+            diffs_[newest] = d;
+            flags_[newest] = 0;
+            extendRun(d, sensitivity, level);
+        }
+        flagsOut[k] = flags_[(newest + historyLength - 1) & ringMask];
+        ++k;
+    }
+}
+
 void ClickTracker::trigger(float sensitivity, float level)
 {
     // The full threshold misses a click's rising front; walk back over values

@@ -38,6 +38,12 @@ public:
         return flags_[slot(historyLength - 1)];
     }
 
+    // Judges values[0 .. count) in order and writes each returned flag to
+    // flagsOut[0 .. count): the same as count calls of judge, with the idle
+    // stretches (no run, no trigger) in a tight loop. flagsOut must not be
+    // inside the tracker.
+    void judgeRun(const float* values, int count, float sensitivity, float level, int* flagsOut);
+
     bool active() const { return runState_ != 0; }
     int settleCount() const { return settleCount_; }
     // j = 0 is the newest sample, historyLength - 1 the oldest.

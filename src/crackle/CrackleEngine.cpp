@@ -30,10 +30,9 @@ CrackleEngine<Detector>::~CrackleEngine() = default;
 template <typename Detector>
 int CrackleEngine<Detector>::process(float** io, int n)
 {
-    float** dry = dryBuffer_.rows();
     float** residual = residualBuffer_.rows();
-    for (int c = 0; c < channels_; ++c) std::copy_n(io[c], n, dry[c]);
-    dryDelay_->processSamples(dry, dry, n);
+    // The dry copy is the input delayed straight into its own rows.
+    dryDelay_->processSamples(io, dryBuffer_.rows(), n);
     detector_->process(markBuffer_.rows(), io, residual, n);
     wipeWarmupMarks();
     repair_->process(residual, residual, markBuffer_.rows());

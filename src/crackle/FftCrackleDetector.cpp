@@ -11,6 +11,9 @@ constexpr int hannWindowSelector = 1;
 constexpr int defaultMargin = -1;
 constexpr int standardSettleLimit = 5;
 constexpr float levelFloor = 1e-9f;
+// The in-place mark delay works in runs of up to this many samples, each costing a
+// move of the 30-sample history: long runs keep that move rare.
+constexpr int delayRunLength = 1024;
 
 std::unique_ptr<standardLib::FftFrameProcessor> makeFrameProcessor(int channels, int frameSize)
 {
@@ -30,8 +33,8 @@ FftCrackleDetector::FftCrackleDetector(int channels, int frameSize, int settleLi
     : channels_(channels),
       frameSize_(frameSize),
       hop_(frameSize / 4),
-      tonalDelayLine_(std::make_unique<DelayClass>(channels, markDelay, markDelay + 1)),
-      residualDelayLine_(std::make_unique<DelayClass>(channels, markDelay, markDelay + 1)),
+      tonalDelayLine_(std::make_unique<DelayClass>(channels, markDelay, delayRunLength)),
+      residualDelayLine_(std::make_unique<DelayClass>(channels, markDelay, delayRunLength)),
       tonalFft_(makeFrameProcessor(channels, frameSize)),
       residualFft_(makeFrameProcessor(channels, frameSize)),
       tonalTime_(channels, frameSize),
@@ -41,9 +44,9 @@ FftCrackleDetector::FftCrackleDetector(int channels, int frameSize, int settleLi
       residualRe_(channels, frameSize),
       residualIm_(channels, frameSize),
       pendingMarks_(channels, frameSize),
+      differences_(channels, frameSize / 4),
       trackers_(channels, ClickTracker(settleLimit)),
       prevSample_(channels),
-      prevMeanSample_(channels),
       level_(channels),
       latency_(3 * (frameSize / 4) + markDelay),
       silent_(channels)
@@ -55,13 +58,12 @@ FftCrackleDetector::~FftCrackleDetector() = default;
 
 void FftCrackleDetector::reset()
 {
-    for (auto* rows : {&tonalTime_, &tonalRe_, &tonalIm_, &residualTime_, &residualRe_, &residualIm_})
+    for (auto* rows : {&tonalTime_, &tonalRe_, &tonalIm_, &residualTime_, &residualRe_, &residualIm_, &differences_})
         rows->fill(0.0f);
     pendingMarks_.fill(0);
     for (auto& tracker : trackers_) tracker.reset();
     tonalFft_->reset();
     residualFft_->reset();
-    std::fill(prevMeanSample_.begin(), prevMeanSample_.end(), 0.0f);
     std::fill(prevSample_.begin(), prevSample_.end(), 0.0f);
     std::fill(silent_.begin(), silent_.end(), 0);
     position_ = 0;
@@ -91,23 +93,16 @@ void FftCrackleDetector::moveSamples(int** marks, float** audio, float** residua
                                      int count)
 {
     // The time rows serve twice: the hop going out is read at the index where the
-    // hop coming in is written.
+    // hop coming in is written. The arrays are distinct, so each exchange is a pair
+    // of plain copies (and one swap for the tonal path, whose input is io itself).
     for (int c = 0; c < channels_; ++c) {
         float* tonal = tonalTime_[c] + position_;
         float* rest = residualTime_[c] + position_;
-        const int* pending = pendingMarks_[c] + position_;
         float* io = audio[c] + offset;
-        float* residualOut = residual[c] + offset;
-        int* marksOut = marks[c] + offset;
-        for (int i = 0; i < count; ++i) {
-            const float t = tonal[i];
-            const float r = rest[i];
-            tonal[i] = io[i];
-            rest[i] = io[i];
-            marksOut[i] = pending[i];
-            io[i] = t;
-            residualOut[i] = r;
-        }
+        std::copy_n(rest, count, residual[c] + offset);
+        std::copy_n(io, count, rest);
+        std::copy_n(pendingMarks_[c] + position_, count, marks[c] + offset);
+        std::swap_ranges(io, io + count, tonal);
     }
 }
 
@@ -145,31 +140,52 @@ void FftCrackleDetector::splitSpectra()
         spectralsplit::splitSpectrum(tonalRe_[c], tonalIm_[c], residualRe_[c], residualIm_[c], bins, spectralFloor_);
 }
 
-float FftCrackleDetector::meanAbsoluteDifference(int c)
+void FftCrackleDetector::hopLevels()
 {
-    const float* x = residualTime_[c];
-    float previous = prevMeanSample_[c];
-    float sum = 0.0f;
-    for (int k = 0; k < hop_; ++k) {
-        sum += std::fabs(x[k] - previous);
-        previous = x[k];
+    // The mean absolute difference of each channel, summed in sample order. Two
+    // channels share a loop so that the latencies of their running sums overlap.
+    const float hopLength = static_cast<float>(hop_);
+    int c = 0;
+    for (; c + 1 < channels_; c += 2) {
+        const float* a = differences_[c];
+        const float* b = differences_[c + 1];
+        float sumA = 0.0f;
+        float sumB = 0.0f;
+        for (int k = 0; k < hop_; ++k) {
+            sumA += a[k];
+            sumB += b[k];
+        }
+        level_[c] = std::max(sumA / hopLength, levelFloor);
+        level_[c + 1] = std::max(sumB / hopLength, levelFloor);
     }
-    prevMeanSample_[c] = previous;
-    return std::max(sum / static_cast<float>(hop_), levelFloor);
+    if (c < channels_) {
+        const float* a = differences_[c];
+        float sum = 0.0f;
+        for (int k = 0; k < hop_; ++k) sum += a[k];
+        level_[c] = std::max(sum / hopLength, levelFloor);
+    }
 }
 
 void FftCrackleDetector::judgeHop()
 {
-    // The level includes the clicks of the very hop it judges.
+    // The statistic is the absolute first difference, carried across hops by the
+    // last sample of the previous one.
     for (int c = 0; c < channels_; ++c) {
-        level_[c] = meanAbsoluteDifference(c);
         const float* x = residualTime_[c];
-        float previous = prevSample_[c];
-        for (int k = 0; k < hop_; ++k) {
-            const float d = std::fabs(x[k] - previous);
-            previous = x[k];
-            emitMark(c, k, trackers_[c].judge(d, sensitivity_, level_[c]));
-        }
-        prevSample_[c] = previous;
+        float* d = differences_[c];
+        d[0] = std::fabs(x[0] - prevSample_[c]);
+        for (int k = 1; k < hop_; ++k) d[k] = std::fabs(x[k] - x[k - 1]);
+        prevSample_[c] = x[hop_ - 1];
     }
+    // The level includes the clicks of the very hop it judges.
+    hopLevels();
+    for (int c = 0; c < channels_; ++c) judgeChannel(c, differences_[c], level_[c]);
+}
+
+void FftCrackleDetector::judgeChannel(int c, const float* statistic, float level)
+{
+    int* pending = pendingMarks_[c];
+    trackers_[c].judgeRun(statistic, hop_, sensitivity_, level, pending);
+    // A silent input hop hands out no marks (the tracker still saw the hop).
+    if (silent_[c] != 0) std::fill_n(pending, hop_, 0);
 }

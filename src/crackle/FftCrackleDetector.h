@@ -57,20 +57,19 @@ protected:
     // Judges the residual hop now in residualRows() and fills the pending marks.
     virtual void judgeHop();
 
-    // Hands the tracker's flag for residual sample k of channel c to the marks,
-    // dropping it when the channel's newest input hop was silent.
-    void emitMark(int c, int k, int flag) { pendingMarks_[c][k] = silent_[c] != 0 ? 0 : flag; }
+    // Runs channel c's tracker over the hop's statistic and hands its flags to the
+    // pending marks, all dropped when the channel's newest input hop was silent.
+    void judgeChannel(int c, const float* statistic, float level);
     float* residualRow(int c) { return residualTime_[c]; }
-    float sensitivityValue() const { return sensitivity_; }
     void setLevel(int c, float level) { level_[c] = level; }
-    ClickTracker& trackerAt(int c) { return trackers_[c]; }
 
 private:
     void moveSamples(int** marks, float** audio, float** residual, int offset, int count);
     void hopStep();
     void detectSilence();
     void splitSpectra();
-    float meanAbsoluteDifference(int c);
+    // level_ of every channel from differences_.
+    void hopLevels();
 
     float sensitivity_ = 3.0f;
     float spectralFloor_ = 1e-7f;
@@ -88,10 +87,10 @@ private:
     standardLib::CBuffer2D<float> residualRe_;
     standardLib::CBuffer2D<float> residualIm_;
     standardLib::CBuffer2D<int> pendingMarks_;
+    standardLib::CBuffer2D<float> differences_;  // the hop's statistic per channel
     int position_ = 0;
     std::vector<ClickTracker> trackers_;
     std::vector<float> prevSample_;
-    std::vector<float> prevMeanSample_;
     std::vector<float> level_;
     int latency_;
     std::vector<int> silent_;

@@ -93,9 +93,7 @@ void FftCrackleDetectorOpt::judgeHop()
         computeStatistic(c);
         const float level = std::max(movingQuantile(c), levelFloor);
         setLevel(c, level);
-        ClickTracker& tracker = trackerAt(c);
-        const float* statistic = statistic_[c];
-        for (int k = 0; k < hop_; ++k) emitMark(c, k, tracker.judge(statistic[k], sensitivityValue(), level));
+        judgeChannel(c, statistic_[c], level);
     }
 }
 

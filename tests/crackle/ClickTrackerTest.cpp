@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <vector>
 
 namespace {
@@ -208,6 +210,46 @@ TEST(ClickTracker, ResetReturnsToIdleWithEmptyHistory)
     for (int j = 0; j < ClickTracker::historyLength; ++j) {
         EXPECT_EQ(tracker.flagAt(j), 0);
         EXPECT_EQ(tracker.diffAt(j), 0.0f);
+    }
+}
+
+TEST(ClickTracker, JudgeRunMatchesJudgeCallByCall)
+{
+    // A mix of quiet stretches, isolated spikes, dips and weak hits, handed over in
+    // uneven runs (a run can end inside a click); flags and the whole state must
+    // follow the per-sample calls exactly.
+    std::vector<float> values;
+    std::uint32_t noise = 12345u;
+    for (int t = 0; t < 5000; ++t) {
+        noise = noise * 1664525u + 1013904223u;
+        const float u = static_cast<float>(noise >> 8) / 16777216.0f;
+        float v = quiet * u;
+        if (u > 0.985f) v = strong * u;
+        else if (u > 0.96f) v = 1.6f + u;      // between the weak and the trigger threshold
+        else if (u > 0.95f) v = 2.2f + u;      // above the walk-back threshold
+        values.push_back(v);
+    }
+    for (int settle : {standardSettle, variantSettle}) {
+        ClickTracker byCall(settle);
+        ClickTracker byRun(settle);
+        std::vector<int> expected;
+        for (float v : values) expected.push_back(byCall.judge(v, sensitivity, level));
+        ASSERT_GT(std::count(expected.begin(), expected.end(), 1), 100);
+        std::vector<int> flags(values.size(), -1);
+        const int runLengths[] = {1, 7, 64, 3, 512, 29, 30, 31, 2};
+        size_t at = 0;
+        for (int r = 0; at < values.size(); ++r) {
+            const int n = std::min<int>(runLengths[r % 9], static_cast<int>(values.size() - at));
+            byRun.judgeRun(values.data() + at, n, sensitivity, level, flags.data() + at);
+            at += static_cast<size_t>(n);
+        }
+        EXPECT_EQ(flags, expected);
+        EXPECT_EQ(byRun.active(), byCall.active());
+        EXPECT_EQ(byRun.settleCount(), byCall.settleCount());
+        for (int j = 0; j < ClickTracker::historyLength; ++j) {
+            EXPECT_EQ(byRun.flagAt(j), byCall.flagAt(j));
+            EXPECT_EQ(byRun.diffAt(j), byCall.diffAt(j));
+        }
     }
 }
 
