@@ -124,11 +124,21 @@ void FftCrackleDetector::hopStep()
 
 void FftCrackleDetector::detectSilence()
 {
+    // A hop is silent unless the sum of its magnitudes is above zero. That sum of
+    // non-negative terms is above zero exactly when no term is NaN and one term is
+    // above zero (rounding never takes a sum of non-negative numbers below its
+    // largest term, and overflow gives infinity), so the test needs no running sum:
+    // two independent flags, which vectorise.
     for (int c = 0; c < channels_; ++c) {
         const float* hop = tonalTime_[c];
-        float sum = 0.0f;
-        for (int k = 0; k < hop_; ++k) sum += std::fabs(hop[k]);
-        silent_[c] = sum > 0.0f ? 0 : 1;
+        int anyNaN = 0;
+        int anySound = 0;
+        for (int k = 0; k < hop_; ++k) {
+            const float magnitude = std::fabs(hop[k]);
+            anyNaN |= magnitude != magnitude ? 1 : 0;
+            anySound |= magnitude > 0.0f ? 1 : 0;
+        }
+        silent_[c] = anySound != 0 && anyNaN == 0 ? 0 : 1;
     }
 }
 
