@@ -24,7 +24,7 @@ struct DeclickOptions {
     std::string input, output;
     std::string engine = "standard";
     std::string listen;
-    int block = 2048;
+    int block = 4096;
     float sensitivity = 3.0f;
     float floor = 1e-7f;
     bool quiet = false;
@@ -96,18 +96,23 @@ public:
     void load(std::int64_t frames)
     {
         const double scale = 1.0 / fullScale_;
+        const int valid = static_cast<int>(std::clamp<std::int64_t>(frames, 0, block_));
+        const double* source = interleaved_.data();
         for (int c = 0; c < channels_; ++c) {
-            for (int i = 0; i < block_; ++i)
-                rows_[c][i] = i < frames ? static_cast<float>(interleaved_[i * channels_ + c] * scale) : 0.0f;
+            float* row = pointers_[c];
+            for (int i = 0; i < valid; ++i) row[i] = static_cast<float>(source[i * channels_ + c] * scale);
+            std::fill(row + valid, row + block_, 0.0f);
         }
     }
 
     // Interleaves rows[from .. from + count) back into the file's scale.
     const double* store(int from, int count)
     {
-        for (int i = 0; i < count; ++i)
-            for (int c = 0; c < channels_; ++c)
-                interleaved_[i * channels_ + c] = static_cast<double>(rows_[c][from + i]) * fullScale_;
+        double* target = interleaved_.data();
+        for (int c = 0; c < channels_; ++c) {
+            const float* row = pointers_[c] + from;
+            for (int i = 0; i < count; ++i) target[i * channels_ + c] = static_cast<double>(row[i]) * fullScale_;
+        }
         return interleaved_.data();
     }
 
@@ -188,7 +193,7 @@ void addDeclickCommand(CLI::App& app)
         ->capture_default_str();
     command->add_option("--block,-b", options->block, "samples per processing block")
         ->check(CLI::Range(minBlock, maxBlock))
-        ->default_str("2048");
+        ->default_str("4096");
     command
         ->add_option("--sensitivity", options->sensitivity,
                      "click threshold as a multiple of the detector's level; lower finds more")
