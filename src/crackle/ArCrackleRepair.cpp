@@ -30,6 +30,7 @@ ArCrackleRepair::ArCrackleRepair(int channels, int /*requestedMaxSpan*/, int blo
       autocorr_(2 * maxSpanLength + 2),
       lpcRows_(2 * maxSpanLength + 2, 2 * maxSpanLength + 2),
       context_(5 * maxSpanLength),
+      spans_(blockSize / 2 + 1),
       gapSolver_(std::make_unique<ArWorkspace>(2 * maxSpanLength, maxSpanLength)),
       correlator_(std::make_unique<standardLib::Correlation<double>>(correlationSize)),
       passes_(passes)
@@ -75,20 +76,20 @@ int ArCrackleRepair::process(float** in, float** out, int** marks)
 
 void ArCrackleRepair::repairChannel(int c)
 {
+    // The passes change samples, never marks: the spans are found once.
+    int spanCount = 0;
+    int longest = 0;
+    scanSpans(c, [&](int start, int end) {
+        spans_[spanCount++] = {start, end};
+        longest = std::max(longest, end - start);
+    });
     // The model order follows the longest span, so every span finds its row.
-    int order = 2 * longestSpan(c);
+    int order = 2 * (longest > 0 ? longest : 1);
     if (order >= maxOrder_) order = maxOrder_ - 1;
     for (int pass = 0; pass < passes_; ++pass) {
         estimateModel(c, order);
-        scanSpans(c, [this, c](int start, int end) { solveSpan(c, start, end); });
+        for (int s = 0; s < spanCount; ++s) solveSpan(c, spans_[s].first, spans_[s].second);
     }
-}
-
-int ArCrackleRepair::longestSpan(int c)
-{
-    int longest = 0;
-    scanSpans(c, [&longest](int start, int end) { longest = std::max(longest, end - start); });
-    return longest > 0 ? longest : 1;
 }
 
 void ArCrackleRepair::estimateModel(int c, int order)

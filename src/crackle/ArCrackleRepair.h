@@ -11,6 +11,7 @@
 #pragma once
 
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "ar/ArWorkspace.h"
@@ -46,7 +47,6 @@ private:
     int lookAheadLimit() const { return 3 * maxSpan_ + blockSize_; }  // a span reaching it is unseen
 
     void repairChannel(int c);
-    int longestSpan(int c);
     void estimateModel(int c, int order);
     void solveSpan(int c, int start, int end);
     template <typename OnSpan>
@@ -70,6 +70,9 @@ private:
     std::vector<double> autocorr_;
     standardLib::CBuffer2D<double> lpcRows_;
     std::vector<float> context_;
+    // The spans of the channel being repaired, [start, end) in work-row indices; a
+    // span takes at least a marked and an unmarked sample.
+    std::vector<std::pair<int, int>> spans_;
     std::unique_ptr<ArWorkspace> gapSolver_;
     std::unique_ptr<standardLib::Correlation<double>> correlator_;
     int passes_;
