@@ -8,6 +8,7 @@
 
 #define FFT_VECTOR_TARGET "avx2"
 #define FFT_VECTOR_NAMESPACE avx2
+#define FFT_VECTOR_KERNELS avx2Kernels
 #define FFT_AVX2_INLINE __attribute__((target(FFT_VECTOR_TARGET), always_inline)) inline
 
 namespace standardLib::fft::avx2 {
@@ -97,17 +98,5 @@ struct Vec<double> {
 }  // namespace standardLib::fft::avx2
 
 #include "signal/FftVectorGraph.h"
-
-namespace standardLib::fft {
-
-template <typename T>
-const KernelSet<T>& avx2Kernels() {
-    return avx2::kernels<T>();
-}
-
-template const KernelSet<float>& avx2Kernels<float>();
-template const KernelSet<double>& avx2Kernels<double>();
-
-}  // namespace standardLib::fft
 
 #endif

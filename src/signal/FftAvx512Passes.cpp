@@ -15,6 +15,7 @@
 
 #define FFT_VECTOR_TARGET "avx2,avx512f,avx512vl,avx512dq"
 #define FFT_VECTOR_NAMESPACE avx512
+#define FFT_VECTOR_KERNELS avx512Kernels
 #define FFT_AVX512_INLINE __attribute__((target(FFT_VECTOR_TARGET), always_inline)) inline
 
 namespace standardLib::fft::avx512 {
@@ -139,17 +140,5 @@ struct Vec<double> {
 }  // namespace standardLib::fft::avx512
 
 #include "signal/FftVectorGraph.h"
-
-namespace standardLib::fft {
-
-template <typename T>
-const KernelSet<T>& avx512Kernels() {
-    return avx512::kernels<T>();
-}
-
-template const KernelSet<float>& avx512Kernels<float>();
-template const KernelSet<double>& avx512Kernels<double>();
-
-}  // namespace standardLib::fft
 
 #endif

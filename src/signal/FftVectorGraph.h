@@ -9,8 +9,8 @@
 // multiply-add is ever formed (contraction is off project-wide).
 //
 // The including file defines FFT_VECTOR_TARGET (the target attribute of its
-// instruction set) and FFT_VECTOR_NAMESPACE (keeps each compilation's code apart),
-// and declares in standardLib::fft::FFT_VECTOR_NAMESPACE the traits Vec<float> and
+// instruction set), FFT_VECTOR_NAMESPACE (keeps each compilation's code apart) and
+// FFT_VECTOR_KERNELS (its kernel-set accessor of FftVectorPasses.h), and declares in standardLib::fft::FFT_VECTOR_NAMESPACE the traits Vec<float> and
 // Vec<double> of its vector width:
 //   V, points                  vector type, complex points per vector (>= 2)
 //   load, store                unaligned, points complex points
@@ -22,10 +22,11 @@
 //   transpose<B>(rows)         (points > 2 only) B vectors as a B x B matrix of
 //                              blocks of points / B points, transposed; B = 2, and
 //                              4 for 8 points, for radix-8 passes with D < points
-// It then includes this file once and gets Passes, the interface of FftGraph.h.
+// It then includes this file once, which defines Passes (the interface of
+// FftGraph.h) and the accessor.
 // No allocation, no state.
-#if !defined(FFT_VECTOR_TARGET) || !defined(FFT_VECTOR_NAMESPACE)
-#error "define FFT_VECTOR_TARGET and FFT_VECTOR_NAMESPACE before including FftVectorGraph.h"
+#if !defined(FFT_VECTOR_TARGET) || !defined(FFT_VECTOR_NAMESPACE) || !defined(FFT_VECTOR_KERNELS)
+#error "define FFT_VECTOR_TARGET, FFT_VECTOR_NAMESPACE and FFT_VECTOR_KERNELS before including FftVectorGraph.h"
 #endif
 
 #include "signal/FftGraph.h"
@@ -521,12 +522,19 @@ struct Passes {
     }
 };
 
+}  // namespace standardLib::fft::FFT_VECTOR_NAMESPACE
+
+namespace standardLib::fft {
+
 template <typename T>
-const KernelSet<T>& kernels() {
-    return PathKernels<Passes, T>::set;
+const KernelSet<T>& FFT_VECTOR_KERNELS() {
+    return PathKernels<FFT_VECTOR_NAMESPACE::Passes, T>::set;
 }
 
-}  // namespace standardLib::fft::FFT_VECTOR_NAMESPACE
+template const KernelSet<float>& FFT_VECTOR_KERNELS<float>();
+template const KernelSet<double>& FFT_VECTOR_KERNELS<double>();
+
+}  // namespace standardLib::fft
 
 #undef FFT_VECTOR_INLINE
 #undef FFT_VECTOR
