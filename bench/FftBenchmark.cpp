@@ -130,54 +130,36 @@ void fftwComplexForward1024InPlaceWithCopy(benchmark::State& state) {
     fftwf_free(work);
 }
 
+// Ours on one given path, float or double.
+void path(benchmark::State& state, Isa isa, bool real, int log2Size) {
+    runOurs<float>(state, isa, real, log2Size);
+}
+void pathDouble(benchmark::State& state, Isa isa, bool real, int log2Size) {
+    runOurs<double>(state, isa, real, log2Size);
+}
+
+// Ours on the path the library picks at run time.
 void oursRealForward2048(benchmark::State& state) {
     runOurs<float>(state, standardLib::fft::activeIsa(), true, 11);
 }
 void oursComplexForward1024(benchmark::State& state) {
     runOurs<float>(state, standardLib::fft::activeIsa(), false, 10);
 }
-void scalarRealForward2048(benchmark::State& state) {
-    runOurs<float>(state, Isa::Scalar, true, 11);
-}
-void scalarComplexForward1024(benchmark::State& state) {
-    runOurs<float>(state, Isa::Scalar, false, 10);
-}
-void avx2RealForward2048(benchmark::State& state) {
-    runOurs<float>(state, Isa::Avx2, true, 11);
-}
-void avx2ComplexForward1024(benchmark::State& state) {
-    runOurs<float>(state, Isa::Avx2, false, 10);
-}
-void avx512RealForward2048(benchmark::State& state) {
-    runOurs<float>(state, Isa::Avx512, true, 11);
-}
-void avx512ComplexForward1024(benchmark::State& state) {
-    runOurs<float>(state, Isa::Avx512, false, 10);
-}
-void scalarRealForward2048Double(benchmark::State& state) {
-    runOurs<double>(state, Isa::Scalar, true, 11);
-}
-void avx2RealForward2048Double(benchmark::State& state) {
-    runOurs<double>(state, Isa::Avx2, true, 11);
-}
-void avx512RealForward2048Double(benchmark::State& state) {
-    runOurs<double>(state, Isa::Avx512, true, 11);
-}
 
 BENCHMARK(fftwRealForward2048);
 BENCHMARK(fftwRealForward2048InPlaceWithCopy);
 BENCHMARK(oursRealForward2048);
-BENCHMARK(scalarRealForward2048);
-BENCHMARK(avx2RealForward2048);
-BENCHMARK(avx512RealForward2048);
+BENCHMARK_CAPTURE(path, scalarRealForward2048, Isa::Scalar, true, 11);
+BENCHMARK_CAPTURE(path, avx2RealForward2048, Isa::Avx2, true, 11);
+BENCHMARK_CAPTURE(path, avx512RealForward2048, Isa::Avx512, true, 11);
 BENCHMARK(fftwComplexForward1024);
 BENCHMARK(fftwComplexForward1024InPlaceWithCopy);
 BENCHMARK(oursComplexForward1024);
-BENCHMARK(scalarComplexForward1024);
-BENCHMARK(avx2ComplexForward1024);
-BENCHMARK(avx512ComplexForward1024);
-BENCHMARK(scalarRealForward2048Double);
-BENCHMARK(avx2RealForward2048Double);
-BENCHMARK(avx512RealForward2048Double);
+BENCHMARK_CAPTURE(path, scalarComplexForward1024, Isa::Scalar, false, 10);
+BENCHMARK_CAPTURE(path, avx2ComplexForward1024, Isa::Avx2, false, 10);
+BENCHMARK_CAPTURE(path, avx512ComplexForward1024, Isa::Avx512, false, 10);
+BENCHMARK_CAPTURE(pathDouble, scalarRealForward2048Double, Isa::Scalar, true, 11);
+BENCHMARK_CAPTURE(pathDouble, avx2RealForward2048Double, Isa::Avx2, true, 11);
+BENCHMARK_CAPTURE(pathDouble, avx512RealForward2048Double, Isa::Avx512, true, 11);
 
 }  // namespace

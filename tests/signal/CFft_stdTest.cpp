@@ -31,18 +31,6 @@ std::vector<T> packedSpectrum(const std::vector<T>& samples) {
     return data;
 }
 
-template <typename T>
-long double relativeRmsDifference(const std::vector<T>& got, const std::vector<T>& want) {
-    long double error = 0.0L;
-    long double norm = 0.0L;
-    for (std::size_t i = 0; i < got.size(); ++i) {
-        const long double d = static_cast<long double>(got[i]) - want[i];
-        error += d * d;
-        norm += static_cast<long double>(want[i]) * want[i];
-    }
-    return std::sqrt(error / norm);
-}
-
 // A forward and inverse pair loses about two transforms' worth of rounding.
 template <typename T>
 long double roundTripBound() {

@@ -1,5 +1,6 @@
 #include "signal/Correlation.h"
 
+#include "signal/FftTestSupport.h"
 #include "support/AllocationCounter.h"
 
 #include <gtest/gtest.h>
@@ -7,11 +8,11 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <random>
 #include <vector>
 
 namespace {
 
+using ferrotip_test::randomValues;
 using standardLib::Correlation;
 using standardLib::standard::Correlation_std;
 
@@ -22,17 +23,6 @@ public:
     using Correlation_std<T>::Correlation_std;
     const T* work() const { return this->scratch.get(); }
 };
-
-template <typename T>
-std::vector<T> randomSignal(int length, unsigned seed)
-{
-    std::mt19937 generator(seed);
-    std::uniform_real_distribution<double> value(-1.0, 1.0);
-    std::vector<T> signal(length);
-    for (auto& sample : signal)
-        sample = static_cast<T>(value(generator));
-    return signal;
-}
 
 // Direct sums in long double. `circular` wraps indices of y modulo size; otherwise
 // y is zero outside 0..length-1. Inputs beyond `size` are ignored, as the transform
@@ -99,7 +89,7 @@ TYPED_TEST(CorrelationTest, AutocorrelationMatchesDirectSumsCircularAndLinear)
         Correlation_std<TypeParam> correlation(1024);
         // A full-length signal: circular. A short one with a long zero tail: linear.
         for (int length : {1024, 600}) {
-            const auto x = randomSignal<TypeParam>(length, seed * 10 + length);
+            const auto x = randomValues<TypeParam>(length, seed * 10 + length);
             const int lags = length == 1024 ? 1024 : 1024 - 600;
             std::vector<TypeParam> result(lags);
             correlation.autocorrelate(x.data(), length, result.data(), lags);
@@ -142,7 +132,7 @@ TYPED_TEST(CorrelationTest, FullLengthAutocorrelationWraps)
 TYPED_TEST(CorrelationTest, LengthBeyondSizeUsesTheFirstSizeSamples)
 {
     Correlation_std<TypeParam> correlation(64);
-    const auto x = randomSignal<TypeParam>(100, 3);
+    const auto x = randomValues<TypeParam>(100, 3);
     std::vector<TypeParam> longer(64), exact(64);
     correlation.autocorrelate(x.data(), 100, longer.data(), 64);
     correlation.autocorrelate(x.data(), 64, exact.data(), 64);
@@ -154,7 +144,7 @@ TYPED_TEST(CorrelationTest, CrossCorrelationPeaksAtTheDelay)
     const unsigned seed = 4;
     SCOPED_TRACE(::testing::Message() << "seed " << seed);
     Correlation_std<TypeParam> correlation(256);
-    const auto x = randomSignal<TypeParam>(100, seed);
+    const auto x = randomValues<TypeParam>(100, seed);
     std::vector<TypeParam> y(105, TypeParam(0));
     std::copy(x.begin(), x.end(), y.begin() + 5);  // y lags x by 5
     std::vector<TypeParam> result(41);
@@ -168,7 +158,7 @@ TYPED_TEST(CorrelationTest, SymmetricLagRangeMatchesDirectSums)
     const unsigned seed = 5;
     SCOPED_TRACE(::testing::Message() << "seed " << seed);
     Correlation_std<TypeParam> correlation(128);
-    const auto x = randomSignal<TypeParam>(60, seed), y = randomSignal<TypeParam>(50, seed + 1);
+    const auto x = randomValues<TypeParam>(60, seed), y = randomValues<TypeParam>(50, seed + 1);
     std::vector<TypeParam> result(8, TypeParam(99));
     correlation.crossCorrelate(x.data(), 60, y.data(), 50, result.data(), -3, 3);
     EXPECT_EQ(result[7], TypeParam(99));  // exactly 7 values
@@ -187,7 +177,7 @@ TYPED_TEST(CorrelationTest, WideLagRangesMatchDirectSums)
         const unsigned seed = 60 + length;
         SCOPED_TRACE(::testing::Message() << "length " << length << " seed " << seed);
         Correlation_std<TypeParam> correlation(64);
-        const auto x = randomSignal<TypeParam>(length, seed), y = randomSignal<TypeParam>(length, seed + 1);
+        const auto x = randomValues<TypeParam>(length, seed), y = randomValues<TypeParam>(length, seed + 1);
         const bool circular = length == 64;
         const int minLag = circular ? -63 : -23, maxLag = circular ? 63 : 23;
         std::vector<TypeParam> result(maxLag - minLag + 1);
@@ -202,7 +192,7 @@ TYPED_TEST(CorrelationTest, WideLagRangesMatchDirectSums)
 TYPED_TEST(CorrelationTest, OnlyNegativeLagsUseOneInverseTransform)
 {
     ProbedCorrelation<TypeParam> correlation(32);
-    const auto x = randomSignal<TypeParam>(20, 6), y = randomSignal<TypeParam>(20, 7);
+    const auto x = randomValues<TypeParam>(20, 6), y = randomValues<TypeParam>(20, 7);
     std::vector<TypeParam> result(4, TypeParam(99));
     correlation.crossCorrelate(x.data(), 20, y.data(), 20, result.data(), -3, -1);
     EXPECT_EQ(result[3], TypeParam(99));
@@ -223,7 +213,7 @@ TYPED_TEST(CorrelationTest, OnlyNegativeLagsUseOneInverseTransform)
 TYPED_TEST(CorrelationTest, NonNegativeMinLagWithMaxLagZeroWritesNothing)
 {
     Correlation_std<TypeParam> correlation(32);
-    const auto x = randomSignal<TypeParam>(20, 8), y = randomSignal<TypeParam>(20, 9);
+    const auto x = randomValues<TypeParam>(20, 8), y = randomValues<TypeParam>(20, 9);
     std::vector<TypeParam> result(3, TypeParam(99));
     correlation.crossCorrelate(x.data(), 20, y.data(), 20, result.data(), 0, 0);
     EXPECT_EQ(result, std::vector<TypeParam>(3, TypeParam(99)));
@@ -242,7 +232,7 @@ TYPED_TEST(CorrelationTest, NonNegativeMinLagWithMaxLagZeroWritesNothing)
 TYPED_TEST(CorrelationTest, CorrelateOneSignalIsSymmetric)
 {
     Correlation_std<TypeParam> correlation(128);
-    const auto x = randomSignal<TypeParam>(40, 10);
+    const auto x = randomValues<TypeParam>(40, 10);
     const int m = 40;
     std::vector<TypeParam> result(2 * m, TypeParam(99));
     correlation.correlate(x.data(), m, x.data(), m, result.data());
@@ -257,7 +247,7 @@ TYPED_TEST(CorrelationTest, CorrelateOneSignalIsSymmetric)
 TYPED_TEST(CorrelationTest, CorrelateOneSignalUsesTheLongerLength)
 {
     Correlation_std<TypeParam> correlation(128);
-    const auto x = randomSignal<TypeParam>(50, 11);
+    const auto x = randomValues<TypeParam>(50, 11);
     std::vector<TypeParam> shortFirst(99, TypeParam(99)), longFirst(99, TypeParam(99));
     correlation.correlate(x.data(), 30, x.data(), 50, shortFirst.data());
     correlation.correlate(x.data(), 50, x.data(), 30, longFirst.data());
@@ -269,7 +259,7 @@ TYPED_TEST(CorrelationTest, CorrelateOneSignalUsesTheLongerLength)
 TYPED_TEST(CorrelationTest, CorrelateTwoSignalsGivesTheFullLinearRange)
 {
     Correlation_std<TypeParam> correlation(128);
-    const auto x = randomSignal<TypeParam>(50, 12), y = randomSignal<TypeParam>(30, 13);
+    const auto x = randomValues<TypeParam>(50, 12), y = randomValues<TypeParam>(30, 13);
     std::vector<TypeParam> result(80, TypeParam(99));
     correlation.correlate(x.data(), 50, y.data(), 30, result.data());
     EXPECT_EQ(result[79], TypeParam(99));  // lengthX + lengthY - 1 elements
@@ -293,7 +283,7 @@ TEST(Correlation, CrackleSizeAutocorrelationMatchesDirectSums)
     Correlation<double> correlation(1024);
     const unsigned seed = 14;
     SCOPED_TRACE(::testing::Message() << "seed " << seed);
-    const auto x = randomSignal<double>(512, seed);
+    const auto x = randomValues<double>(512, seed);
     std::vector<double> result(41);
     correlation.autocorrelate(x.data(), 512, result.data(), 41);
     for (int lag = 0; lag <= 40; ++lag)
@@ -305,7 +295,7 @@ TEST(Correlation, CrackleSizeAutocorrelationMatchesDirectSums)
 TEST(Correlation, OperationsAllocateNothing)
 {
     Correlation<double> correlation(1024);
-    const auto x = randomSignal<double>(700, 15), y = randomSignal<double>(300, 16);
+    const auto x = randomValues<double>(700, 15), y = randomValues<double>(300, 16);
     std::vector<double> result(2048);
     testsupport::AllocationScope scope;
     correlation.autocorrelate(x.data(), 700, result.data(), 100);

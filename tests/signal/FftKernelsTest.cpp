@@ -183,19 +183,6 @@ TYPED_TEST(FftKernels, RealInverseMatchesDirectDftAtEveryAcceptedSize) {
     }
 }
 
-// Relative rms difference between two arrays of equal length.
-template <typename T>
-long double relativeRmsDifference(const std::vector<T>& got, const std::vector<T>& want) {
-    long double error = 0.0L;
-    long double norm = 0.0L;
-    for (std::size_t i = 0; i < got.size(); ++i) {
-        const long double d = static_cast<long double>(got[i]) - want[i];
-        error += d * d;
-        norm += static_cast<long double>(want[i]) * want[i];
-    }
-    return std::sqrt(error / norm);
-}
-
 // A forward and inverse pair is the identity; its error is that of two transforms.
 TYPED_TEST(FftKernels, ComplexForwardThenInverseReturnsTheInput) {
     for (int m : {3, 4, 5, 10, 11, 16}) {

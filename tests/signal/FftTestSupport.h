@@ -58,6 +58,19 @@ std::vector<T> randomValues(std::size_t count, std::uint32_t seed) {
     return values;
 }
 
+// Relative rms difference between two arrays of equal length, in long double.
+template <typename T>
+long double relativeRmsDifference(const std::vector<T>& got, const std::vector<T>& want) {
+    long double error = 0.0L;
+    long double norm = 0.0L;
+    for (std::size_t i = 0; i < got.size(); ++i) {
+        const long double d = static_cast<long double>(got[i]) - want[i];
+        error += d * d;
+        norm += static_cast<long double>(want[i]) * want[i];
+    }
+    return std::sqrt(error / norm);
+}
+
 template <typename T>
 std::vector<T> realTable(int n) {
     std::vector<T> table(static_cast<std::size_t>(n / 4 + 1));
