@@ -12,6 +12,7 @@
 
 #include "crackle/CrackleTestSignals.h"
 #include "support/CommandRunner.h"
+#include "support/SoundFileReader.h"
 
 namespace fs = std::filesystem;
 
@@ -20,10 +21,7 @@ namespace {
 using testsupport::ferrotip;
 using Outcome = testsupport::CommandOutcome;
 
-struct Audio {
-    SF_INFO info{};
-    std::vector<float> samples;  // interleaved
-};
+using Audio = testsupport::SoundFile<float>;
 
 void writeAudio(const std::string& path, const cracklefixture::Channels& channels, int format)
 {
@@ -39,18 +37,6 @@ void writeAudio(const std::string& path, const cracklefixture::Channels& channel
         for (size_t c = 0; c < channels.size(); ++c) data[t * channels.size() + c] = channels[c][t];
     sf_writef_float(file, data.data(), static_cast<sf_count_t>(frames));
     sf_close(file);
-}
-
-Audio readAudio(const std::string& path)
-{
-    Audio audio;
-    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &audio.info);
-    EXPECT_NE(file, nullptr) << path;
-    if (!file) return audio;
-    audio.samples.resize(audio.info.frames * audio.info.channels);
-    sf_readf_float(file, audio.samples.data(), audio.info.frames);
-    sf_close(file);
-    return audio;
 }
 
 class DeclickCommand : public testing::Test {
@@ -91,13 +77,13 @@ protected:
 
 TEST_F(DeclickCommand, BypassWritesTheInputAlignedAndOfTheSameLengthForEveryBlockSize)
 {
-    const Audio input = readAudio(path("in.wav"));
+    const Audio input = testsupport::readSoundFile<float>(path("in.wav"));
     for (const char* block : {"64", "1000", "4096"}) {
         SCOPED_TRACE(block);
         const auto outcome = ferrotip(std::string("declick --listen bypass --block ") + block + " " +
                                       path("in.wav") + " " + path("out.wav"));
         ASSERT_EQ(outcome.status, 0) << outcome.output;
-        const Audio output = readAudio(path("out.wav"));
+        const Audio output = testsupport::readSoundFile<float>(path("out.wav"));
         EXPECT_EQ(output.info.frames, input.info.frames);
         EXPECT_EQ(output.info.format, input.info.format);
         EXPECT_EQ(output.samples, input.samples);
@@ -106,14 +92,14 @@ TEST_F(DeclickCommand, BypassWritesTheInputAlignedAndOfTheSameLengthForEveryBloc
 
 TEST_F(DeclickCommand, BothEnginesBringTheFileCloserToTheClean)
 {
-    const double before = errorAgainstClean(readAudio(path("in.wav")));
+    const double before = errorAgainstClean(testsupport::readSoundFile<float>(path("in.wav")));
     for (const char* engine : {"standard", "prediction"}) {
         SCOPED_TRACE(engine);
         const auto outcome = ferrotip(std::string("declick --engine ") + engine + " " + path("in.wav") + " " +
                                       path("out.wav"));
         ASSERT_EQ(outcome.status, 0) << outcome.output;
         EXPECT_NE(outcome.output.find("real time"), std::string::npos) << outcome.output;
-        const double after = errorAgainstClean(readAudio(path("out.wav")));
+        const double after = errorAgainstClean(testsupport::readSoundFile<float>(path("out.wav")));
         // Better than 6 dB: only an output aligned with the input can be (a shift of
         // one sample alone would leave it farther from the clean signal than the input).
         EXPECT_LT(after, 0.25 * before);
@@ -124,18 +110,18 @@ TEST_F(DeclickCommand, DifferenceWritesTheRemovedClicksInverted)
 {
     const auto outcome = ferrotip("declick --listen difference " + path("in.wav") + " " + path("out.wav"));
     ASSERT_EQ(outcome.status, 0) << outcome.output;
-    const Audio output = readAudio(path("out.wav"));
+    const Audio output = testsupport::readSoundFile<float>(path("out.wav"));
     const int at = 12000 + 4321;  // a click on channel 1
     EXPECT_NEAR(output.samples[at * 2 + 1], -0.4f, 0.1f);
 }
 
 TEST_F(DeclickCommand, RefusesToOverwriteItsInput)
 {
-    const auto before = readAudio(path("in.wav")).samples;
+    const auto before = testsupport::readSoundFile<float>(path("in.wav")).samples;
     const auto outcome = ferrotip("declick " + path("in.wav") + " " + path("in.wav"));
     EXPECT_NE(outcome.status, 0);
     EXPECT_NE(outcome.output.find("is the input file"), std::string::npos) << outcome.output;
-    EXPECT_EQ(readAudio(path("in.wav")).samples, before);
+    EXPECT_EQ(testsupport::readSoundFile<float>(path("in.wav")).samples, before);
 }
 
 TEST_F(DeclickCommand, BadArgumentsNameTheArgumentAndWriteNothing)

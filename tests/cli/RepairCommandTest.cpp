@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "support/CommandRunner.h"
+#include "support/SoundFileReader.h"
 
 namespace fs = std::filesystem;
 
@@ -54,22 +55,8 @@ void writeFile(const std::string& path, int format, int frames = 48000, int rate
     sf_close(file);
 }
 
-struct Audio {
-    SF_INFO info{};
-    std::vector<int> samples;  // interleaved, full 32-bit integer scale
-};
-
-Audio readFile(const std::string& path)
-{
-    Audio audio;
-    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &audio.info);
-    EXPECT_NE(file, nullptr) << path;
-    if (!file) return audio;
-    audio.samples.resize(audio.info.frames * audio.info.channels);
-    sf_readf_int(file, audio.samples.data(), audio.info.frames);
-    sf_close(file);
-    return audio;
-}
+// Full 32-bit integer scale, exact for PCM.
+using Audio = testsupport::SoundFile<int>;
 
 // Frames whose samples differ between two files.
 std::vector<int> changedFrames(const Audio& a, const Audio& b)
@@ -104,7 +91,7 @@ TEST_F(CliTest, RepairChangesOnlyTheRegionAndKeepsTheFormat)
         const Outcome repair = ferrotip("repair " + path("in.snd") + " " + path("out.snd") +
                                     " --start 20000 --length 30 --method 2");
         ASSERT_EQ(repair.status, 0) << repair.output;
-        const Audio in = readFile(path("in.snd")), out = readFile(path("out.snd"));
+        const Audio in = testsupport::readSoundFile<int>(path("in.snd")), out = testsupport::readSoundFile<int>(path("out.snd"));
         EXPECT_EQ(out.info.format, in.info.format);
         EXPECT_EQ(out.info.samplerate, in.info.samplerate);
         EXPECT_EQ(out.info.channels, in.info.channels);
@@ -134,7 +121,7 @@ TEST_F(CliTest, WaveformReplacementNearTheFileStartIsPaddedAndReportsFades)
     ASSERT_EQ(run.status, 0) << run.output;
     EXPECT_NE(run.output.find("crossfade: 100 samples before and 100 after"), std::string::npos)
         << run.output;
-    const std::vector<int> changed = changedFrames(readFile(path("in.wav")), readFile(path("out.wav")));
+    const std::vector<int> changed = changedFrames(testsupport::readSoundFile<int>(path("in.wav")), testsupport::readSoundFile<int>(path("out.wav")));
     ASSERT_FALSE(changed.empty());
     EXPECT_GE(changed.front(), 20000 - 99);
     EXPECT_LT(changed.back(), 20400 + 99);
@@ -170,7 +157,7 @@ TEST_F(CliTest, BadInputGetsAOneLineErrorAndWritesNothing)
     }
     // Nothing but the inputs is left in the folder, no partial file either.
     EXPECT_EQ(std::distance(fs::directory_iterator(dir), fs::directory_iterator()), 2);
-    const Audio after = readFile(in);
+    const Audio after = testsupport::readSoundFile<int>(in);
     EXPECT_EQ(after.info.frames, 48000);
 }
 
@@ -189,7 +176,7 @@ TEST_F(CliTest, DemoPrintsEveryMethodAndWritesItsExample)
     ASSERT_EQ(run.status, 0) << run.output;
     for (const char* name : {"Linear Interpolation", "Normal Clicks", "Waveform Replacment Left"})
         EXPECT_NE(run.output.find(name), std::string::npos);
-    EXPECT_EQ(readFile(path("demo.wav")).info.channels, 2);
+    EXPECT_EQ(testsupport::readSoundFile<int>(path("demo.wav")).info.channels, 2);
 }
 
 }  // namespace
