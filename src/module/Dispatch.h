@@ -22,3 +22,11 @@ int repairClick(const RepairRequest& request);
 
 // Methods 3 to 6: waveform replacement with crossfades reported through the fades.
 int replaceWaveform(const RepairRequest& request, int* leftFade, int* rightFade);
+
+// Splice length of waveform replacement: a quarter of the region, held between 80
+// and 500 samples.
+int waveformCrossfade(int length);
+
+// Which sides waveform replacement searches: 0 both (methods 3, 4), 1 left (5),
+// 2 right (6).
+int waveformSearchSide(int method);

@@ -5,15 +5,9 @@
 #include "module/Dispatch.h"
 #include "waveform/KorrInterp.h"
 
-namespace {
+int waveformCrossfade(int length) { return std::clamp(length / 4, 80, 500); }
 
-// Splice length: a quarter of the region, held between 80 and 500 samples.
-int crossfadeFor(int length) { return std::clamp(length / 4, 80, 500); }
-
-// Methods 3 and 4 search both sides, 5 the left side and 6 the right side.
-int searchSideFor(int method) { return method == 5 ? 1 : method == 6 ? 2 : 0; }
-
-}  // namespace
+int waveformSearchSide(int method) { return method == 5 ? 1 : method == 6 ? 2 : 0; }
 
 int replaceWaveform(const RepairRequest& request, int* leftFade, int* rightFade)
 {
@@ -21,10 +15,10 @@ int replaceWaveform(const RepairRequest& request, int* leftFade, int* rightFade)
 
     auto interp = std::make_unique<KorrInterp>(request.channelCount, request.sampleRate,
                                                request.counts.contextLength);
-    const int crossfade = crossfadeFor(request.length);
+    const int crossfade = waveformCrossfade(request.length);
     *leftFade = crossfade;
     *rightFade = crossfade;
     return interp->interpolate(request.channels, request.channelCount, request.sampleRate,
                                request.start, request.length, *leftFade, crossfade,
-                               searchSideFor(request.method));
+                               waveformSearchSide(request.method));
 }
