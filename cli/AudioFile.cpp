@@ -1,5 +1,7 @@
 #include "AudioFile.h"
 
+#include <sys/stat.h>
+
 #include <filesystem>
 #include <system_error>
 
@@ -35,11 +37,54 @@ AudioReader::AudioReader(const std::string& path) : path_(path), file_(nullptr, 
     std::error_code error;
     if (!fs::exists(path, error)) throw CliError("cannot open '" + path + "': no such file");
     if (fs::is_directory(path, error)) throw CliError("cannot open '" + path + "': it is a directory");
-    file_.reset(sf_open(path.c_str(), SFM_READ, &info_));
-    if (!file_) throw CliError("cannot read '" + path + "': " + sf_strerror(nullptr));
-    useRawIntegers(file_.get(), info_.format);
+    open();
     const double scale = rawIntegerScale(info_.format);
     fullScale_ = scale > 0.0 ? scale : 1.0;
+}
+
+void AudioReader::open()
+{
+    file_.reset();
+    info_ = SF_INFO{};
+    file_.reset(sf_open(path_.c_str(), SFM_READ, &info_));
+    if (!file_) throw CliError("cannot read '" + path_ + "': " + sf_strerror(nullptr));
+    if (info_.channels < 1 || info_.samplerate < 1)
+        throw CliError("cannot read '" + path_ + "': it declares " + std::to_string(info_.channels) +
+                       " channels at " + std::to_string(info_.samplerate) + " Hz");
+    useRawIntegers(file_.get(), info_.format);
+}
+
+void AudioReader::rewind()
+{
+    const SF_INFO first = info_;
+    open();
+    if (info_.format != first.format || info_.channels != first.channels ||
+        info_.samplerate != first.samplerate)
+        throw CliError("'" + path_ + "' changed while it was being read");
+}
+
+bool AudioReader::lengthKnown() const { return info_.frames > 0 && info_.frames < SF_COUNT_MAX; }
+
+bool AudioReader::lossy() const
+{
+    switch (info_.format & SF_FORMAT_SUBMASK) {
+    case SF_FORMAT_VORBIS:
+    case SF_FORMAT_OPUS:
+    case SF_FORMAT_MPEG_LAYER_I:
+    case SF_FORMAT_MPEG_LAYER_II:
+    case SF_FORMAT_MPEG_LAYER_III:
+    case SF_FORMAT_GSM610:
+    case SF_FORMAT_IMA_ADPCM:
+    case SF_FORMAT_MS_ADPCM:
+    case SF_FORMAT_VOX_ADPCM:
+    case SF_FORMAT_G721_32:
+    case SF_FORMAT_G723_24:
+    case SF_FORMAT_G723_40:
+    case SF_FORMAT_NMS_ADPCM_16:
+    case SF_FORMAT_NMS_ADPCM_24:
+    case SF_FORMAT_NMS_ADPCM_32: return true;
+    default: return false;
+    }
 }
 
 std::int64_t AudioReader::read(double* interleaved, std::int64_t count)
@@ -56,32 +101,18 @@ void AudioReader::seek(std::int64_t frame)
 }
 
 AudioWriter::AudioWriter(const std::string& target, const SF_INFO& format)
-    : target_(target), file_(nullptr, sf_close)
+    : target_(target), partial_(target), file_(nullptr, sf_close)
 {
-    const fs::path path(target);
-    const fs::path directory = path.has_parent_path() ? path.parent_path() : fs::path(".");
-    std::error_code error;
-    if (!fs::is_directory(directory, error))
-        throw CliError("cannot write '" + target + "': folder '" + directory.string() + "' does not exist");
-    std::string hidden = path.filename().string();
-    hidden.insert(hidden.begin(), '.');
-    hidden += ".ferrotip-partial";
-    temporary_ = (directory / hidden).string();
     SF_INFO info = format;
-    file_.reset(sf_open(temporary_.c_str(), SFM_WRITE, &info));
+    file_.reset(sf_open_fd(partial_.descriptor(), SFM_WRITE, &info, SF_FALSE));
     if (!file_) throw CliError("cannot write '" + target + "': " + sf_strerror(nullptr));
     useRawIntegers(file_.get(), format.format);
     // Repaired samples may overshoot full scale; clip rather than wrap around.
     sf_command(file_.get(), SFC_SET_CLIPPING, nullptr, SF_TRUE);
 }
 
-AudioWriter::~AudioWriter()
-{
-    if (committed_) return;
-    file_.reset();
-    std::error_code ignored;
-    fs::remove(temporary_, ignored);
-}
+// The sound file closes before its uncommitted PartialFile removes the file.
+AudioWriter::~AudioWriter() = default;
 
 void AudioWriter::write(const double* interleaved, std::int64_t frames)
 {
@@ -92,19 +123,14 @@ void AudioWriter::write(const double* interleaved, std::int64_t frames)
 void AudioWriter::commit()
 {
     if (sf_close(file_.release()) != 0) throw CliError("error finishing '" + target_ + "'");
-    std::error_code error;
-    fs::rename(temporary_, target_, error);
-    if (error) {
-        fs::remove(temporary_, error);
-        throw CliError("cannot move the result into '" + target_ + "': " + error.message());
-    }
-    committed_ = true;
+    partial_.commitTo(target_);
 }
 
 void requireDistinctFiles(const std::string& input, const std::string& output)
 {
-    std::error_code error;
-    if (fs::equivalent(input, output, error) ||
-        fs::weakly_canonical(input, error) == fs::weakly_canonical(output, error))
+    struct stat in {}, out {};
+    if (stat(output.c_str(), &out) != 0) return;  // nothing there yet, so nothing to overwrite
+    if (S_ISDIR(out.st_mode)) throw CliError("output '" + output + "' is a directory; name a file");
+    if (stat(input.c_str(), &in) == 0 && in.st_dev == out.st_dev && in.st_ino == out.st_ino)
         throw CliError("output '" + output + "' is the input file; choose another name");
 }

@@ -3,8 +3,11 @@
 // Samples travel as doubles in the file's own scale: raw integers for PCM (exact
 // for every bit depth), stored values for float files. Copying untouched audio in
 // that scale is lossless; fullScale() converts to the module's [-1, 1) floats.
-// AudioWriter writes to a temporary file beside the target and renames it on
-// commit(), so a failure never leaves a partial or overwritten output.
+// AudioReader reads front to back only (rewind() starts again by reopening), so
+// files that cannot seek (streamed FLAC, GSM and ADPCM WAVs) read like any other.
+// AudioWriter writes to an exclusively created file of random name beside the
+// target (PartialFile) and renames it on commit(), so a failure or an interrupt
+// never leaves a partial output and never writes through an existing name.
 #pragma once
 
 #include <sndfile.h>
@@ -13,6 +16,8 @@
 #include <memory>
 #include <string>
 #include <vector>
+
+#include "PartialFile.h"
 
 class AudioReader {
 public:
@@ -25,11 +30,21 @@ public:
     // Magnitude of full scale in the file's sample scale (32768 for 16-bit PCM, 1 for float).
     double fullScale() const { return fullScale_; }
 
-    // Reads up to `count` interleaved frames from the current position; returns frames read.
+    // Reads up to `count` interleaved frames from the current position; returns frames
+    // read, 0 at the end.
     std::int64_t read(double* interleaved, std::int64_t count);
     void seek(std::int64_t frame);
+    // Back to the first frame, also for files that cannot seek.
+    void rewind();
+    // Whether libsndfile knows the frame count (a streamed FLAC may not say).
+    bool lengthKnown() const;
+    // True for formats that decode to something other than what was encoded (Ogg,
+    // Opus, MP3, GSM, ADPCM): writing them again changes every sample.
+    bool lossy() const;
 
 private:
+    void open();
+
     std::string path_;
     SF_INFO info_{};
     std::unique_ptr<SNDFILE, int (*)(SNDFILE*)> file_;
@@ -50,10 +65,10 @@ public:
 
 private:
     std::string target_;
-    std::string temporary_;
+    PartialFile partial_;
     std::unique_ptr<SNDFILE, int (*)(SNDFILE*)> file_;
-    bool committed_ = false;
 };
 
-// Throws CliError unless `output` names a different file than `input`.
+// Throws CliError when `output` is the same file as `input` by any route (a symlink,
+// a hard link, another spelling of the path: same device and inode) or a directory.
 void requireDistinctFiles(const std::string& input, const std::string& output);

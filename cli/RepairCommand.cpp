@@ -1,6 +1,7 @@
 // `ferrotip repair IN OUT --start T --length T --method M`: one repair, written to
-// a new file with the input's format. The file is streamed: only the method's
-// window is held in memory, and untouched samples are copied bit for bit.
+// a new file with the input's format. The file is streamed front to back, twice
+// (once for the window, once to copy), so inputs that cannot seek work too: only
+// the method's window is held in memory, and untouched samples are copied bit for bit.
 #include <algorithm>
 #include <cstdio>
 #include <memory>
@@ -20,47 +21,79 @@ struct RepairOptions {
 
 constexpr std::int64_t copyBlockFrames = 65536;
 
-// The window's samples as the module's floats, zero beyond the file's ends.
-std::vector<std::vector<float>> readWindow(AudioReader& reader, const RepairWindow& window)
+// Reads the input front to back in blocks, handing each to `visit(block, firstFrame,
+// frames)`, until `visit` returns false or the file ends. Returns the frames read.
+template <typename Visit>
+std::int64_t readBlocks(AudioReader& reader, Visit&& visit)
+{
+    std::vector<double> block(copyBlockFrames * reader.channels());
+    std::int64_t position = 0;
+    for (;;) {
+        const std::int64_t got = reader.read(block.data(), copyBlockFrames);
+        if (got == 0) return position;
+        const bool more = visit(block.data(), position, got);
+        position += got;
+        if (!more) return position;
+    }
+}
+
+// The window's samples as the module's floats, zero beyond the file's ends. Also
+// finds whether the file reaches `needed` frames, reading on to its end when not.
+std::vector<std::vector<float>> readWindow(AudioReader& reader, const RepairWindow& window,
+                                           std::int64_t needed, std::int64_t& framesSeen)
 {
     const int channels = reader.channels();
-    std::vector<std::vector<float>> data(channels, std::vector<float>(window.length, 0.0f));
-    const std::int64_t first = std::max<std::int64_t>(window.first, 0);
-    const std::int64_t end = std::min(window.first + window.length, reader.frames());
-    if (end <= first) return data;
-    std::vector<double> frames((end - first) * channels);
-    reader.seek(first);
-    const std::int64_t got = reader.read(frames.data(), end - first);
     const double scale = 1.0 / reader.fullScale();
-    for (std::int64_t f = 0; f < got; ++f)
-        for (int c = 0; c < channels; ++c)
-            data[c][first - window.first + f] = static_cast<float>(frames[f * channels + c] * scale);
+    const std::int64_t windowEnd = window.first + window.length;
+    std::vector<std::vector<float>> data(channels, std::vector<float>(window.length, 0.0f));
+    framesSeen = readBlocks(reader, [&](const double* block, std::int64_t first, std::int64_t frames) {
+        const std::int64_t from = std::max(first, window.first);
+        const std::int64_t to = std::min(first + frames, windowEnd);
+        for (std::int64_t f = from; f < to; ++f)
+            for (int c = 0; c < channels; ++c)
+                data[c][f - window.first] = static_cast<float>(block[(f - first) * channels + c] * scale);
+        const std::int64_t end = first + frames;
+        return end < windowEnd || end < needed;
+    });
+    if (framesSeen < needed) framesSeen += readBlocks(reader, [](auto...) { return true; });
     return data;
 }
 
 // Copies the whole input to the writer, putting in the samples the repair changed.
 void writeRepaired(AudioReader& reader, AudioWriter& writer, const RepairWindow& window,
-                   const std::vector<std::vector<float>>& repaired)
+                   const std::vector<std::vector<float>>& repaired, std::int64_t framesBefore)
 {
     const int channels = reader.channels();
     const double scale = reader.fullScale();
-    std::vector<double> block(copyBlockFrames * channels);
-    reader.seek(0);
-    for (std::int64_t position = 0; position < reader.frames();) {
-        const std::int64_t got = reader.read(block.data(), copyBlockFrames);
-        if (got == 0) throw CliError("the input ended early");
-        for (std::int64_t f = 0; f < got; ++f) {
-            const std::int64_t inWindow = position + f - window.first;
-            if (inWindow < 0 || inWindow >= window.length) continue;
+    reader.rewind();
+    const std::int64_t copied = readBlocks(reader, [&](double* block, std::int64_t first, std::int64_t frames) {
+        const std::int64_t from = std::max(first, window.first);
+        const std::int64_t to = std::min(first + frames, window.first + window.length);
+        for (std::int64_t f = from; f < to; ++f) {
             for (int c = 0; c < channels; ++c) {
-                double& sample = block[f * channels + c];
-                const float value = repaired[c][inWindow];
+                double& sample = block[(f - first) * channels + c];
+                const float value = repaired[c][f - window.first];
                 if (value != static_cast<float>(sample / scale)) sample = value * scale;
             }
         }
-        writer.write(block.data(), got);
-        position += got;
-    }
+        writer.write(block, frames);
+        return true;
+    });
+    const std::int64_t expected = reader.lengthKnown() ? reader.frames() : framesBefore;
+    if (copied < std::max(expected, framesBefore))
+        throw CliError("the input ended early, after " + std::to_string(copied) + " of " +
+                       std::to_string(std::max(expected, framesBefore)) + " frames");
+}
+
+// A lossy input is written in its own format again: every sample is re-encoded.
+void warnIfLossy(const AudioReader& reader, const RepairOptions& options)
+{
+    if (!reader.lossy()) return;
+    std::fprintf(stderr,
+                 "ferrotip: note: '%s' is in a lossy format, so the whole file is re-encoded into '%s' "
+                 "and every sample changes; convert it to a lossless format (WAV or FLAC) first to "
+                 "keep the audio outside the region bit for bit\n",
+                 options.input.c_str(), options.output.c_str());
 }
 
 void repairFile(const RepairOptions& options)
@@ -71,16 +104,18 @@ void repairFile(const RepairOptions& options)
     const MethodInfo method = findMethod(options.method);
     const std::int64_t start = parseSampleCount(options.start, rate, "--start");
     const std::int64_t length = parseSampleCount(options.length, rate, "--length");
-    if (start + length > reader.frames())
-        throw CliError("region " + std::to_string(start) + ".." + std::to_string(start + length) +
-                       " lies outside '" + options.input + "', which has " +
-                       std::to_string(reader.frames()) + " frames");
     const RepairWindow window = planRepair(method, rate, start, length);
 
-    auto channels = readWindow(reader, window);
+    std::int64_t frames = 0;
+    auto channels = readWindow(reader, window, start + length, frames);
+    if (start + length > frames)
+        throw CliError("region " + std::to_string(start) + ".." + std::to_string(start + length) +
+                       " lies outside '" + options.input + "', which has " + std::to_string(frames) +
+                       " frames");
     const RepairOutcome outcome = runRepair(channels, rate, window, static_cast<int>(length), method);
+    warnIfLossy(reader, options);
     AudioWriter writer(options.output, reader.info());
-    writeRepaired(reader, writer, window, channels);
+    writeRepaired(reader, writer, window, channels, frames);
     writer.commit();
 
     std::printf("repaired %lld samples at frame %lld with \"%s\"\n", static_cast<long long>(length),

@@ -58,10 +58,6 @@ RepairWindow planRepair(const MethodInfo& method, int sampleRate, std::int64_t s
                        std::to_string(limit) + " samples at " + std::to_string(sampleRate) + " Hz");
     const int gap = static_cast<int>(length);
     const MethodReach reach = methodReach(method.index, deriveCounts(row, sampleRate, gap), gap);
-    if (method.index >= 3 && reach.before < waveformTemplateLength)
-        throw CliError("\"" + method.name + "\" needs " + std::to_string(waveformTemplateLength) +
-                       " samples of context before the region; " + std::to_string(sampleRate) +
-                       " Hz gives only " + std::to_string(reach.before));
     RepairWindow window;
     window.first = start - reach.before;
     window.length = std::int64_t{reach.before} + reach.after;

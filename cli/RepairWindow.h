@@ -1,6 +1,7 @@
-// The stretch of audio a repair works on: every sample the method reads around
-// the region, as the module's hosts must provide it. Parts of the stretch beyond
-// the file's ends are zeros, so the module never reads outside memory.
+// The stretch of audio a repair works on: every sample the method reads or writes
+// around the region (methodReach, the region placed where the method expects it),
+// as the module's hosts must provide it. Parts of the stretch beyond the file's
+// ends are zeros, so the module never reads outside memory.
 #pragma once
 
 #include <cstdint>

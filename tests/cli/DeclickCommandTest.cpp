@@ -13,6 +13,7 @@
 #include "crackle/CrackleTestSignals.h"
 #include "support/CommandRunner.h"
 #include "support/SoundFileReader.h"
+#include "support/TempDir.h"
 
 namespace fs = std::filesystem;
 
@@ -43,10 +44,6 @@ class DeclickCommand : public testing::Test {
 protected:
     void SetUp() override
     {
-        dir = fs::temp_directory_path() /
-              ("ferrotip-declick-" + std::string(testing::UnitTest::GetInstance()->current_test_info()->name()));
-        fs::remove_all(dir);
-        fs::create_directories(dir);
         // Music with single-sample clicks (below the spectral floor, so wholly in the
         // residual path), a length that is no multiple of any block size.
         clean = cracklefixture::musicLike(2, 3 * 44100 + 123, 77);
@@ -56,8 +53,7 @@ protected:
         for (int at = 12000; at < 3 * 44100; at += 4321) clicked[at % 2][at] += 0.4f;
         writeAudio(path("in.wav"), clicked, SF_FORMAT_WAV | SF_FORMAT_FLOAT);
     }
-    void TearDown() override { fs::remove_all(dir); }
-    std::string path(const std::string& name) const { return (dir / name).string(); }
+    std::string path(const std::string& name) const { return scratch / name; }
 
     double errorAgainstClean(const Audio& audio) const
     {
@@ -70,7 +66,7 @@ protected:
         return sum;
     }
 
-    fs::path dir;
+    testsupport::TempDir scratch{"ferrotip-declick"};
     cracklefixture::Channels clean;
     cracklefixture::Channels clicked;
 };

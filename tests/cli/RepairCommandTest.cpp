@@ -14,6 +14,7 @@
 
 #include "support/CommandRunner.h"
 #include "support/SoundFileReader.h"
+#include "support/TempDir.h"
 
 namespace fs = std::filesystem;
 
@@ -24,16 +25,9 @@ using Outcome = testsupport::CommandOutcome;
 
 class CliTest : public testing::Test {
 protected:
-    void SetUp() override
-    {
-        dir = fs::temp_directory_path() /
-              ("ferrotip-cli-" + std::string(testing::UnitTest::GetInstance()->current_test_info()->name()));
-        fs::remove_all(dir);
-        fs::create_directories(dir);
-    }
-    void TearDown() override { fs::remove_all(dir); }
-    std::string path(const std::string& name) const { return (dir / name).string(); }
-    fs::path dir;
+    std::string path(const std::string& name) const { return scratch / name; }
+    testsupport::TempDir scratch{"ferrotip-repair"};
+    const fs::path& dir = scratch.path();
 };
 
 // A two-channel tone with a click at frame 20000, written as integers.

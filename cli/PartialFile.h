@@ -1,0 +1,34 @@
+// A new, exclusively created file beside a target, to be renamed onto the target
+// once it is complete. The name is random (mkstemp), so an existing file, symlink
+// or directory of any name is never opened or followed. Until commitTo() or
+// destruction the path is registered for removal when SIGINT, SIGTERM or SIGHUP
+// arrives: the handler only unlinks the prepared paths and re-raises the signal.
+// Construction allocates and opens; one object per output, any thread.
+#pragma once
+
+#include <string>
+
+class PartialFile {
+public:
+    // Creates the file in the target's folder with the permissions a new file gets
+    // (0666 less the umask). Throws CliError naming the target when it cannot.
+    explicit PartialFile(const std::string& target);
+    ~PartialFile();
+    PartialFile(const PartialFile&) = delete;
+    PartialFile& operator=(const PartialFile&) = delete;
+
+    // The open descriptor, owned by this object (a user must not close it).
+    int descriptor() const { return descriptor_; }
+    const std::string& path() const { return path_; }
+
+    // Closes the file and renames it onto the target; on failure removes it and
+    // throws CliError.
+    void commitTo(const std::string& target);
+
+private:
+    void discard();
+
+    std::string path_;
+    int descriptor_ = -1;
+    int slot_ = -1;
+};
