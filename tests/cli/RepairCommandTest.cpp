@@ -8,11 +8,13 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <unistd.h>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "support/CommandRunner.h"
+#include "support/FileChecksum.h"
 #include "support/SoundFileReader.h"
 #include "support/TempDir.h"
 
@@ -30,21 +32,23 @@ protected:
     const fs::path& dir = scratch.path();
 };
 
-// A two-channel tone with a click at frame 20000, written as integers.
-void writeFile(const std::string& path, int format, int frames = 48000, int rate = 44100)
+// A tone with a click at frame 20000 (two channels unless told), written as integers.
+void writeFile(const std::string& path, int format, int frames = 48000, int rate = 44100,
+               int channels = 2)
 {
     SF_INFO info{};
     info.samplerate = rate;
-    info.channels = 2;
+    info.channels = channels;
     info.format = format;
     SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
     ASSERT_NE(file, nullptr) << sf_strerror(nullptr);
-    std::vector<double> data(2 * frames);
-    for (int t = 0; t < frames; ++t) {
-        data[2 * t] = 0.5 * std::sin(0.031 * t) + 0.1 * std::sin(0.17 * t);
-        data[2 * t + 1] = 0.4 * std::cos(0.023 * t);
-    }
-    for (int t = 20000; t < 20030; ++t) data[2 * t] = data[2 * t + 1] = 0.95;
+    std::vector<double> data(channels * frames);
+    for (int t = 0; t < frames; ++t)
+        for (int c = 0; c < channels; ++c)
+            data[channels * t + c] = c % 2 == 0 ? 0.5 * std::sin(0.031 * t) + 0.1 * std::sin(0.17 * t)
+                                                : 0.4 * std::cos(0.023 * t);
+    for (int t = 20000; t < 20030; ++t)
+        for (int c = 0; c < channels; ++c) data[channels * t + c] = 0.95;
     sf_writef_double(file, data.data(), frames);
     sf_close(file);
 }
@@ -171,6 +175,148 @@ TEST_F(CliTest, DemoPrintsEveryMethodAndWritesItsExample)
     for (const char* name : {"Linear Interpolation", "Normal Clicks", "Waveform Replacment Left"})
         EXPECT_NE(run.output.find(name), std::string::npos);
     EXPECT_EQ(testsupport::readSoundFile<int>(path("demo.wav")).info.channels, 2);
+}
+
+TEST_F(CliTest, NamesAlreadyBesideTheOutputAreNeverFollowed)
+{
+    writeFile(path("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16);
+    const std::uint64_t input = testsupport::fileChecksum(path("in.wav"));
+    // A predictable partial name pointing at the input, and one taken by a folder.
+    fs::create_symlink(path("in.wav"), path(".out.wav.ferrotip-partial"));
+    fs::create_directory(path(".other.wav.ferrotip-partial"));
+    for (const char* output : {"out.wav", "other.wav"}) {
+        const Outcome run = ferrotip("repair " + path("in.wav") + " " + path(output) +
+                                     " --start 20000 --length 30 --method 2");
+        EXPECT_EQ(run.status, 0) << run.output;
+    }
+    EXPECT_EQ(testsupport::fileChecksum(path("in.wav")), input);
+    EXPECT_TRUE(fs::is_symlink(path(".out.wav.ferrotip-partial")));
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir), fs::directory_iterator()), 5);
+}
+
+TEST_F(CliTest, RefusesTheInputByEveryRoute)
+{
+    writeFile(path("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16);
+    const std::uint64_t input = testsupport::fileChecksum(path("in.wav"));
+    fs::create_symlink(path("in.wav"), path("link.wav"));
+    fs::create_hard_link(path("in.wav"), path("hard.wav"));
+    fs::create_directory(path("sub"));
+    const std::vector<std::pair<std::string, std::string>> outputs = {
+        {path("link.wav"), "is the input file"},
+        {path("hard.wav"), "is the input file"},
+        {path("sub") + "/../in.wav", "is the input file"},
+        {path("sub"), "is a directory"},
+    };
+    for (const auto& [output, message] : outputs) {
+        SCOPED_TRACE(output);
+        const Outcome run = ferrotip("repair " + path("in.wav") + " " + output +
+                                     " --start 20000 --length 30 --method 2");
+        EXPECT_NE(run.status, 0);
+        EXPECT_NE(run.output.find(message), std::string::npos) << run.output;
+    }
+    EXPECT_EQ(testsupport::fileChecksum(path("in.wav")), input);
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir), fs::directory_iterator()), 4);
+    EXPECT_TRUE(fs::is_empty(path("sub")));
+}
+
+// Below 3 kHz the 1000-sample template outgrows the short context of "Waveform
+// Replacment Near": the window grows to what the method reads, and the result stays
+// finite and within the region and its crossfades.
+TEST_F(CliTest, WaveformReplacementAtLowRatesStaysWithinItsWindow)
+{
+    for (int rate : {1500, 2000, 2500, 2999}) {
+        SCOPED_TRACE(rate);
+        writeFile(path("in.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, rate);
+        const int limit = 250 * (rate / 1000);
+        const Outcome run = ferrotip("repair " + path("in.wav") + " " + path("out.wav") +
+                                     " --start 20000 --length " + std::to_string(limit) + " -m 4");
+        ASSERT_EQ(run.status, 0) << run.output;
+        const auto in = testsupport::readSoundFile<float>(path("in.wav"));
+        const auto out = testsupport::readSoundFile<float>(path("out.wav"));
+        ASSERT_EQ(out.samples.size(), in.samples.size());
+        const int fade = std::clamp(limit / 4, 80, 500) - 1;
+        for (std::size_t i = 0; i < in.samples.size(); ++i) {
+            const int frame = static_cast<int>(i / 2);
+            ASSERT_TRUE(std::isfinite(out.samples[i])) << frame;
+            if (frame < 20000 - fade || frame >= 20000 + limit + fade) {
+                ASSERT_EQ(out.samples[i], in.samples[i]) << frame;
+            }
+        }
+        fs::remove(path("out.wav"));
+    }
+}
+
+// A FLAC stream whose header gives no total length, as an encoder writing to a pipe
+// leaves it: the 36-bit count in STREAMINFO is zero.
+void clearFlacLength(const std::string& path)
+{
+    std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+    char bytes[26];
+    file.read(bytes, sizeof bytes);
+    ASSERT_EQ(std::string(bytes, 4), "fLaC");
+    bytes[21] = static_cast<char>(bytes[21] & 0xF0);
+    std::fill(bytes + 22, bytes + 26, 0);
+    file.seekp(0);
+    file.write(bytes, sizeof bytes);
+}
+
+TEST_F(CliTest, InputsThatCannotSeekAreReadFrontToBack)
+{
+    writeFile(path("whole.flac"), SF_FORMAT_FLAC | SF_FORMAT_PCM_16);
+    fs::copy_file(path("whole.flac"), path("stream.flac"));
+    clearFlacLength(path("stream.flac"));
+    const Outcome run = ferrotip("repair " + path("stream.flac") + " " + path("out.flac") +
+                                 " --start 20000 --length 30 --method 2");
+    ASSERT_EQ(run.status, 0) << run.output;
+    const Audio in = testsupport::readSoundFile<int>(path("whole.flac"));
+    const Audio out = testsupport::readSoundFile<int>(path("out.flac"));
+    ASSERT_EQ(out.samples.size(), in.samples.size());
+    const std::vector<int> changed = changedFrames(in, out);
+    ASSERT_FALSE(changed.empty());
+    EXPECT_GE(changed.front(), 20000);
+    EXPECT_LT(changed.back(), 20030);
+
+    for (int subtype : {SF_FORMAT_GSM610, SF_FORMAT_IMA_ADPCM, SF_FORMAT_MS_ADPCM}) {
+        SCOPED_TRACE(subtype);
+        writeFile(path("coded.wav"), SF_FORMAT_WAV | subtype, 48000, 8000, 1);
+        const Outcome coded = ferrotip("repair " + path("coded.wav") + " " + path("coded-out.wav") +
+                                       " --start 20000 --length 8 --method 2");
+        ASSERT_EQ(coded.status, 0) << coded.output;
+        const Audio a = testsupport::readSoundFile<int>(path("coded.wav"));
+        const Audio b = testsupport::readSoundFile<int>(path("coded-out.wav"));
+        EXPECT_EQ(b.info.frames, a.info.frames);
+        EXPECT_EQ(b.info.format, a.info.format);
+        fs::remove(path("coded-out.wav"));
+    }
+}
+
+TEST_F(CliTest, LossyFilesSayTheWholeFileIsReencoded)
+{
+    const std::vector<std::pair<int, int>> formats = {
+        {SF_FORMAT_OGG | SF_FORMAT_VORBIS, 44100},
+        {SF_FORMAT_OGG | SF_FORMAT_OPUS, 48000},
+        {SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III, 44100},
+        {SF_FORMAT_WAV | SF_FORMAT_IMA_ADPCM, 44100},
+    };
+    for (const auto& [format, rate] : formats) {
+        SCOPED_TRACE(format);
+        SF_INFO probe{};
+        probe.samplerate = rate;
+        probe.channels = 2;
+        probe.format = format;
+        if (!sf_format_check(&probe)) continue;  // this libsndfile cannot write it
+        writeFile(path("in.snd"), format, 48000, rate);
+        const Outcome run = ferrotip("repair " + path("in.snd") + " " + path("out.snd") +
+                                     " --start 20000 --length 30 --method 2");
+        ASSERT_EQ(run.status, 0) << run.output;
+        EXPECT_NE(run.output.find("the whole file is re-encoded"), std::string::npos) << run.output;
+        EXPECT_NE(run.output.find("lossless format"), std::string::npos) << run.output;
+        fs::remove(path("out.snd"));
+    }
+    writeFile(path("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16);
+    const Outcome lossless = ferrotip("repair " + path("in.wav") + " " + path("out.wav") +
+                                      " --start 20000 --length 30 --method 2");
+    EXPECT_EQ(lossless.output.find("re-encoded"), std::string::npos) << lossless.output;
 }
 
 }  // namespace
