@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 
 #include "ar/SplitRadixFft.h"
 
@@ -40,8 +41,33 @@ float keptShare(float power, float floor)
 
 }  // namespace
 
+namespace {
+
+bool fitsInt32(std::int64_t value) { return value >= INT32_MIN && value <= INT32_MAX; }
+
+// A frame of at least one sample, a step other than zero, and every count of the plan
+// within 32 bits (the widening doubles the frame until it passes the gap's length).
+bool plannable(const FramePlan& plan)
+{
+    const std::int64_t frame = plan.frameLength;
+    const std::int64_t hop = frame - plan.overlap;
+    if (frame < 1 || hop == 0 || !fitsInt32(hop)) return false;
+    std::int64_t reach = frame;
+    while (reach < plan.gapLength) reach *= 2;
+    const std::int64_t position = plan.position;
+    for (const std::int64_t value :
+         {position + plan.gapLength - 1, position - 2 * frame, position + reach + 2 * frame,
+          reach + 4 * frame, (reach + 4 * frame - plan.overlap) / hop,
+          (2 * frame - plan.overlap) / hop, (reach + 2 * frame) / hop})
+        if (!fitsInt32(value)) return false;
+    return true;
+}
+
+}  // namespace
+
 void planFrames(FramePlan& plan)
 {
+    if (!plannable(plan)) return;
     const int frame = plan.frameLength;
     const int hop = frame - plan.overlap;
     plan.gapEnd = plan.position + plan.gapLength - 1;

@@ -237,7 +237,7 @@ void powerSpectrum(PowerSpectrumBlock& record)
 {
     const int n = record.length;
     std::vector<float> scratch(record.block.begin(), record.block.end());
-    if (!isTransformSize(n)) return;
+    if (!isTransformSize(n) || n > powerSpectrumCapacity) return;
 
     forwardRealFft(scratch.data(), n);
     float* power = record.block.data();

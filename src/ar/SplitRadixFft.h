@@ -36,7 +36,8 @@ struct PowerSpectrumBlock {
 
 // For a power-of-two length n (2 .. 8192): entry 0 = X[0]², entry n/2 = X[n/2]², and
 // |X[k]|² in both entry k and entry n - k for k = 1 .. n/2 - 1. Entries from n on are
-// kept. Any other length leaves the block as it is.
+// kept. Any other length, also a power of two above the block's 8192, leaves the
+// block as it is.
 // Read as a packed spectrum, entry n - k is the imaginary part of bin k, so
 // inverseRealFft of this block gives n times the circular autocorrelation only after
 // entries n/2 + 1 .. n - 1 are cleared.

@@ -110,6 +110,7 @@ void matMul(const float* const* a, const float* const* b, float** c, int rowsA, 
             int rowsB, int colsB, int transA, int transB) {
     if (!isFlag(transA) || !isFlag(transB) || rowsB == 0 || (colsB == 0 && transB == 1))
         return;
+    if (rowsA < 0 || colsA < 0 || rowsB < 0 || colsB < 0) return;
     if (transA == 0 && transB == 0)
         mulNormal(a, b, c, rowsA, rowsB, colsB);
     else if (transA == 1 && transB == 0)

@@ -14,7 +14,8 @@
 namespace kalman {
 
 // General product into C; transA and transB take an operand transposed when 1. A flag
-// other than 0 or 1, rowsB of 0, or colsB of 0 with transB 1 leaves C untouched.
+// other than 0 or 1, rowsB of 0, colsB of 0 with transB 1, or any negative count
+// leaves C untouched.
 // Shapes with a single row or column are the vector cases, read and written in row 0:
 //
 //   transA transB  condition              result

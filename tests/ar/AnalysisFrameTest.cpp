@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <random>
+#include <tuple>
 #include <vector>
 
 #include "ar/ArRecursions.h"
@@ -222,5 +223,33 @@ TEST(AnalysisFrame, DiffersFromLsarInterpOnlyByTheHannPrecision)
         const double delta = 0x1p-21;
         const double limit = 2.0 * n * largest * delta + n * delta * delta;
         for (std::size_t k = 0; k < ours.size(); ++k) ASSERT_NEAR(ours[k], theirs[k], limit) << k;
+    }
+}
+
+namespace {
+
+bool sameRecord(const AnalysisFrame& a, const AnalysisFrame& b)
+{
+    return a.span == b.span && a.modelOrder == b.modelOrder && a.analysisLength == b.analysisLength;
+}
+
+}  // namespace
+
+// Sizes the span cannot hold are refused whole: nothing is windowed, no order set.
+TEST(AnalysisFrameGuard, LengthsOutsideTheSpanLeaveTheRecordUntouched)
+{
+    for (const auto& [length, gap, mode] :
+         {std::tuple{1025, 4, 2}, std::tuple{-1, 4, 1}, std::tuple{4096, 4, 4},
+          std::tuple{1024, 1025, 3}, std::tuple{512, -3, 3}}) {
+        AnalysisFrame frame;
+        for (int i = 0; i < 2 * maxAnalysisLength; ++i) frame.span[i] = 0.001f * i;
+        frame.analysisLength = length;
+        frame.gapLength = gap;
+        frame.mode = mode;
+        frame.maxOrder = 40;
+        frame.modelOrder = -9;
+        const AnalysisFrame before = frame;
+        prepareAnalysis(frame);
+        EXPECT_TRUE(sameRecord(frame, before)) << length << " " << gap << " " << mode;
     }
 }

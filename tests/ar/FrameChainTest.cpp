@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <random>
 #include <vector>
@@ -371,4 +372,24 @@ TEST(FrameChain, SplitAndInverseDoNotAllocate)
                   inverseFrame(frame.restRe.data(), frame.restIm.data(), 2048, output.data());
               }),
               0u);
+}
+
+// A frame of no length would never cover the gap: such plans, and those whose counts
+// leave 32 bits, return at once with the outputs as they were.
+TEST(PlanFramesGuard, UnusableFramesReturnAndLeaveTheOutputs)
+{
+    for (const auto& [frame, overlap, gap] :
+         {std::array{0, 0, 10}, std::array{-4, 0, 10}, std::array{-1, -2, 100}, std::array{64, 64, 10},
+          std::array{1, 0, 2000000000}}) {
+        FramePlan p;
+        p.position = 1000;
+        p.gapLength = gap;
+        p.frameLength = frame;
+        p.overlap = overlap;
+        p.frameCount = -77;
+        p.spanLength = -77;
+        planFrames(p);
+        EXPECT_EQ(p.frameCount, -77) << frame;
+        EXPECT_EQ(p.spanLength, -77) << frame;
+    }
 }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <memory>
 #include <random>
 #include <vector>
 
@@ -350,4 +351,18 @@ TEST(PowerSpectrum, SizeTwoSquaresBothBins)
     powerSpectrum(record);
     EXPECT_EQ(record.block[0], 16.0f);
     EXPECT_EQ(record.block[1], 4.0f);
+}
+
+// The block holds 8192 entries: a longer power of two is refused, not transformed
+// past the block's end.
+TEST(PowerSpectrumGuard, PowerOfTwoAboveTheBlockLeavesItUntouched)
+{
+    for (int n : {16384, 1 << 30}) {
+        auto record = std::make_unique<PowerSpectrumBlock>();
+        for (int i = 0; i < powerSpectrumCapacity; ++i) record->block[i] = 0.25f * (i % 7);
+        record->length = n;
+        const auto before = record->block;
+        powerSpectrum(*record);
+        EXPECT_EQ(record->block, before) << n;
+    }
 }

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <random>
 
@@ -297,4 +298,22 @@ TEST(MatFree, LeavesAnEmptyMatrix) {
     kalman::matFree(m);
     EXPECT_EQ(m.rowCount(), 0);
     EXPECT_FALSE(m.isAllocated());
+}
+
+// A negative count is no shape at all: C stays as it was on every path.
+TEST(MatMulGuard, NegativeCountsLeaveCUntouched) {
+    RowMatrix a = makeMatrix({{1, 2, 3}, {4, 5, 6}});
+    RowMatrix b = makeMatrix({{1, 2}, {3, 4}, {5, 6}});
+    for (const auto& counts : {std::array{2, 3, 3, -2}, std::array{-2, 3, 3, 2},
+                               std::array{2, -3, 3, 2}, std::array{2, 3, -3, 2}}) {
+        for (int transA : {0, 1})
+            for (int transB : {0, 1}) {
+                RowMatrix c = filled(3, 3, kSentinel);
+                matMul(a.rows(), b.rows(), c.rows(), counts[0], counts[1], counts[2], counts[3],
+                       transA, transB);
+                expectMatrix(c, {{kSentinel, kSentinel, kSentinel},
+                                 {kSentinel, kSentinel, kSentinel},
+                                 {kSentinel, kSentinel, kSentinel}});
+            }
+    }
 }
