@@ -1,0 +1,212 @@
+// The repair command against damaged, foreign and every kind of sound file: it
+// either writes a good file or fails with one line and leaves nothing behind, and
+// never changes its input. Lossless formats keep every sample outside the repair.
+#include <sndfile.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "support/CommandRunner.h"
+#include "support/FileChecksum.h"
+#include "support/TempDir.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using testsupport::ferrotip;
+using Outcome = testsupport::CommandOutcome;
+
+struct Sound {
+    SF_INFO info{};
+    std::vector<double> samples;  // interleaved, libsndfile's normalised doubles (exact for PCM)
+};
+
+bool writeSound(const std::string& path, int format, int channels, int rate, int frames)
+{
+    SF_INFO info{};
+    info.samplerate = rate;
+    info.channels = channels;
+    info.format = format;
+    if (!sf_format_check(&info)) return false;
+    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
+    if (!file) return false;
+    std::vector<double> data(static_cast<std::size_t>(channels) * frames);
+    for (int t = 0; t < frames; ++t)
+        for (int c = 0; c < channels; ++c)
+            data[static_cast<std::size_t>(t) * channels + c] =
+                0.45 * std::sin(0.013 * (c + 1) * t) + 0.2 * std::sin(0.21 * t + c);
+    sf_writef_double(file, data.data(), frames);
+    sf_close(file);
+    return true;
+}
+
+Sound readSound(const std::string& path)
+{
+    Sound sound;
+    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &sound.info);
+    if (!file) return sound;
+    sound.samples.resize(static_cast<std::size_t>(sound.info.frames) * sound.info.channels);
+    sf_readf_double(file, sound.samples.data(), sound.info.frames);
+    sf_close(file);
+    return sound;
+}
+
+class Robustness : public testing::Test {
+protected:
+    std::string path(const std::string& name) const { return scratch / name; }
+    std::size_t filesInScratch() const
+    {
+        return static_cast<std::size_t>(
+            std::distance(fs::directory_iterator(scratch.path()), fs::directory_iterator()));
+    }
+
+    // Runs a repair of `input` into out.snd; checks what every run must hold and
+    // returns the outcome. The output is removed afterwards.
+    Outcome repairOnce(const std::string& input, const std::string& region)
+    {
+        const std::uint64_t before = testsupport::fileChecksum(input);
+        const std::size_t files = filesInScratch();
+        const Outcome run = ferrotip("repair '" + input + "' '" + path("out.snd") + "' " + region);
+        EXPECT_NE(run.status, -1) << "killed by a signal: " << run.output;
+        EXPECT_EQ(testsupport::fileChecksum(input), before) << "the input changed";
+        if (run.status == 0) {
+            EXPECT_EQ(filesInScratch(), files + 1);
+        } else {
+            EXPECT_EQ(std::count(run.output.begin(), run.output.end(), '\n'), 1) << run.output;
+            EXPECT_EQ(filesInScratch(), files) << "a failure left a file: " << run.output;
+        }
+        std::error_code ignored;
+        fs::remove(path("out.snd"), ignored);
+        return run;
+    }
+
+    testsupport::TempDir scratch{"ferrotip-robust"};
+};
+
+TEST_F(Robustness, TruncatedFilesFailCleanlyOrRepairWhatIsThere)
+{
+    for (int format : {SF_FORMAT_WAV | SF_FORMAT_PCM_16, SF_FORMAT_FLAC | SF_FORMAT_PCM_16,
+                       SF_FORMAT_AIFF | SF_FORMAT_PCM_24}) {
+        ASSERT_TRUE(writeSound(path("whole.snd"), format, 2, 8000, 4000));
+        std::ifstream source(path("whole.snd"), std::ios::binary);
+        const std::string bytes((std::istreambuf_iterator<char>(source)), std::istreambuf_iterator<char>());
+        std::vector<std::size_t> cuts = {0, 1, 3, 4, 8, 11, 12, 20, 35, 36, 40, 43, 44, 45, 54, 100};
+        for (std::size_t cut = 200; cut < bytes.size(); cut += bytes.size() / 7) cuts.push_back(cut);
+        cuts.push_back(bytes.size() - 1);
+        for (std::size_t cut : cuts) {
+            SCOPED_TRACE("format " + std::to_string(format) + ", cut at " + std::to_string(cut));
+            std::ofstream(path("cut.snd"), std::ios::binary).write(bytes.data(), std::min(cut, bytes.size()));
+            repairOnce(path("cut.snd"), "--start 100 --length 3 -m 2");
+        }
+        fs::remove(path("whole.snd"));
+        fs::remove(path("cut.snd"));
+    }
+}
+
+TEST_F(Robustness, CorruptedHeadersFailCleanlyOrRepair)
+{
+    for (int format : {SF_FORMAT_WAV | SF_FORMAT_PCM_16, SF_FORMAT_FLAC | SF_FORMAT_PCM_16,
+                       SF_FORMAT_AIFF | SF_FORMAT_PCM_16, SF_FORMAT_CAF | SF_FORMAT_FLOAT}) {
+        ASSERT_TRUE(writeSound(path("whole.snd"), format, 2, 8000, 4000));
+        std::ifstream source(path("whole.snd"), std::ios::binary);
+        const std::string bytes((std::istreambuf_iterator<char>(source)), std::istreambuf_iterator<char>());
+        for (std::size_t at = 0; at < std::min<std::size_t>(bytes.size(), 64); at += 4) {
+            for (unsigned char flip : {0x01, 0xff}) {
+                SCOPED_TRACE("format " + std::to_string(format) + ", byte " + std::to_string(at) +
+                             " ^ " + std::to_string(flip));
+                std::string damaged = bytes;
+                damaged[at] = static_cast<char>(damaged[at] ^ flip);
+                std::ofstream(path("bad.snd"), std::ios::binary).write(damaged.data(), damaged.size());
+                repairOnce(path("bad.snd"), "--start 100 --length 3 -m 0");
+            }
+        }
+        fs::remove(path("whole.snd"));
+        fs::remove(path("bad.snd"));
+    }
+}
+
+TEST_F(Robustness, ForeignInputsAndFoldersAreRefused)
+{
+    std::ofstream(path("empty.wav"));
+    std::ofstream(path("text.wav")) << "RIFF but not really a sound file\n";
+    std::string noise(5000, '\0');
+    for (std::size_t i = 0; i < noise.size(); ++i) noise[i] = static_cast<char>((i * 2654435761u) >> 13);
+    std::ofstream(path("noise.flac"), std::ios::binary).write(noise.data(), noise.size());
+    fs::create_directory(path("folder.wav"));
+    for (const char* name : {"empty.wav", "text.wav", "noise.flac", "folder.wav", "missing.wav"}) {
+        SCOPED_TRACE(name);
+        EXPECT_NE(repairOnce(path(name), "--start 100 --length 3 -m 0").status, 0);
+    }
+}
+
+struct FormatCase {
+    int format;
+    bool lossless;
+};
+
+// Every container and sample format libsndfile writes, each at a few channel
+// counts and rates from a sampled grid; each file round-trips through one repair.
+TEST_F(Robustness, EveryFormatRoundTripsKeepingEverySampleOutsideTheRepair)
+{
+    const std::vector<FormatCase> formats = {
+        {SF_FORMAT_WAV | SF_FORMAT_PCM_U8, true},   {SF_FORMAT_WAV | SF_FORMAT_PCM_16, true},
+        {SF_FORMAT_WAV | SF_FORMAT_PCM_24, true},   {SF_FORMAT_WAV | SF_FORMAT_PCM_32, true},
+        {SF_FORMAT_WAV | SF_FORMAT_FLOAT, true},    {SF_FORMAT_WAV | SF_FORMAT_DOUBLE, true},
+        {SF_FORMAT_FLAC | SF_FORMAT_PCM_S8, true},  {SF_FORMAT_FLAC | SF_FORMAT_PCM_16, true},
+        {SF_FORMAT_FLAC | SF_FORMAT_PCM_24, true},  {SF_FORMAT_OGG | SF_FORMAT_VORBIS, false},
+        {SF_FORMAT_AIFF | SF_FORMAT_PCM_16, true},  {SF_FORMAT_AIFF | SF_FORMAT_PCM_24, true},
+        {SF_FORMAT_AIFF | SF_FORMAT_FLOAT, true},   {SF_FORMAT_CAF | SF_FORMAT_PCM_16, true},
+        {SF_FORMAT_CAF | SF_FORMAT_DOUBLE, true},   {SF_FORMAT_W64 | SF_FORMAT_PCM_24, true},
+        {SF_FORMAT_W64 | SF_FORMAT_FLOAT, true},    {SF_FORMAT_RF64 | SF_FORMAT_PCM_16, true},
+        {SF_FORMAT_RF64 | SF_FORMAT_DOUBLE, true},
+    };
+    const int channelCounts[] = {1, 2, 3, 6, 8};
+    const int rates[] = {8000, 11025, 22050, 44100, 48000, 96000, 192000};
+    const int methods[] = {0, 1, 2, 4};
+    int tried = 0;
+    for (std::size_t f = 0; f < formats.size(); ++f) {
+        for (int pick = 0; pick < 2; ++pick) {
+            const int channels = channelCounts[(f + 2 * pick) % 5];
+            const int rate = rates[(3 * f + 5 * pick) % 7];
+            const int method = methods[(f + pick) % 4];
+            // "Waveform Replacment Near" needs half a second on each side.
+            const int frames = method == 4 ? rate * 13 / 10 : rate / 4;
+            const int start = method == 4 ? rate * 6 / 10 : rate / 8;
+            const int length = method == 0 ? 5 : method == 4 ? rate / 100 : rate / 2000;
+            SCOPED_TRACE("format " + std::to_string(formats[f].format) + ", " + std::to_string(channels) +
+                         " channels at " + std::to_string(rate) + " Hz, method " + std::to_string(method));
+            if (!writeSound(path("in.snd"), formats[f].format, channels, rate, frames)) continue;
+            ++tried;
+            const Sound in = readSound(path("in.snd"));
+            const Outcome run = ferrotip("repair " + path("in.snd") + " " + path("out.snd") +
+                                         " --start " + std::to_string(start) + " --length " +
+                                         std::to_string(length) + " -m " + std::to_string(method));
+            ASSERT_EQ(run.status, 0) << run.output;
+            const Sound out = readSound(path("out.snd"));
+            EXPECT_EQ(out.info.format, in.info.format);
+            EXPECT_EQ(out.info.channels, channels);
+            EXPECT_EQ(out.info.samplerate, rate);
+            ASSERT_EQ(out.info.frames, in.info.frames);
+            if (formats[f].lossless) {
+                const int fade = method == 4 ? std::clamp(length / 4, 80, 500) - 1 : 0;
+                for (std::size_t i = 0; i < in.samples.size(); ++i) {
+                    const int frame = static_cast<int>(i / channels);
+                    if (frame >= start - fade && frame < start + length + fade) continue;
+                    ASSERT_EQ(out.samples[i], in.samples[i]) << "frame " << frame;
+                }
+            }
+            fs::remove(path("out.snd"));
+        }
+    }
+    EXPECT_GE(tried, 30);
+}
+
+}  // namespace
