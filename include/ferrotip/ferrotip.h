@@ -6,7 +6,10 @@
  * region of every channel in place. Samples are 32-bit floats, one array per
  * channel; positions are sample indices shared by all channels. The module keeps
  * nothing between calls. The arrays carry no length: every position a method
- * reads or writes must exist (see the README for each method's reach).
+ * reads or writes must exist (see the README for each method's reach). Methods
+ * 3 to 6 also index from the array's first sample, so for them the array begins
+ * exactly the method's reach before the region (start equals that reach, at least
+ * 1000) and runs on as far as the reach after it.
  *
  * Usable from C and C++. Build the module as libferrotip.so (Linux) or
  * Ferrotip_x64.dll (64-bit Windows); both export exactly these three functions

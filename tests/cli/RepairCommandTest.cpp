@@ -177,6 +177,21 @@ TEST_F(CliTest, DemoPrintsEveryMethodAndWritesItsExample)
     EXPECT_EQ(testsupport::readSoundFile<int>(path("demo.wav")).info.channels, 2);
 }
 
+// Two runs of these tests on one machine (two build trees) must not share a folder.
+TEST_F(CliTest, EachTestWorksInAFolderOfItsOwn)
+{
+    EXPECT_TRUE(fs::is_directory(dir));
+    EXPECT_NE(dir, fs::temp_directory_path() / "ferrotip-cli-EachTestWorksInAFolderOfItsOwn");
+    fs::path other;
+    {
+        const testsupport::TempDir second("ferrotip-repair");
+        other = second.path();
+        EXPECT_NE(other, dir);
+        EXPECT_TRUE(fs::is_directory(other));
+    }
+    EXPECT_FALSE(fs::exists(other));
+}
+
 TEST_F(CliTest, NamesAlreadyBesideTheOutputAreNeverFollowed)
 {
     writeFile(path("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16);
