@@ -19,17 +19,19 @@ struct RepairOptions {
     std::string input, output, start, length, method;
 };
 
-constexpr std::int64_t copyBlockFrames = 65536;
+// About two megabytes of doubles per block, whatever the channel count.
+constexpr std::int64_t copyBlockSamples = 262144;
 
 // Reads the input front to back in blocks, handing each to `visit(block, firstFrame,
 // frames)`, until `visit` returns false or the file ends. Returns the frames read.
 template <typename Visit>
 std::int64_t readBlocks(AudioReader& reader, Visit&& visit)
 {
-    std::vector<double> block(copyBlockFrames * reader.channels());
+    const std::int64_t blockFrames = std::max<std::int64_t>(copyBlockSamples / reader.channels(), 1);
+    std::vector<double> block(blockFrames * reader.channels());
     std::int64_t position = 0;
     for (;;) {
-        const std::int64_t got = reader.read(block.data(), copyBlockFrames);
+        const std::int64_t got = reader.read(block.data(), blockFrames);
         if (got == 0) return position;
         const bool more = visit(block.data(), position, got);
         position += got;
@@ -37,8 +39,9 @@ std::int64_t readBlocks(AudioReader& reader, Visit&& visit)
     }
 }
 
-// The window's samples as the module's floats, zero beyond the file's ends. Also
-// finds whether the file reaches `needed` frames, reading on to its end when not.
+// The window's samples as the module's floats, zero beyond the file's ends. Reads
+// until the window and the first `needed` frames are in, or to the file's end;
+// framesSeen tells how far it got.
 std::vector<std::vector<float>> readWindow(AudioReader& reader, const RepairWindow& window,
                                            std::int64_t needed, std::int64_t& framesSeen)
 {
@@ -55,7 +58,6 @@ std::vector<std::vector<float>> readWindow(AudioReader& reader, const RepairWind
         const std::int64_t end = first + frames;
         return end < windowEnd || end < needed;
     });
-    if (framesSeen < needed) framesSeen += readBlocks(reader, [](auto...) { return true; });
     return data;
 }
 

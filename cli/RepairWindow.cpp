@@ -50,6 +50,9 @@ RepairWindow planRepair(const MethodInfo& method, int sampleRate, std::int64_t s
                         std::int64_t length)
 {
     if (length < 1) throw CliError("the region must be at least one sample long");
+    if (sampleRate > maxRepairRate)
+        throw CliError("the sample rate " + std::to_string(sampleRate) + " Hz is above the " +
+                       std::to_string(maxRepairRate) + " Hz the repair methods are made for");
     const MethodDescription row = describe(method.index);
     const int limit = deriveCounts(row, sampleRate, 0).maxGapSamples;
     if (length > limit)

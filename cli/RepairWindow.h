@@ -31,8 +31,11 @@ struct MethodInfo {
 // Throws CliError listing the methods when nothing matches.
 MethodInfo findMethod(const std::string& text);
 
-// Checks the region against the method's limit (in ms and samples) and works out
-// the window. Throws CliError with the reason when the repair cannot be done.
+// The highest rate whose reach the methods' tests cover.
+inline constexpr int maxRepairRate = 384000;
+
+// Checks the rate and the region against the method's limit (in ms and samples) and
+// works out the window. Throws CliError with the reason when the repair cannot be done.
 RepairWindow planRepair(const MethodInfo& method, int sampleRate, std::int64_t start,
                         std::int64_t length);
 

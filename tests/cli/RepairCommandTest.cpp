@@ -166,6 +166,12 @@ TEST_F(CliTest, LowSampleRatesAreExplained)
                              " --start 20000 --length 1 -m 1");
     EXPECT_NE(run.status, 0);
     EXPECT_NE(run.output.find("0 samples at 800 Hz"), std::string::npos) << run.output;
+    writeFile(path("fast.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 768000);
+    const Outcome fast = ferrotip("repair " + path("fast.wav") + " " + path("out.wav") +
+                                  " --start 20000 --length 1 -m 1");
+    EXPECT_NE(fast.status, 0);
+    EXPECT_NE(fast.output.find("768000 Hz is above the 384000 Hz"), std::string::npos) << fast.output;
+    EXPECT_FALSE(fs::exists(path("out.wav")));
 }
 
 TEST_F(CliTest, DemoPrintsEveryMethodAndWritesItsExample)
