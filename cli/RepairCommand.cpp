@@ -25,9 +25,8 @@ std::vector<std::vector<float>> readWindow(AudioReader& reader, const RepairWind
 {
     const int channels = reader.channels();
     std::vector<std::vector<float>> data(channels, std::vector<float>(window.length, 0.0f));
-    const std::int64_t first = std::max<std::int64_t>(window.first, 0);
-    const std::int64_t end = std::min(window.first + window.length, reader.frames());
-    if (end <= first) return data;
+    const auto [first, end] = framesInside(window, reader.frames());
+    if (end == first) return data;
     std::vector<double> frames((end - first) * channels);
     reader.seek(first);
     const std::int64_t got = reader.read(frames.data(), end - first);
@@ -71,10 +70,7 @@ void repairFile(const RepairOptions& options)
     const MethodInfo method = findMethod(options.method);
     const std::int64_t start = parseSampleCount(options.start, rate, "--start");
     const std::int64_t length = parseSampleCount(options.length, rate, "--length");
-    if (start + length > reader.frames())
-        throw CliError("region " + std::to_string(start) + ".." + std::to_string(start + length) +
-                       " lies outside '" + options.input + "', which has " +
-                       std::to_string(reader.frames()) + " frames");
+    requireRegionInside(start, length, reader.frames(), "'" + options.input + "'");
     const RepairWindow window = planRepair(method, rate, start, length);
 
     auto channels = readWindow(reader, window);
