@@ -14,6 +14,7 @@
 #include "Bindings.h"
 #include "RepairWindow.h"
 #include "SampleCount.h"
+#include "ar/ClassicRand.h"
 
 namespace py = pybind11;
 
@@ -73,6 +74,10 @@ py::tuple repair(const py::object& audioArgument, const py::object& rateArgument
             audio.copyFrames(c, 0, audio.frames, out + c * audio.frames);
             audio.copyFrames(c, first, end, channels[c].data() + (first - window.first));
         }
+        // The click methods dither from this thread's generator, whose sequence runs on
+        // across calls. Starting it afresh, as in the command line's new process, makes
+        // a repair depend on its arguments alone.
+        ferrotip::srand(1);
         outcome = runRepair(channels, rate, window, static_cast<int>(length), method);
         // Only samples whose value the repair changed are written back, as the command
         // line does: everything else keeps its bits (signed zeros included).
