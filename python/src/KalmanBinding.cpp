@@ -31,10 +31,14 @@ using FloatArray = py::array_t<float, py::array::c_style | py::array::forcecast>
 FloatArray floatValues(const py::object& value, const char* name)
 {
     FloatArray array;
+    const auto refuse = [name] { return py::type_error(std::string(name) + " must be a sequence of numbers"); };
     try {
         array = value.cast<FloatArray>();
     } catch (const py::cast_error&) {
-        throw py::type_error(std::string(name) + " must be a sequence of numbers");
+        throw refuse();
+    } catch (const py::error_already_set& error) {  // numpy's own refusal ("could not convert ...")
+        if (!error.matches(PyExc_ValueError) && !error.matches(PyExc_TypeError)) throw;
+        throw refuse();
     }
     if (array.ndim() != 1)
         throw py::value_error(std::string(name) + " must be one-dimensional, got shape " +
@@ -56,14 +60,14 @@ std::vector<int> flagValues(const py::object& flags)
 {
     if (flags.is_none()) return {0};  // the last flag holds for every later sample
     const py::array array = py::module_::import("numpy").attr("asarray")(flags);
-    const char kind = array.dtype().kind();
-    if (kind != 'b' && kind != 'i' && kind != 'u')
-        throw py::type_error("flags must hold integers or booleans (1 marks a damaged sample), got " +
-                             std::string(py::str(array.dtype())) + " values");
     if (array.ndim() != 1 || array.size() < 1 || array.size() > std::numeric_limits<int>::max())
         throw py::value_error("flags must be one-dimensional with 1 to " +
                               std::to_string(std::numeric_limits<int>::max()) +
                               " values (or None), got shape " + std::string(py::str(array.attr("shape"))));
+    const char kind = array.dtype().kind();
+    if (kind != 'b' && kind != 'i' && kind != 'u')
+        throw py::type_error("flags must hold integers or booleans (1 marks a damaged sample), got " +
+                             std::string(py::str(array.dtype())) + " values");
     const auto values = array.cast<py::array_t<std::int64_t, py::array::c_style | py::array::forcecast>>();
     std::vector<int> marks(static_cast<std::size_t>(values.size()));
     for (py::ssize_t i = 0; i < values.size(); ++i) marks[static_cast<std::size_t>(i)] = values.data()[i] == 1;
