@@ -195,9 +195,11 @@ many times over consecutive blocks. Each start needs a set_models before it.
 >>> error_after = np.mean((estimate - signal) ** 2)
 >>> bool(error_after < error_before / 4)
 True)")
-        .def(py::init<>())
+        .def(py::init<>(), "Kalman()\n\nAn empty filter: call set_models, set_noise and start.")
         .def("set_models", &KalmanFilter::setModels, py::arg("signal_ar"), py::arg("noise_ar"),
-             R"(Sets the two AR models as full polynomials with leading 1 (ignored).
+             R"(set_models(signal_ar, noise_ar)
+
+Sets the two AR models as full polynomials with leading 1 (ignored).
 
 signal_ar   1, a1, ..., ap for s(n) = -a1 s(n-1) - ... - ap s(n-p) + w(n); p from 1.
 noise_ar    1, a1, a2 for the second-order noise model.
@@ -205,21 +207,28 @@ Called again while running with no delay and the same signal order, the filter
 runs on with the new coefficients; otherwise call start before processing.)")
         .def("set_noise", &KalmanFilter::setNoise, py::arg("signal_variance"),
              py::arg("clean_variance"), py::arg("flagged_variance"), py::arg("flags") = py::none(),
-             R"(Sets the drive variances and the per-sample flags, and restarts the schedule.
+             R"(set_noise(signal_variance, clean_variance, flagged_variance, flags=None)
 
-flags   integers or booleans, one per sample from the next start on: 1 selects
-        flagged_variance for the noise drive of that sample, anything else
-        clean_variance; past the last flag its variance holds. None: all clean.)")
+Sets the drive variances and the per-sample flags, and restarts the schedule.
+
+flags   integers or booleans, one per sample processed from this call on: 1
+        selects flagged_variance for that sample's noise drive, anything else
+        clean_variance; past the last flag its variance holds. None: all clean.
+        After a restart, call set_noise again to begin the schedule anew.)")
         .def("start", &KalmanFilter::start, py::arg("delay") = 0, py::arg("initial_state") = py::none(),
              py::arg("output_signal") = true,
-             R"(Clears the filter's state and covariance and starts a run.
+             R"(start(delay=0, initial_state=None, output_signal=True)
+
+Clears the filter's state and covariance and starts a run.
 
 delay           fixed lag d >= 0: the signal output then estimates the sample
                 p + d - 1 samples back, the noise output the one 1 sample back.
 initial_state   the p + d signal values to start from, newest first (default zeros).
 output_signal   True: return signal estimates; False: noise estimates.)")
         .def("process", &KalmanFilter::process, py::arg("samples"),
-             R"(Runs the filter over a float32 array of observed samples; returns the estimates.
+             R"(process(samples) -> numpy.ndarray
+
+Runs the filter over a float32 array of observed samples; returns the estimates.
 
 samples must be one-dimensional float32 (any stride); other dtypes raise
 TypeError. Consecutive calls continue the same run. The GIL is released while

@@ -15,6 +15,9 @@ PYBIND11_MODULE(ferrotip, module)
             PyErr_SetString(PyExc_ValueError, cliError.what());
         }
     });
+    // Each docstring opens with its signature in Python's terms, not pybind11's.
+    pybind11::options options;
+    options.disable_function_signatures();
     ferrotip_python::registerRepair(module);
     ferrotip_python::registerKalman(module);
 }

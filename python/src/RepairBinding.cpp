@@ -110,14 +110,18 @@ void registerRepair(py::module_& module)
                    "', max_gap_ms=" + std::to_string(method.maxGapMs) + ")";
         });
 
-    module.def("methods", &methods, R"(The seven repair methods, in the order of their numbers.
+    module.def("methods", &methods, R"(methods() -> list[Method]
+
+The seven repair methods, in the order of their numbers.
 
 Each is a Method with index, name, description, category, max_gap_ms,
 context_before_ms and context_after_ms.)");
 
     module.def("repair", &repair, py::arg("audio"), py::arg("rate"), py::arg("start"),
                py::arg("length"), py::arg("method"),
-               R"(Repairs a damaged region of every channel; returns (repaired, left_fade, right_fade).
+               R"(repair(audio, rate, start, length, method) -> (repaired, left_fade, right_fade)
+
+Repairs a damaged region of every channel of a numpy array.
 
 audio   float32 numpy array shaped (channels, frames) or (frames,), in any
         layout; it is read in place and left unchanged. Other dtypes raise
@@ -130,9 +134,11 @@ method  number 0 to 6 or name, any case ('normal clicks'); see methods().
 The repair works on the window that `ferrotip repair` builds: the method's
 reach around the region, zeros beyond the array's ends. The result is a new
 array of the same shape, bit-identical to `ferrotip repair` on a float32 file
-with the same audio. left_fade and right_fade are the crossfade lengths of the
-waveform methods (3 to 6), else 0. Bad arguments raise ValueError with the
-command line's message; the GIL is released while the repair runs.
+with the same audio: each call starts the dither of the click methods afresh,
+so the result depends on the arguments alone. left_fade and right_fade are the
+crossfade lengths of the waveform methods (3 to 6), else 0. Bad arguments raise
+ValueError with the command line's message; the GIL is released while the
+repair runs.
 
 >>> import numpy as np, ferrotip
 >>> clean = np.sin(2 * np.pi * 440 / 48000 * np.arange(48000)).astype(np.float32)
