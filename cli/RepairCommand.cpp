@@ -110,10 +110,7 @@ void repairFile(const RepairOptions& options)
 
     std::int64_t frames = 0;
     auto channels = readWindow(reader, window, start + length, frames);
-    if (start + length > frames)
-        throw CliError("region " + std::to_string(start) + ".." + std::to_string(start + length) +
-                       " lies outside '" + options.input + "', which has " + std::to_string(frames) +
-                       " frames");
+    requireRegionInside(start, length, frames, "'" + options.input + "'");
     const RepairOutcome outcome = runRepair(channels, rate, window, static_cast<int>(length), method);
     warnIfLossy(reader, options);
     AudioWriter writer(options.output, reader.info());

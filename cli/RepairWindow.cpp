@@ -36,6 +36,21 @@ std::string methodList()
 
 }  // namespace
 
+FrameSpan framesInside(const RepairWindow& window, std::int64_t frames)
+{
+    const std::int64_t first = std::max<std::int64_t>(window.first, 0);
+    return {first, std::max(first, std::min(window.first + window.length, frames))};
+}
+
+void requireRegionInside(std::int64_t start, std::int64_t length, std::int64_t frames,
+                         const std::string& source)
+{
+    if (start + length > frames)
+        throw CliError("region " + std::to_string(start) + ".." + std::to_string(start + length) +
+                       " lies outside " + source + ", which has " + std::to_string(frames) +
+                       " frames");
+}
+
 MethodInfo findMethod(const std::string& text)
 {
     for (int i = 0; i < FERROTIP_METHOD_COUNT; ++i) {

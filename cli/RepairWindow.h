@@ -27,6 +27,19 @@ struct MethodInfo {
     int maxGapMs;
 };
 
+// The frames of the window that exist in audio of `frames` frames, [first, end) in
+// the audio's own frame numbers; the window holds zeros everywhere else.
+struct FrameSpan {
+    std::int64_t first = 0;
+    std::int64_t end = 0;
+};
+FrameSpan framesInside(const RepairWindow& window, std::int64_t frames);
+
+// Throws CliError unless the region lies inside audio of `frames` frames; `source`
+// names the audio in the message ("'in.wav'").
+void requireRegionInside(std::int64_t start, std::int64_t length, std::int64_t frames,
+                         const std::string& source);
+
 // Method by number ("2") or by name, case-insensitively ("normal clicks").
 // Throws CliError listing the methods when nothing matches.
 MethodInfo findMethod(const std::string& text);

@@ -16,7 +16,7 @@ run_suite() {  # run_suite <build dir> <cmake options...>
 }
 
 echo "== release"
-run_suite "$root/build-release" -DCMAKE_BUILD_TYPE=Release
+run_suite "$root/build-release" -DCMAKE_BUILD_TYPE=Release -DFERROTIP_BUILD_PYTHON=ON
 
 echo "== sanitizers (AddressSanitizer + UndefinedBehaviorSanitizer)"
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \

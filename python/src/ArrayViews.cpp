@@ -1,0 +1,101 @@
+#include "ArrayViews.h"
+
+#include <cstring>
+
+namespace py = pybind11;
+
+namespace ferrotip_python {
+
+namespace {
+
+std::string shapeText(const py::array& array)
+{
+    return py::str(array.attr("shape"));
+}
+
+// The value of an int or numpy integer (bool excluded); TypeError otherwise.
+py::int_ integerValue(const py::handle& value, const char* name, const char* forms)
+{
+    if (!PyBool_Check(value.ptr()) && PyIndex_Check(value.ptr())) {
+        PyObject* number = PyNumber_Index(value.ptr());
+        if (number == nullptr) throw py::error_already_set();
+        return py::reinterpret_steal<py::int_>(number);
+    }
+    throw py::type_error(std::string(name) + " must be " + forms + ", got " +
+                         std::string(py::str(value.get_type().attr("__name__"))));
+}
+
+py::array float32Array(const py::handle& value, const char* name)
+{
+    if (!py::isinstance<py::array_t<float>>(value)) {
+        const std::string got = py::isinstance<py::array>(value)
+                                    ? "a " + std::string(py::str(value.attr("dtype"))) + " array"
+                                    : std::string(py::str(value.get_type().attr("__name__")));
+        throw py::type_error(std::string(name) + " must be a float32 numpy array, got " + got +
+                             "; convert it with numpy.asarray(" + name + ", dtype=numpy.float32)");
+    }
+    return py::reinterpret_borrow<py::array>(value);
+}
+
+}  // namespace
+
+void AudioView::copyFrames(std::int64_t channel, std::int64_t first, std::int64_t end,
+                           float* out) const
+{
+    if (end <= first) return;
+    const char* from = base + channel * channelStride + first * frameStride;
+    if (frameStride == static_cast<std::int64_t>(sizeof(float))) {
+        std::memcpy(out, from, static_cast<std::size_t>(end - first) * sizeof(float));
+        return;
+    }
+    // Strided (and possibly unaligned) samples: byte copies keep the reads defined.
+    for (std::int64_t f = first; f < end; ++f, from += frameStride)
+        std::memcpy(out + (f - first), from, sizeof(float));
+}
+
+AudioView audioView(const py::handle& value, const char* name)
+{
+    const py::array array = float32Array(value, name);
+    if (array.ndim() != 1 && array.ndim() != 2)
+        throw py::value_error(std::string(name) + " must be shaped (channels, frames) or (frames,), got shape " +
+                              shapeText(array));
+    AudioView view;
+    view.base = static_cast<const char*>(array.data());
+    view.shape.assign(array.shape(), array.shape() + array.ndim());
+    const bool planar = array.ndim() == 2;
+    view.channels = planar ? array.shape(0) : 1;
+    view.frames = array.shape(planar ? 1 : 0);
+    view.channelStride = planar ? array.strides(0) : 0;
+    view.frameStride = array.strides(planar ? 1 : 0);
+    if (view.channels < 1)
+        throw py::value_error(std::string(name) + " must hold at least one channel, got shape " +
+                              shapeText(array));
+    return view;
+}
+
+AudioView sampleView(const py::handle& value, const char* name)
+{
+    const py::array array = float32Array(value, name);
+    if (array.ndim() != 1)
+        throw py::value_error(std::string(name) + " must be one-dimensional (frames,), got shape " +
+                              shapeText(array));
+    return audioView(array, name);
+}
+
+std::string argumentText(const py::handle& value, const char* name, const char* forms)
+{
+    if (py::isinstance<py::str>(value)) return value.cast<std::string>();
+    return py::str(py::handle(integerValue(value, name, forms)));
+}
+
+std::int64_t integerArgument(const py::handle& value, const char* name, std::int64_t low,
+                             std::int64_t high)
+{
+    const py::int_ number = integerValue(value, name, "an integer");
+    if (number < py::int_(low) || number > py::int_(high))
+        throw py::value_error(std::string(name) + " must be between " + std::to_string(low) + " and " +
+                              std::to_string(high) + ", got " + std::string(py::str(py::handle(number))));
+    return number.cast<std::int64_t>();
+}
+
+}  // namespace ferrotip_python

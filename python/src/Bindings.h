@@ -1,0 +1,12 @@
+// Each group of the Python module registers its functions and classes here; the
+// module file calls them in order.
+#pragma once
+
+#include <pybind11/pybind11.h>
+
+namespace ferrotip_python {
+
+void registerRepair(pybind11::module_& module);  // methods(), repair(), Method
+void registerKalman(pybind11::module_& module);  // Kalman
+
+}  // namespace ferrotip_python

@@ -1,0 +1,152 @@
+// ferrotip.methods() and ferrotip.repair(): the method table, and one repair of a
+// numpy array through the same checks, working window and C entry point as
+// `ferrotip repair`, so both give the same bits.
+#include <ferrotip/ferrotip.h>
+#include <pybind11/stl.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "ArrayViews.h"
+#include "Bindings.h"
+#include "RepairWindow.h"
+#include "SampleCount.h"
+#include "ar/ClassicRand.h"
+
+namespace py = pybind11;
+
+namespace ferrotip_python {
+
+namespace {
+
+struct Method {
+    int index = 0;
+    std::string name;
+    std::string description;
+    int category = 0;
+    int maxGapMs = 0;
+    int contextBeforeMs = 0;
+    int contextAfterMs = 0;
+};
+
+std::vector<Method> methods()
+{
+    std::vector<Method> list;
+    for (int index = 0; index < FERROTIP_METHOD_COUNT; ++index) {
+        MethodDescription row{};
+        row.index = index;
+        getMethodDescription(&row);
+        list.push_back({row.index, row.name, row.description, row.category, row.maxGapMs,
+                        row.contextBeforeMs, row.contextAfterMs});
+    }
+    return list;
+}
+
+constexpr const char* countForms = "an int (samples) or a str such as '4410', '1.25s' or '3ms'";
+
+py::tuple repair(const py::object& audioArgument, const py::object& rateArgument,
+                 const py::object& startArgument, const py::object& lengthArgument,
+                 const py::object& methodArgument)
+{
+    const AudioView audio = audioView(audioArgument, "audio");
+    const int rate = static_cast<int>(
+        integerArgument(rateArgument, "rate", 1, std::numeric_limits<std::int32_t>::max()));
+    const MethodInfo method =
+        findMethod(argumentText(methodArgument, "method", "an int or a str (number or name)"));
+    const std::int64_t start = parseSampleCount(argumentText(startArgument, "start", countForms), rate, "start");
+    const std::int64_t length =
+        parseSampleCount(argumentText(lengthArgument, "length", countForms), rate, "length");
+    requireRegionInside(start, length, audio.frames, "the audio");
+    const RepairWindow window = planRepair(method, rate, start, length);
+
+    py::array_t<float> repaired(audio.shape);
+    float* out = repaired.mutable_data();
+    RepairOutcome outcome;
+    {
+        py::gil_scoped_release released;
+        const auto [first, end] = framesInside(window, audio.frames);
+        std::vector<std::vector<float>> channels(static_cast<std::size_t>(audio.channels),
+                                                 std::vector<float>(static_cast<std::size_t>(window.length), 0.0f));
+        for (std::int64_t c = 0; c < audio.channels; ++c) {
+            audio.copyFrames(c, 0, audio.frames, out + c * audio.frames);
+            audio.copyFrames(c, first, end, channels[c].data() + (first - window.first));
+        }
+        // The click methods dither from this thread's generator, whose sequence runs on
+        // across calls. Starting it afresh, as in the command line's new process, makes
+        // a repair depend on its arguments alone.
+        ferrotip::srand(1);
+        outcome = runRepair(channels, rate, window, static_cast<int>(length), method);
+        // Only samples whose value the repair changed are written back, as the command
+        // line does: everything else keeps its bits (signed zeros included).
+        for (std::int64_t c = 0; c < audio.channels; ++c)
+            for (std::int64_t f = first; f < end; ++f) {
+                const float value = channels[c][f - window.first];
+                float& sample = out[c * audio.frames + f];
+                if (value != sample) sample = value;
+            }
+    }
+    return py::make_tuple(repaired, outcome.leftFade, outcome.rightFade);
+}
+
+}  // namespace
+
+void registerRepair(py::module_& module)
+{
+    py::class_<Method>(module, "Method", "One repair method: a row of the module's method table.")
+        .def_readonly("index", &Method::index, "the method's number, 0 to 6")
+        .def_readonly("name", &Method::name)
+        .def_readonly("description", &Method::description)
+        .def_readonly("category", &Method::category,
+                      "0 straight line, 16 and 17 the AR family, 32 to 35 waveform replacement")
+        .def_readonly("max_gap_ms", &Method::maxGapMs,
+                      "longest region the method takes, in ms (not enforced for method 0)")
+        .def_readonly("context_before_ms", &Method::contextBeforeMs, "reach before the region, in ms")
+        .def_readonly("context_after_ms", &Method::contextAfterMs, "reach after the region, in ms")
+        .def("__repr__", [](const Method& method) {
+            return "Method(index=" + std::to_string(method.index) + ", name='" + method.name +
+                   "', max_gap_ms=" + std::to_string(method.maxGapMs) + ")";
+        });
+
+    module.def("methods", &methods, R"(methods() -> list[Method]
+
+The seven repair methods, in the order of their numbers.
+
+Each is a Method with index, name, description, category, max_gap_ms,
+context_before_ms and context_after_ms.)");
+
+    module.def("repair", &repair, py::arg("audio"), py::arg("rate"), py::arg("start"),
+               py::arg("length"), py::arg("method"),
+               R"(repair(audio, rate, start, length, method) -> (repaired, left_fade, right_fade)
+
+Repairs a damaged region of every channel of a numpy array.
+
+audio   float32 numpy array shaped (channels, frames) or (frames,), in any
+        layout; it is read in place and left unchanged. Other dtypes raise
+        TypeError: convert with numpy.asarray(audio, dtype=numpy.float32).
+rate    sample rate in Hz, 1 to 2147483647.
+start   first damaged frame, length the number of damaged frames: an int
+        (samples) or a str in samples, seconds or ms ('4410', '1.25s', '3ms').
+method  number 0 to 6 or name, any case ('normal clicks'); see methods().
+
+The repair works on the window that `ferrotip repair` builds: the method's
+reach around the region, zeros beyond the array's ends. The result is a new
+array of the same shape, bit-identical to `ferrotip repair` on a float32 file
+with the same audio: each call starts the dither of the click methods afresh,
+so the result depends on the arguments alone. left_fade and right_fade are the
+crossfade lengths of the waveform methods (3 to 6), else 0. Bad arguments raise
+ValueError with the command line's message; the GIL is released while the
+repair runs.
+
+>>> import numpy as np, ferrotip
+>>> clean = np.sin(2 * np.pi * 440 / 48000 * np.arange(48000)).astype(np.float32)
+>>> damaged = clean.copy()
+>>> damaged[20000:20040] = 0.9                     # a 40-sample click
+>>> repaired, left_fade, right_fade = ferrotip.repair(damaged, 48000, 20000, 40, "normal clicks")
+>>> bool(np.abs(repaired - clean).max() < 0.01)
+True)");
+}
+
+}  // namespace ferrotip_python

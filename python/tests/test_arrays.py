@@ -1,0 +1,110 @@
+"""What ferrotip.repair and Kalman.process accept as sample arrays.
+
+float32 in native byte order is used where it lies, in any layout: C order,
+Fortran order and strided views give the bits of their contiguous copies. Every
+other dtype is refused with TypeError (never rounded silently); a wrong number of
+dimensions or no channel at all is a ValueError.
+"""
+import numpy as np
+import pytest
+
+import ferrotip
+
+RATE = 8000
+
+
+def recording(channels=2, frames=RATE):
+    rng = np.random.default_rng(2024)
+    t = np.arange(frames) / RATE
+    audio = np.stack([np.sin(2 * np.pi * (300 + 50 * c) * t) + 0.05 * rng.standard_normal(frames)
+                      for c in range(channels)])
+    audio[:, 4000:4010] = 0.9
+    return audio.astype(np.float32)
+
+
+def repaired(audio):
+    return ferrotip.repair(audio, RATE, 4000, 10, 2)[0]
+
+
+def running_filter():
+    kalman = ferrotip.Kalman()
+    kalman.set_models([1.0, -1.2, 0.5], [1.0, 0.0, 0.0])
+    kalman.set_noise(0.01, 0.1, 10.0)
+    kalman.start()
+    return kalman
+
+
+def test_fortran_order_and_strided_views_give_the_bits_of_a_contiguous_copy():
+    audio = recording()
+    expected = repaired(audio)
+    fortran = np.asfortranarray(audio)
+    assert not fortran.flags.c_contiguous
+    assert np.array_equal(repaired(fortran).view(np.uint32), expected.view(np.uint32))
+
+    wide = np.zeros((4, 2 * RATE), np.float32)
+    wide[::2, ::2] = audio
+    view = wide[::2, ::2]
+    assert not view.flags.c_contiguous
+    assert np.array_equal(repaired(view).view(np.uint32), expected.view(np.uint32))
+    assert repaired(view).flags.c_contiguous
+
+
+def test_one_channel_of_a_stereo_array_is_repaired_in_place_of_a_mono_one():
+    audio = recording()
+    mono = ferrotip.repair(audio[1], RATE, 4000, 10, 2)[0]
+    assert mono.shape == (RATE,)
+    assert np.array_equal(mono, ferrotip.repair(audio[1:], RATE, 4000, 10, 2)[0][0])
+
+
+def test_unaligned_float32_samples_are_read_safely():
+    audio = recording(channels=1)[0]
+    raw = np.zeros(audio.nbytes + 1, np.uint8)
+    unaligned = raw[1:].view(np.float32)
+    unaligned[:] = audio
+    assert not unaligned.flags.aligned
+    assert np.array_equal(repaired(unaligned), repaired(audio))
+
+
+@pytest.mark.parametrize("dtype", [np.float64, np.float16, np.int16, np.int32, np.complex64, ">f4"])
+def test_other_dtypes_are_refused_with_the_conversion_to_use(dtype):
+    audio = recording().astype(dtype)
+    with pytest.raises(TypeError, match=r"^audio must be a float32 numpy array, got a .* array; convert it "
+                                        r"with numpy\.asarray\(audio, dtype=numpy\.float32\)$"):
+        repaired(audio)
+    with pytest.raises(TypeError, match=r"^samples must be a float32 numpy array"):
+        running_filter().process(audio[0])
+
+
+@pytest.mark.parametrize("value", [[0.0] * 100, (0.0,) * 100, 0.5, None, "audio"])
+def test_objects_that_are_no_array_are_refused(value):
+    with pytest.raises(TypeError, match=r"^audio must be a float32 numpy array, got "):
+        ferrotip.repair(value, RATE, 10, 1, 0)
+
+
+@pytest.mark.parametrize("shape", [(), (1, 1, RATE), (2, 2, 2, 2)])
+def test_arrays_of_other_dimensions_are_refused(shape):
+    audio = np.zeros(shape, np.float32)
+    with pytest.raises(ValueError, match=r"^audio must be shaped \(channels, frames\) or \(frames,\), got shape "):
+        ferrotip.repair(audio, RATE, 0, 1, 0)
+
+
+def test_an_array_without_channels_is_refused():
+    with pytest.raises(ValueError, match=r"^audio must hold at least one channel, got shape \(0, 8000\)$"):
+        ferrotip.repair(np.zeros((0, RATE), np.float32), RATE, 10, 1, 0)
+
+
+def test_an_empty_array_has_no_region_inside():
+    with pytest.raises(ValueError, match=r"^region 0\.\.1 lies outside the audio, which has 0 frames$"):
+        ferrotip.repair(np.zeros(0, np.float32), RATE, 0, 1, 0)
+
+
+def test_kalman_reads_strided_samples_like_contiguous_ones():
+    samples = recording(channels=1)[0]
+    wide = np.zeros(2 * samples.size, np.float32)
+    wide[::2] = samples
+    assert np.array_equal(running_filter().process(wide[::2]), running_filter().process(samples))
+
+
+def test_kalman_takes_one_dimension_only():
+    with pytest.raises(ValueError, match=r"^samples must be one-dimensional \(frames,\), got shape \(2, 8000\)$"):
+        running_filter().process(recording())
