@@ -1,6 +1,7 @@
 #include "signal/PortableCosine.h"
 
 #include <bit>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 

@@ -179,36 +179,31 @@ float randomFloat(Xorshift& random, bool anyExponent)
     return std::bit_cast<float>(sign | (biased << 23) | significand);
 }
 
-TEST(CorrectlyRoundedTrig, RandomDoublesOverTheExponentRange)
+// cos and sin of `count` draws against one sincosq each.
+template <typename T>
+void checkRandomArguments(std::uint64_t seed, long count, T (*draw)(Xorshift&, bool), const char* what)
 {
-    constexpr std::uint64_t seed = 0x2545f4914f6cdd1dull;
     Xorshift random{seed};
     Tally tally;
-    for (long i = 0; i < FERROTIP_TRIG_RANDOM_DOUBLES; ++i) {
-        const double x = randomDouble(random, i % 2 == 0);
+    for (long i = 0; i < count; ++i) {
+        const T x = draw(random, i % 2 == 0);
         __float128 s = 0, c = 0;
         sincosq(x, &s, &c);
         tally.check(Function::cosine, x, standardLib::cosine(x), c);
         tally.check(Function::sine, x, standardLib::sine(x), s);
     }
-    tally.expectAllExact("random doubles");
-    if (tally.mismatches != 0) std::printf("seed %#llx\n", static_cast<unsigned long long>(seed));
+    if (tally.mismatches != 0) std::printf("%s: seed %#llx\n", what, static_cast<unsigned long long>(seed));
+    tally.expectAllExact(what);
+}
+
+TEST(CorrectlyRoundedTrig, RandomDoublesOverTheExponentRange)
+{
+    checkRandomArguments(0x2545f4914f6cdd1dull, FERROTIP_TRIG_RANDOM_DOUBLES, randomDouble, "random doubles");
 }
 
 TEST(CorrectlyRoundedTrig, RandomFloatsOverTheExponentRange)
 {
-    constexpr std::uint64_t seed = 0x9e3779b97f4a7c15ull;
-    Xorshift random{seed};
-    Tally tally;
-    for (long i = 0; i < FERROTIP_TRIG_RANDOM_DOUBLES / 5; ++i) {
-        const float x = randomFloat(random, i % 2 == 0);
-        __float128 s = 0, c = 0;
-        sincosq(x, &s, &c);
-        tally.check(Function::cosine, x, standardLib::cosine(x), c);
-        tally.check(Function::sine, x, standardLib::sine(x), s);
-    }
-    tally.expectAllExact("random floats");
-    if (tally.mismatches != 0) std::printf("seed %#llx\n", static_cast<unsigned long long>(seed));
+    checkRandomArguments(0x9e3779b97f4a7c15ull, FERROTIP_TRIG_RANDOM_DOUBLES / 5, randomFloat, "random floats");
 }
 
 // The slow path alone, on arguments that mostly pass the fast path's test: it must
