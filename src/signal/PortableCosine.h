@@ -12,7 +12,7 @@
 //    double, the leading ones in double-double; relative error below 2^-74;
 //  - Ziv's rounding test: if every value within 2^-68 of the result rounds to the
 //    same double (or float), that is the answer;
-//  - otherwise (about one call in 10^4 for double, far fewer for float) the
+//  - otherwise (about one call in 20,000 for double, far fewer for float) the
 //    fixed-point evaluation of AccurateTrig.h, exact to 256 bits and more.
 // Infinities and NaN give NaN; cosine(+-0) is 1, sine keeps the sign of zero.
 // Pure functions, no allocation, any thread; about 0.1 us per call on the fast path.
