@@ -18,6 +18,11 @@ run_suite() {  # run_suite <build dir> <cmake options...>
 echo "== release"
 run_suite "$root/build-release" -DCMAKE_BUILD_TYPE=Release -DFERROTIP_BUILD_PYTHON=ON
 
+echo "== native target (-march=native): the same bits, and no fused multiply-add in any object"
+run_suite "$root/build-native" -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS=-march=native \
+  -DFERROTIP_BUILD_BENCHMARKS=OFF
+"$root/scripts/check-unfused.sh" "$root/build-native"
+
 echo "== sanitizers (AddressSanitizer + UndefinedBehaviorSanitizer)"
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   run_suite "$root/build-sanitize" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DFERROTIP_SANITIZE=ON \

@@ -17,9 +17,9 @@ float positivePart(float x)
     return (std::fabs(x) + x) * 0.5f;
 }
 
+// Writes the spectrum entries only: the record's frameSize and floor are the caller's.
 void unpackSpectrum(const float* packed, int n, SpectralFrame& frame)
 {
-    frame.frameSize = n;
     frame.spectrumRe[0] = packed[0];
     frame.spectrumIm[0] = 0.0f;
     frame.spectrumRe[n / 2] = packed[n / 2];

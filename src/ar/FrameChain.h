@@ -67,7 +67,7 @@ void planFrames(FramePlan& plan);
 
 // transform = [leadZeros zeros | previous * window[0, hop) | input * window[hop, 2 hop) |
 // tailZeros zeros], then previous = input, then the forward transform of frameSize
-// samples unpacked into spectrum (whose frameSize is set; floor is left alone).
+// samples unpacked into spectrum's bins (its frameSize and floor are left as they are).
 void forwardFrame(FrameBlock& block);
 
 // For each bin, g = min(ratio, 1) with ratio = max(p - floor, 0) / (max(p - 1e-11, 0)

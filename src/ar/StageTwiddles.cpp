@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "signal/PortableCosine.h"
+#include "signal/UnfusedProducts.h"
 
 namespace {
 
@@ -17,12 +18,13 @@ void doubleAngle(float& cosine, float& sine)
     cosine = 1.0f - 2.0f * s * s;
 }
 
-// cos(x + y) and sin(x + y) from the values at x and at y, in float.
+// cos(x + y) and sin(x + y) from the values at x and at y, in float; the difference
+// is written as an addition so that no target fuses it (see UnfusedProducts.h).
 void addAngle(float& cosine, float& sine, float stepCosine, float stepSine)
 {
     const float c = cosine;
     const float s = sine;
-    cosine = c * stepCosine - s * stepSine;
+    cosine = c * stepCosine + standardLib::negatedProduct(s, stepSine);
     sine = s * stepCosine + c * stepSine;
 }
 

@@ -1,6 +1,7 @@
 #include "signal/Correlation_std.h"
 
 #include "signal/FftKernels.h"
+#include "signal/UnfusedProducts.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -68,14 +69,15 @@ void Correlation_std<T>::crossCorrelate(const T* x, int lengthX, const T* y, int
     forward(spectrumX);
     forward(spectrumY);
 
-    // conj(X) * Y, in place in X.
+    // conj(X) * Y, in place in X; the imaginary part as an addition so that no
+    // target fuses the two lanes (see UnfusedProducts.h).
     spectrumX[0] = spectrumX[0] * spectrumY[0];
     spectrumX[1] = spectrumX[1] * spectrumY[1];
     for (int k = 2; k < this->size; k += 2) {
         const T xRe = spectrumX[k], xIm = spectrumX[k + 1];
         const T yRe = spectrumY[k], yIm = spectrumY[k + 1];
         spectrumX[k] = xRe * yRe + xIm * yIm;
-        spectrumX[k + 1] = xRe * yIm - xIm * yRe;
+        spectrumX[k + 1] = xRe * yIm + negatedProduct(xIm, yRe);
     }
 
     const int span = maxLag - minLag + 1;

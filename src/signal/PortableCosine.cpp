@@ -1,8 +1,13 @@
 #include "signal/PortableCosine.h"
 
 #include <bit>
-#include <cmath>
+#include <cstddef>
 #include <cstdint>
+#include <optional>
+
+#include "signal/AccurateTrig.h"
+#include "signal/DoubleDouble.h"
+#include "signal/TrigConstants.h"
 
 // Every operation below is a single IEEE-754 double operation or integer
 // arithmetic, written in the order it is to be evaluated; the build keeps the
@@ -11,6 +16,8 @@
 
 namespace standardLib {
 namespace {
+
+using trig::Function;
 
 // pi/2 = pio2a + pio2b + pio2c + pio2d: three 33-bit parts and a 53-bit tail
 // (together 152 bits; the rest is 7.4e-49). A count below 2^20 times a 33-bit part
@@ -28,80 +35,43 @@ constexpr double twoOverPi = 0x1.45f306dc9c883p-1;
 
 // Below this the Cody-Waite reduction applies: k < 2^19 there.
 constexpr double codyWaiteLimit = 0x1p19;
-
-// cos r = 1 - r^2/2 + r^4 (c1 + c2 r^2 + ... + c6 r^10): minimax on [-pi/4, pi/4],
-// absolute error below 2^-59.
-constexpr double c1 = 0x1.555555555554cp-5;
-constexpr double c2 = -0x1.6c16c16c15177p-10;
-constexpr double c3 = 0x1.a01a019cb1590p-16;
-constexpr double c4 = -0x1.27e4f809c52adp-22;
-constexpr double c5 = 0x1.1ee9ebdb4b1c4p-29;
-constexpr double c6 = -0x1.8fae9be8838d4p-37;
-
-// sin r = r + r^3 (s1 + s2 r^2 + ... + s6 r^10): minimax on [-pi/4, pi/4], error of
-// sin(r)/r below 2^-57.9.
-constexpr double s1 = -0x1.5555555555549p-3;
-constexpr double s2 = 0x1.111111110f8a6p-7;
-constexpr double s3 = -0x1.a01a019c161d5p-13;
-constexpr double s4 = 0x1.71de357b1fe7dp-19;
-constexpr double s5 = -0x1.ae5e68a2b9cebp-26;
-constexpr double s6 = 0x1.5d93a5acfd57cp-33;
-
-// Bits of 2/pi after the binary point, 32 to a word, most significant first
-// (2/pi = 0.a2f9836e 4e441529 ... in hexadecimal). Enough for the exponent of the
-// largest finite double plus the 256-bit window of the reduction.
-constexpr std::uint32_t twoOverPiBits[] = {
-    0xa2f9836e, 0x4e441529, 0xfc2757d1, 0xf534ddc0, 0xdb629599, 0x3c439041,
-    0xfe5163ab, 0xdebbc561, 0xb7246e3a, 0x424dd2e0, 0x06492eea, 0x09d1921c,
-    0xfe1deb1c, 0xb129a73e, 0xe88235f5, 0x2ebb4484, 0xe99c7026, 0xb45f7e41,
-    0x3991d639, 0x835339f4, 0x9c845f8b, 0xbdf9283b, 0x1ff897ff, 0xde05980f,
-    0xef2f118b, 0x5a0a6d1f, 0x6d367ecf, 0x27cb09b7, 0x4f463f66, 0x9e5fea2d,
-    0x7527bac7, 0xebe5f17b, 0x3d0739f7, 0x8a5292ea, 0x6bfb5fb1, 0x1f8d5d08,
-    0x56033046, 0xfc7b6bab,
-};
 constexpr int windowWords = 8;
 
-struct DoubleDouble {
-    double hi;
-    double lo;
+// Error bound of the double-double value, relative. The derivation gives 2^-74:
+//  - reduction: below 2^19 the tail of pi/2 and the rounding of k pio2d leave
+//    2^-137 absolute, and |r| >= 2^-61 (the closest a double in this range comes to
+//    a multiple of pi/2 is 6.19e-19), so 2^-76 relative; above, the 256-bit window and
+//    the double-double sum leave 2^-100 relative;
+//  - Taylor tails: r^24/24! and r^24/25! relative, below 2^-86;
+//  - the terms from r^10 on in double (with hi(r^2)): 2^-51 of r^10/10! <= 2^-25;
+//  - double-double steps: 2^-100 each.
+// The test uses 2^-68, which also absorbs the roundings of the test itself.
+constexpr double fastRelativeError = 0x1p-68;
+
+// (-1)^k / (2k)! and (-1)^k / (2k+1)!, k = 1 .. 4 as double-doubles, k = 5 .. 11 as doubles.
+constexpr DoubleDouble cosLead[] = {
+    {-0x1p-1, 0.0},
+    {0x1.5555555555555p-5, 0x1.5555555555555p-59},
+    {-0x1.6c16c16c16c17p-10, 0x1.f49f49f49f49fp-65},
+    {0x1.a01a01a01a01ap-16, 0x1.a01a01a01a01ap-76},
+};
+constexpr double cosTail[] = {
+    -0x1.27e4fb7789f5cp-22, 0x1.1eed8eff8d898p-29, -0x1.93974a8c07c9dp-37, 0x1.ae7f3e733b81fp-45,
+    -0x1.6827863b97d97p-53, 0x1.e542ba4020225p-62, -0x1.0ce396db7f853p-70,
+};
+constexpr DoubleDouble sinLead[] = {
+    {-0x1.5555555555555p-3, -0x1.5555555555555p-57},
+    {0x1.1111111111111p-7, 0x1.1111111111111p-63},
+    {-0x1.a01a01a01a01ap-13, -0x1.a01a01a01a01ap-73},
+    {0x1.71de3a556c734p-19, -0x1.c154f8ddc6c00p-73},
+};
+constexpr double sinTail[] = {
+    -0x1.ae64567f544e4p-26, 0x1.6124613a86d09p-33, -0x1.ae7f3e733b81fp-41, 0x1.952c77030ad4ap-49,
+    -0x1.2f49b46814157p-57, 0x1.71b8ef6dcf572p-66, -0x1.761b41316381ap-75,
 };
 
-// a + b = s + e exactly, for any a, b (Knuth).
-DoubleDouble twoSum(double a, double b)
-{
-    const double s = a + b;
-    const double bv = s - a;
-    const double av = s - bv;
-    return {s, (a - av) + (b - bv)};
-}
-
-// a + b = s + e exactly when |a| >= |b| (Dekker).
-DoubleDouble fastTwoSum(double a, double b)
-{
-    const double s = a + b;
-    return {s, b - (s - a)};
-}
-
-// a = hi + lo with hi and lo of at most 26 significant bits (Veltkamp).
-DoubleDouble split(double a)
-{
-    const double c = 134217729.0 * a;  // 2^27 + 1
-    const double hi = c - (c - a);
-    return {hi, a - hi};
-}
-
-// a * b = p + e exactly (Dekker), without a fused multiply-add.
-DoubleDouble twoProduct(double a, double b)
-{
-    const double p = a * b;
-    const DoubleDouble as = split(a);
-    const DoubleDouble bs = split(b);
-    const double e = (((as.hi * bs.hi - p) + as.hi * bs.lo) + as.lo * bs.hi) + as.lo * bs.lo;
-    return {p, e};
-}
-
 struct Reduced {
-    DoubleDouble r;  // x - quadrant * pi/2, |r| <= pi/4 (plus rounding)
+    DoubleDouble r;     // x - quadrant * pi/2, |r| <= pi/4 (plus rounding)
     unsigned quadrant;  // modulo 4
 };
 
@@ -138,7 +108,7 @@ Reduced reducePayneHanek(double ax)
     for (int j = 0; j < 2; ++j) {
         std::uint64_t carry = 0;
         for (int i = 0; i < windowWords; ++i) {
-            const std::uint64_t word = twoOverPiBits[first + windowWords - 1 - i];
+            const std::uint64_t word = trig::twoOverPiBits[first + windowWords - 1 - i];
             const std::uint64_t t = word * mParts[j] + product[i + j] + carry;
             product[i + j] = static_cast<std::uint32_t>(t);
             carry = t >> 32;
@@ -187,72 +157,144 @@ Reduced reducePayneHanek(double ax)
     f = fastTwoSum(f.hi, f.lo);
 
     // r = f * pi/2 in double-double.
-    const DoubleDouble p = twoProduct(f.hi, pio2Hi);
-    const double low = p.lo + (f.hi * pio2Lo + f.lo * pio2Hi);
-    DoubleDouble r = fastTwoSum(p.hi, low);
-    if (negative) r = {-r.hi, -r.lo};
-    return {r, quadrant};
+    const DoubleDouble r = ddMul(f, {pio2Hi, pio2Lo});
+    return {negative ? DoubleDouble{-r.hi, -r.lo} : r, quadrant};
 }
 
-// cos(x + y) for |x| <= pi/4 (and a little), |y| <= ulp(x)/2.
-double cosKernel(double x, double y)
+Reduced reduce(double ax)
 {
-    const double z = x * x;
-    const double poly = z * (c1 + z * (c2 + z * (c3 + z * (c4 + z * (c5 + z * c6)))));
-    const double halfZ = 0.5 * z;
-    const double w = 1.0 - halfZ;
-    // 1 - z/2 is split into w and its exact rounding error, which joins the small terms;
-    // -x y is the first-order effect of the low part.
-    return w + (((1.0 - w) - halfZ) + (z * poly - x * y));
+    return ax < codyWaiteLimit ? reduceCodyWaite(ax) : reducePayneHanek(ax);
 }
 
-// sin(x + y) for |x| <= pi/4 (and a little), |y| <= ulp(x)/2.
-double sinKernel(double x, double y)
+// lead[0] + z (lead[1] + ... + z (lead[3] + z tail(z))), the tail in double from
+// the high part of z.
+template <std::size_t LeadCount, std::size_t TailCount>
+DoubleDouble series(DoubleDouble z, const DoubleDouble (&lead)[LeadCount], const double (&tail)[TailCount])
 {
-    const double z = x * x;
-    const double v = z * x;
-    const double poly = s2 + z * (s3 + z * (s4 + z * (s5 + z * s6)));
-    // x + v s1 + v z poly + y (1 - z/2), with the small terms gathered first.
-    return x - ((z * (0.5 * y - v * poly) - y) - v * s1);
+    double q = tail[TailCount - 1];
+    for (std::size_t k = TailCount - 1; k-- > 0;) q = tail[k] + z.hi * q;
+    DoubleDouble p{q, 0.0};
+    for (std::size_t k = LeadCount; k-- > 0;) p = ddAdd(lead[k], ddMul(z, p));
+    return p;
 }
+
+// cos r = 1 + z (-1/2 + z (1/24 - ...)), z = r^2.
+DoubleDouble cosPolynomial(DoubleDouble r)
+{
+    const DoubleDouble z = ddMul(r, r);
+    return ddAdd({1.0, 0.0}, ddMul(z, series(z, cosLead, cosTail)));
+}
+
+// sin r = r + r z (-1/6 + z (1/120 - ...)), z = r^2.
+DoubleDouble sinPolynomial(DoubleDouble r)
+{
+    const DoubleDouble z = ddMul(r, r);
+    return ddAdd(r, ddMul(r, ddMul(z, series(z, sinLead, sinTail))));
+}
+
+DoubleDouble negated(DoubleDouble v)
+{
+    return {-v.hi, -v.lo};
+}
+
+// cos or sin of +-ax from its reduction, as a double-double; the sine takes x's sign.
+DoubleDouble fastValue(Function function, double x)
+{
+    const double ax = x < 0.0 ? -x : x;
+    const Reduced reduced = reduce(ax);
+    // sin x = cos(x - pi/2): one quarter turn less; then cos(r + phase pi/2).
+    const unsigned phase = (reduced.quadrant + (function == Function::sine ? 3u : 0u)) & 3u;
+    DoubleDouble v = (phase & 1u) != 0 ? sinPolynomial(reduced.r) : cosPolynomial(reduced.r);
+    if (phase == 1u || phase == 2u) v = negated(v);
+    return function == Function::sine && x < 0.0 ? negated(v) : v;
+}
+
+double magnitude(double v)
+{
+    return v < 0.0 ? -v : v;
+}
+
+double powerOfTwo(int exponent)
+{
+    return std::bit_cast<double>(static_cast<std::uint64_t>(exponent + 1023) << 52);
+}
+
+// Half the distance from v (normal, not tiny) to its neighbour of `precision` bits,
+// on the side away from zero or toward it; toward zero it is half as far from a
+// power of two.
+double halfGap(double v, int precision, bool towardZero)
+{
+    const std::uint64_t bits = std::bit_cast<std::uint64_t>(v) & ~(std::uint64_t{1} << 63);
+    const int exponent = static_cast<int>(bits >> 52) - 1023;
+    const bool powerOfTwoValue = (bits & ((std::uint64_t{1} << 52) - 1)) == 0;
+    return powerOfTwo(exponent - precision - (towardZero && powerOfTwoValue ? 1 : 0));
+}
+
+// Ziv's rounding test. The true value lies within `error` of y.hi + y.lo; if every
+// value there rounds to the same number of `precision` bits, that number.
+// A power of two compared with a rounded sum: if the exact sum reaches it, so
+// does the rounded one, so the comparison never errs toward acceptance.
+std::optional<double> roundedIfSafe(DoubleDouble y, double error, int precision)
+{
+    if (!(magnitude(y.hi) >= 0x1p-100)) return std::nullopt;
+    const double candidate = precision == 53 ? y.hi : static_cast<double>(static_cast<float>(y.hi));
+    // y.hi - candidate is exact (both multiples of ulp(y.hi), within a float ulp); the
+    // addition's own rounding is far below the margin in `error`.
+    const double offset = (y.hi - candidate) + y.lo;
+    const bool towardZero = offset != 0.0 && ((offset < 0.0) != (candidate < 0.0));
+    if (magnitude(offset) + error < halfGap(candidate, precision, towardZero)) return candidate;
+    return std::nullopt;
+}
+
+double correctlyRounded(Function function, double x, int precision)
+{
+    const DoubleDouble y = fastValue(function, x);
+    if (const std::optional<double> v = roundedIfSafe(y, magnitude(y.hi) * fastRelativeError, precision))
+        return *v;
+    return trig::accurateTrig(function, x, precision);
+}
+
+bool finite(double x)
+{
+    return magnitude(x) <= 0x1.fffffffffffffp+1023;
+}
+
+// Below 2^-27 the cosine rounds to 1 in both precisions (1 - x^2/2 is within a
+// quarter ulp of 1); below 2^-26 the sine rounds to x (x^3/6 is below half an ulp
+// of x, also next to a power of two).
+constexpr double cosineIsOneBelow = 0x1p-27;
+constexpr double sineIsArgumentBelow = 0x1p-26;
 
 }  // namespace
 
 double cosine(double x) noexcept
 {
-    const double ax = x < 0.0 ? -x : x;
-    if (!(ax <= 0x1.fffffffffffffp+1023)) return x - x;  // infinity or NaN: NaN
-    const Reduced red = ax < codyWaiteLimit ? reduceCodyWaite(ax) : reducePayneHanek(ax);
-    const double hi = red.r.hi;
-    const double lo = red.r.lo;
-    switch (red.quadrant) {
-    case 0: return cosKernel(hi, lo);
-    case 1: return -sinKernel(hi, lo);
-    case 2: return -cosKernel(hi, lo);
-    default: return sinKernel(hi, lo);
-    }
+    if (!finite(x)) return x - x;  // infinity or NaN: NaN
+    if (magnitude(x) < cosineIsOneBelow) return 1.0;
+    return correctlyRounded(Function::cosine, x, 53);
 }
 
 double sine(double x) noexcept
 {
-    const double ax = x < 0.0 ? -x : x;
-    if (!(ax <= 0x1.fffffffffffffp+1023)) return x - x;  // infinity or NaN: NaN
-    const Reduced red = ax < codyWaiteLimit ? reduceCodyWaite(ax) : reducePayneHanek(ax);
-    const double hi = red.r.hi;
-    const double lo = red.r.lo;
-    double s = 0.0;
-    switch (red.quadrant) {
-    case 0: s = sinKernel(hi, lo); break;
-    case 1: s = cosKernel(hi, lo); break;
-    case 2: s = -sinKernel(hi, lo); break;
-    default: s = -cosKernel(hi, lo); break;
-    }
-    return x < 0.0 || (x == 0.0 && std::signbit(x)) ? -s : s;  // odd, -0 included
+    if (!finite(x)) return x - x;
+    if (magnitude(x) < sineIsArgumentBelow) return x;  // -0 included
+    return correctlyRounded(Function::sine, x, 53);
 }
 
 float cosine(float x) noexcept
 {
-    return static_cast<float>(cosine(static_cast<double>(x)));
+    const double wide = x;
+    if (!finite(wide)) return x - x;
+    if (magnitude(wide) < cosineIsOneBelow) return 1.0f;
+    return static_cast<float>(correctlyRounded(Function::cosine, wide, 24));
+}
+
+float sine(float x) noexcept
+{
+    const double wide = x;
+    if (!finite(wide)) return x - x;
+    if (magnitude(wide) < sineIsArgumentBelow) return x;
+    return static_cast<float>(correctlyRounded(Function::sine, wide, 24));
 }
 
 }  // namespace standardLib

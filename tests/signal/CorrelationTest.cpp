@@ -1,5 +1,8 @@
 #include "signal/Correlation.h"
 
+#include "signal/FftKernels.h"
+#include "signal/FftTables.h"
+
 #include "signal/FftTestSupport.h"
 #include "support/AllocationCounter.h"
 
@@ -68,6 +71,38 @@ template <typename T>
 class CorrelationTest : public ::testing::Test {};
 using Precisions = ::testing::Types<double, float>;
 TYPED_TEST_SUITE(CorrelationTest, Precisions);
+
+// The conjugate product rounds each of its four products and two sums on its own,
+// under every compiler target: the expected values take every product through a
+// volatile, which no compiler can fuse into the following addition.
+TYPED_TEST(CorrelationTest, CrossCorrelationRoundsEveryProductOnItsOwn)
+{
+    using T = TypeParam;
+    constexpr int size = 64;
+    const std::vector<T> x = randomValues<T>(size, 31u), y = randomValues<T>(size, 32u);
+    std::vector<T> table(size / 4 + 1), spectrumX(x), spectrumY(y);
+    int log2Size = 0;
+    ASSERT_EQ(standardLib::buildRealCosTable(&log2Size, size, table.data()), 0);
+    standardLib::fftRealForward(spectrumX.data(), log2Size, 1, table.data());
+    standardLib::fftRealForward(spectrumY.data(), log2Size, 1, table.data());
+    const auto rounded = [](T a, T b) {
+        volatile T product = a * b;
+        return static_cast<T>(product);
+    };
+    spectrumX[0] = rounded(spectrumX[0], spectrumY[0]);
+    spectrumX[1] = rounded(spectrumX[1], spectrumY[1]);
+    for (int k = 2; k < size; k += 2) {
+        const T xRe = spectrumX[k], xIm = spectrumX[k + 1], yRe = spectrumY[k], yIm = spectrumY[k + 1];
+        spectrumX[k] = rounded(xRe, yRe) + rounded(xIm, yIm);
+        spectrumX[k + 1] = rounded(xRe, yIm) - rounded(xIm, yRe);
+    }
+    standardLib::fftRealInverse(spectrumX.data(), log2Size, 1, table.data());
+
+    Correlation_std<T> correlation(size);
+    std::vector<T> result(size);
+    correlation.crossCorrelate(x.data(), size, y.data(), size, result.data(), 0, size - 1);
+    for (int lag = 0; lag < size; ++lag) ASSERT_EQ(result[lag], spectrumX[lag]) << "lag " << lag;
+}
 
 TYPED_TEST(CorrelationTest, AutocorrelationOfAnImpulse)
 {

