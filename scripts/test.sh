@@ -18,6 +18,9 @@ run_suite() {  # run_suite <build dir> <cmake options...>
 echo "== release"
 run_suite "$root/build-release" -DCMAKE_BUILD_TYPE=Release
 
+echo "== package (install, CMake and pkg-config consumers, Debian package)"
+"$root/scripts/package-check.sh" "$root/build-release"
+
 echo "== sanitizers (AddressSanitizer + UndefinedBehaviorSanitizer)"
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   run_suite "$root/build-sanitize" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DFERROTIP_SANITIZE=ON \
