@@ -6,7 +6,7 @@
  * region of every channel in place. Samples are 32-bit floats, one array per
  * channel; positions are sample indices shared by all channels. The module keeps
  * nothing between calls. The arrays carry no length: every position a method
- * reads or writes must exist (see the README for each method's reach).
+ * reads or writes must exist (docs/host-guide.md tells how far each reaches).
  *
  * Usable from C and C++. Build the module as libferrotip.so (Linux) or
  * Ferrotip_x64.dll (64-bit Windows); both export exactly these three functions
