@@ -30,14 +30,14 @@ subcommands_of() {
                       inside && /^  [^ ]/ { print $1 }'
 }
 
-# options_of [SUBCOMMAND...]: every option name under "Options:" (-s, --start, ...).
+# options_of [SUBCOMMAND...]: every option name (-s, --start, ...), under "Options:"
+# or under the heading of an option group.
 options_of() {
-  help_of "$@" | awk '/^Options:/ { inside = 1; next }
-                      inside && /^[^ ]/ { inside = 0 }
-                      inside && /^  -/ {
+  help_of "$@" | awk '/^[^ ]/ { listed = !/^(Positionals|Subcommands):/; next }
+                      listed && /^  -/ {
                         sub(/^  /, ""); sub(/ .*/, "")
                         n = split($0, names, ",")
-                        for (i = 1; i <= n; ++i) print names[i]
+                        for (i = 1; i <= n; ++i) { sub(/[{=].*/, "", names[i]); print names[i] }
                       }'
 }
 
