@@ -141,10 +141,6 @@ static int repairWith(int32_t method, float* clean[CHANNELS], float* work[CHANNE
     memset(&row, 0, sizeof row);
     row.index = method;
     getMethodDescription(&row);
-    if (row.name == NULL) {
-        fprintf(stderr, "no method %d\n", (int)method);
-        return 0;
-    }
 
     /* Half the longest region the method takes, and at most 2000 samples. */
     int32_t length = row.maxGapMs * (RATE / 1000) / 2;
@@ -178,7 +174,18 @@ int main(int argc, char** argv)
 
     int ok = 1;
     if (argc > 1) {
-        for (int i = 1; i < argc; ++i) ok &= repairWith((int32_t)atoi(argv[i]), clean, work);
+        for (int i = 1; i < argc; ++i) {
+            /* The module trusts the index it is given: keep it inside the table. */
+            char* end = NULL;
+            const long method = strtol(argv[i], &end, 10);
+            if (*argv[i] == '\0' || *end != '\0' || method < 0 || method >= FERROTIP_METHOD_COUNT) {
+                fprintf(stderr, "no method '%s': give a number from 0 to %d\n", argv[i],
+                        FERROTIP_METHOD_COUNT - 1);
+                ok = 0;
+                continue;
+            }
+            ok &= repairWith((int32_t)method, clean, work);
+        }
     } else {
         for (int32_t method = 0; method < FERROTIP_METHOD_COUNT; ++method)
             ok &= repairWith(method, clean, work);
