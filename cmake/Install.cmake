@@ -50,6 +50,10 @@ endif()
 
 # `cpack -G DEB` in the build tree: one package with everything installed above
 # and by any other install() rule, its library dependencies found by dpkg-shlibdeps.
+# (The Windows build ships the DLL alone; it has no package of its own.)
+if(WIN32)
+  return()
+endif()
 set(CPACK_PACKAGE_NAME ferrotip)
 set(CPACK_PACKAGE_VENDOR ferrotip)
 set(CPACK_PACKAGE_CONTACT "ferrotip developers <ferrotip@localhost>" CACHE STRING
@@ -65,7 +69,7 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION sound)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-# A shlibs file and the ldconfig trigger, as a package with a shared library has.
+# A shlibs file, and ldconfig run on install and removal, as for any shared library.
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_GENERATOR DEB)
 include(CPack)
