@@ -6,7 +6,9 @@
 
 int main(int argc, char** argv)
 {
-    CLI::App app{"ferrotip: repair clicks, crackle and dropouts in audio files"};
+    // Named here, not from argv[0], so the help (and the man page made from it) says "ferrotip".
+    CLI::App app{"ferrotip: repair clicks, crackle and dropouts in audio files", "ferrotip"};
+    app.set_version_flag("--version", "ferrotip " FERROTIP_VERSION);
     app.require_subcommand(1);
     addMethodsCommand(app);
     addRepairCommand(app);

@@ -23,6 +23,9 @@ run_suite "$root/build-native" -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS=-mar
   -DFERROTIP_BUILD_BENCHMARKS=OFF
 "$root/scripts/check-unfused.sh" "$root/build-native"
 
+echo "== package (install, CMake and pkg-config consumers, Debian package)"
+"$root/scripts/package-check.sh" "$root/build-release"
+
 echo "== sanitizers (AddressSanitizer + UndefinedBehaviorSanitizer)"
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   run_suite "$root/build-sanitize" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DFERROTIP_SANITIZE=ON \

@@ -6,7 +6,7 @@
  * region of every channel in place. Samples are 32-bit floats, one array per
  * channel; positions are sample indices shared by all channels. The module keeps
  * nothing between calls. The arrays carry no length: every position a method
- * reads or writes must exist (see the README for each method's reach). Methods
+ * reads or writes must exist (docs/host-guide.md tells how far each reaches). Methods
  * 3 to 6 also index from the array's first sample, so for them the array begins
  * exactly the method's reach before the region (start equals that reach, at least
  * 1000) and runs on as far as the reach after it.
