@@ -33,6 +33,7 @@ struct DeclickOptions {
     int block = 0;
     float sensitivity = 0.0f;
     float floor = 0.0f;
+    double relativeFloor = 0.0;
     int jobs = 0;
     bool sharedEngine = false;
     bool quiet = false;
@@ -41,6 +42,7 @@ struct DeclickOptions {
     CLI::Option* blockOption = nullptr;
     CLI::Option* sensitivityOption = nullptr;
     CLI::Option* floorOption = nullptr;
+    CLI::Option* relativeFloorOption = nullptr;
 };
 
 constexpr int minBlock = 64;
@@ -49,14 +51,21 @@ constexpr int maxJobs = 256;
 // Frames per read: whole blocks, about 16k frames, so threads meet rarely.
 constexpr int chunkTarget = 16384;
 
+// The preset, with what the command line replaces. A sensitivity and a floor given
+// together make one pass; either alone replaces its value in every pass.
 DeclickSettings settingsFrom(const DeclickOptions& options)
 {
     DeclickSettings settings = findDeclickPreset(options.preset)->settings;
     if (options.engineOption->count() > 0)
         settings.engine = options.engine == "prediction" ? DeclickEngineKind::prediction : DeclickEngineKind::standard;
     if (options.blockOption->count() > 0) settings.block = options.block;
-    if (options.sensitivityOption->count() > 0) settings.sensitivity = options.sensitivity;
-    if (options.floorOption->count() > 0) settings.floor = {false, options.floor};
+    const bool floorGiven = options.floorOption->count() > 0 || options.relativeFloorOption->count() > 0;
+    if (floorGiven && options.sensitivityOption->count() > 0) settings.passCount = 1;
+    for (DeclickPass& pass : settings.passes) {
+        if (options.sensitivityOption->count() > 0) pass.sensitivity = options.sensitivity;
+        if (options.floorOption->count() > 0) pass.floor = {false, options.floor};
+        if (options.relativeFloorOption->count() > 0) pass.floor = {true, options.relativeFloor};
+    }
     return settings;
 }
 
@@ -177,7 +186,7 @@ private:
 };
 
 struct DeclickTally {
-    std::vector<SampleSpan> spans;
+    std::vector<RepairedSpan> spans;
     std::int64_t samplesChanged = 0;
 };
 
@@ -216,10 +225,7 @@ DeclickTally declickStream(AudioReader& reader, AudioWriter& writer, Multichanne
         stream.load(got);
         declicker.process(stream.rows(), chunk);
         declicker.forEachLastSpan([&](const RepairedSpan& span) {
-            if (span.first >= total) return;
-            const std::int64_t last = std::min(span.last, total - 1);
-            tally.spans.push_back({span.channel, span.first, last, "click"});
-            tally.samplesChanged += last - span.first + 1;
+            if (span.first < total) tally.spans.push_back({span.channel, span.first, std::min(span.last, total - 1)});
         });
         const std::int64_t skip = std::clamp<std::int64_t>(latency - produced, 0, chunk);
         const std::int64_t keep = std::min<std::int64_t>(chunk - skip, total - written);
@@ -230,18 +236,31 @@ DeclickTally declickStream(AudioReader& reader, AudioWriter& writer, Multichanne
         }
         progress.update(written);
     }
-    std::stable_sort(tally.spans.begin(), tally.spans.end(),
-                     [](const SampleSpan& a, const SampleSpan& b) { return a.first < b.first; });
+    mergeOverlappingSpans(tally.spans);
+    for (const RepairedSpan& span : tally.spans) tally.samplesChanged += span.length();
     return tally;
+}
+
+void writeReport(const std::string& path, const std::vector<RepairedSpan>& spans, int sampleRate)
+{
+    std::vector<SampleSpan> listed;
+    listed.reserve(spans.size());
+    for (const RepairedSpan& span : spans) listed.push_back({span.channel, span.first, span.last, "click"});
+    writeSpanReport(path, listed, sampleRate);
 }
 
 std::string describe(const DeclickOptions& options, const DeclickSettings& settings, int engines)
 {
-    char text[160];
-    std::snprintf(text, sizeof text, "the %s preset (%s engine%s, block %d, sensitivity %g)", options.preset.c_str(),
-                  settings.engine == DeclickEngineKind::standard ? "standard" : "prediction",
-                  engines == 1 ? "" : " per channel", settings.block, settings.sensitivity);
-    return text;
+    std::string text = "the " + options.preset + " preset (" +
+                       (settings.engine == DeclickEngineKind::standard ? "standard" : "prediction") + " engine" +
+                       (engines == 1 ? "" : " per channel") + ", block " + std::to_string(settings.block) + ", ";
+    char sensitivity[32];
+    for (const DeclickPass& pass : settings.activePasses()) {
+        std::snprintf(sensitivity, sizeof sensitivity, "%ssensitivity %g", &pass == settings.passes.data() ? "" : " then ",
+                      pass.sensitivity);
+        text += sensitivity;
+    }
+    return text + ")";
 }
 
 void declickFile(const DeclickOptions& options)
@@ -255,7 +274,9 @@ void declickFile(const DeclickOptions& options)
 
     const DeclickSettings settings = settingsFrom(options);
     const DeclickListen listen = listenFrom(options.listen);
-    const bool needsLevel = settings.floor.relativeToLevel && listen != DeclickListen::bypass;
+    const bool needsLevel =
+        listen != DeclickListen::bypass &&
+        std::ranges::any_of(settings.activePasses(), [](const DeclickPass& pass) { return pass.floor.relativeToLevel; });
     const std::vector<double> meanSquares =
         needsLevel ? channelMeanSquares(options.input) : std::vector<double>(channels, 0.0);
     const int chunk = std::max(1, chunkTarget / settings.block) * settings.block;
@@ -273,7 +294,7 @@ void declickFile(const DeclickOptions& options)
     }
     writer.commit();
     progress.finish();
-    if (!options.report.empty()) writeSpanReport(options.report, tally.spans, reader.sampleRate());
+    if (!options.report.empty()) writeReport(options.report, tally.spans, reader.sampleRate());
 
     const double seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
@@ -350,6 +371,14 @@ void addDeclickCommand(CLI::App& app)
                          "which follows the input's level")
             ->check(finiteNumber)
             ->check(CLI::Range(0.0f, 1.0f));
+    options->relativeFloorOption =
+        command
+            ->add_option("--relative-floor", options->relativeFloor,
+                         "spectral floor as a multiple of each channel's mean square (what the presets "
+                         "give); replaces the preset's")
+            ->check(finiteNumber)
+            ->check(CLI::Range(0.0, 1e3));
+    options->floorOption->excludes(options->relativeFloorOption);
     command->add_flag("--shared-engine", options->sharedEngine,
                       "one engine for all channels instead of one per channel (the prediction engine "
                       "then never predicts on 2 or more channels)");

@@ -36,24 +36,33 @@ std::unique_ptr<MetaDeCrackler> makeEngine(int channels, int block, const int* (
 
 }  // namespace
 
-DeclickChannelGroup::DeclickChannelGroup(const DeclickSettings& settings, float floor, int firstChannel,
+DeclickChannelGroup::DeclickChannelGroup(const DeclickSettings& settings, double meanSquare, int firstChannel,
                                          int channels, DeclickListen listen, int maxFrames)
-    : engine_(settings.engine == DeclickEngineKind::standard
-                  ? makeEngine<AdvancedFftDeCrackler>(channels, settings.block, marksOf_)
-                  : makeEngine<AdvancedFftDeCracklerOpt>(channels, settings.block, marksOf_)),
-      block_(settings.block),
-      latency_(engine_->getLatency()),
-      firstChannel_(firstChannel),
-      blockRows_(channels)
+    : block_(settings.block), firstChannel_(firstChannel), channels_(channels), blockRows_(channels)
 {
-    engine_->setSensitivity(settings.sensitivity);
-    engine_->setSpectralFloor(floor);
-    if (listen == DeclickListen::difference) engine_->enableDifferenceOutput();
-    if (listen == DeclickListen::bypass) engine_->enableBypass();
-    for (int c = 0; c < channels; ++c) trackers_.emplace_back(firstChannel + c, latency_);
+    const auto active = settings.activePasses();
+    for (std::size_t p = 0; p < active.size(); ++p) {
+        Pass pass;
+        pass.engine = settings.engine == DeclickEngineKind::standard
+                          ? makeEngine<AdvancedFftDeCrackler>(channels, block_, pass.marksOf)
+                          : makeEngine<AdvancedFftDeCracklerOpt>(channels, block_, pass.marksOf);
+        pass.engine->setSensitivity(active[p].sensitivity);
+        pass.engine->setSpectralFloor(active[p].floor.floorFor(meanSquare));
+        // What was removed, or the input, is the whole chain's: the last pass
+        // compares with what the first one was given.
+        if (listen == DeclickListen::bypass) pass.engine->enableBypass();
+        if (listen == DeclickListen::difference && active.size() == 1) pass.engine->enableDifferenceOutput();
+        latency_ += pass.engine->getLatency();
+        for (int c = 0; c < channels; ++c) pass.trackers.emplace_back(firstChannel + c, latency_);
+        passes_.push_back(std::move(pass));
+    }
+    if (listen == DeclickListen::difference && active.size() > 1) {
+        dryDelay_ = std::make_unique<standardLib::CDelay<float>>(channels, latency_);
+        dryRows_ = std::make_unique<standardLib::CBuffer2D<float>>(channels, block_);
+    }
     // A span takes at least a marked and an unmarked sample.
     const int blocks = (maxFrames + block_ - 1) / block_;
-    spans_.resize(static_cast<std::size_t>(channels) * blocks * (block_ / 2 + 1));
+    spans_.resize(passes_.size() * channels * blocks * (block_ / 2 + 1));
 }
 
 DeclickChannelGroup::~DeclickChannelGroup() = default;
@@ -62,17 +71,32 @@ DeclickChannelGroup::DeclickChannelGroup(DeclickChannelGroup&&) noexcept = defau
 void DeclickChannelGroup::process(float* const* rows, int frames)
 {
     spanCount_ = 0;
-    const DitherScope dither(ditherState_);
     for (int offset = 0; offset + block_ <= frames; offset += block_) processBlock(rows, offset);
 }
 
 void DeclickChannelGroup::processBlock(float* const* rows, int offset)
 {
-    for (std::size_t c = 0; c < blockRows_.size(); ++c) blockRows_[c] = rows[c] + offset;
-    engine_->process(blockRows_.data(), block_);
-    for (std::size_t c = 0; c < trackers_.size(); ++c) {
-        trackers_[c].track(marksOf_(*engine_, static_cast<int>(c)), block_, [&](const RepairedSpan& span) {
-            if (spanCount_ < spans_.size()) spans_[spanCount_++] = span;
-        });
+    for (int c = 0; c < channels_; ++c) blockRows_[c] = rows[c] + offset;
+    if (dryDelay_) dryDelay_->processSamples(blockRows_.data(), dryRows_->rows(), block_);
+    for (Pass& pass : passes_) {
+        {
+            const DitherScope dither(pass.ditherState);
+            pass.engine->process(blockRows_.data(), block_);
+        }
+        for (int c = 0; c < channels_; ++c) {
+            pass.trackers[c].track(pass.marksOf(*pass.engine, c), block_, [&](const RepairedSpan& span) {
+                if (spanCount_ < spans_.size()) spans_[spanCount_++] = span;
+            });
+        }
+    }
+    if (dryDelay_) subtractDelayedInput();
+}
+
+void DeclickChannelGroup::subtractDelayedInput()
+{
+    for (int c = 0; c < channels_; ++c) {
+        const float* dry = (*dryRows_)[c];
+        float* out = blockRows_[c];
+        for (int i = 0; i < block_; ++i) out[i] = out[i] - dry[i];
     }
 }

@@ -20,12 +20,12 @@ MultichannelDeclicker::MultichannelDeclicker(const DeclickSettings& settings, st
     : channels_(static_cast<int>(meanSquares.size()))
 {
     if (sharedEngine) {
-        groups_.emplace_back(settings, settings.floor.floorFor(average(meanSquares)), 0, channels_, listen,
+        groups_.emplace_back(settings, average(meanSquares), 0, channels_, listen,
                              maxFrames);
     } else {
         groups_.reserve(meanSquares.size());
         for (int c = 0; c < channels_; ++c)
-            groups_.emplace_back(settings, settings.floor.floorFor(meanSquares[c]), c, 1, listen, maxFrames);
+            groups_.emplace_back(settings, meanSquares[c], c, 1, listen, maxFrames);
     }
     jobs_ = std::clamp(jobs, 1, static_cast<int>(groups_.size()));
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 struct RepairedSpan {
     int channel = 0;
@@ -10,3 +11,7 @@ struct RepairedSpan {
     std::int64_t last = 0;
     std::int64_t length() const { return last - first + 1; }
 };
+
+// Sorts spans by first sample (then channel) and joins those of a channel that
+// overlap, as the spans of chained passes may. Reorders in place; no allocation.
+void mergeOverlappingSpans(std::vector<RepairedSpan>& spans);
