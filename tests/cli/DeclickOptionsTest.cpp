@@ -164,12 +164,15 @@ TEST_F(DeclickOptions, ReportListsTheRepairedSpansInEachFormatAndTheSummaryCount
 
 TEST_F(DeclickOptions, DifferenceWorksWithPresets)
 {
-    run("--preset clicks --listen difference");
-    const auto output = testsupport::readSoundFile<int>(path("out.wav"));
-    // The first click, 9000 down on channel 0: what was removed comes back inverted.
-    const std::size_t at = 1500 * 2;
-    EXPECT_NEAR(output.samples[at] / 65536.0, 9000.0, 2000.0);
-    EXPECT_NEAR(output.samples[at + 1000] / 65536.0, 0.0, 500.0);
+    for (const char* preset : {"auto", "clicks"}) {
+        SCOPED_TRACE(preset);
+        run(std::string("--preset ") + preset + " --listen difference");
+        const auto output = testsupport::readSoundFile<int>(path("out.wav"));
+        // The first click, 9000 down on channel 0: what was removed comes back inverted.
+        const std::size_t at = 1500 * 2;
+        EXPECT_NEAR(output.samples[at] / 65536.0, 9000.0, 2000.0);
+        EXPECT_NEAR(output.samples[at + 1000] / 65536.0, 0.0, 500.0);
+    }
 }
 
 TEST_F(DeclickOptions, RefusesNonFiniteValuesUnknownPresetsAndReportsOfAnUnknownKind)
