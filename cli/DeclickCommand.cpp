@@ -317,6 +317,14 @@ const CLI::Validator finiteNumber(
     },
     "");
 
+// A number option that must be finite and within [low, high].
+template <typename Number>
+CLI::Option* addFiniteOption(CLI::App* command, const std::string& name, Number& value, const std::string& help,
+                             Number low, Number high)
+{
+    return command->add_option(name, value, help)->check(finiteNumber)->check(CLI::Range(low, high));
+}
+
 std::string presetHelp()
 {
     std::string help = "settings for the kind of damage (default " + std::string(defaultDeclickPreset().name) + "):";
@@ -357,27 +365,21 @@ void addDeclickCommand(CLI::App& app)
                                             "samples per processing block; replaces the preset's")
                                ->check(CLI::Range(minBlock, maxBlock));
     options->sensitivityOption =
-        command
-            ->add_option("--sensitivity", options->sensitivity,
-                         "click threshold as a multiple of the detector's level; lower finds more; "
-                         "replaces the preset's")
-            ->check(finiteNumber)
-            ->check(CLI::Range(0.01f, 1000.0f));
+        addFiniteOption(command, "--sensitivity", options->sensitivity,
+                        "click threshold as a multiple of the detector's level; lower finds more; "
+                        "replaces the preset's",
+                        0.01f, 1000.0f);
     options->floorOption =
-        command
-            ->add_option("--floor", options->floor,
-                         "spectral floor as a bin power (spectra scaled by 1/2048) below which audio is "
-                         "treated as residual, where clicks are repaired; replaces the preset's floor, "
-                         "which follows the input's level")
-            ->check(finiteNumber)
-            ->check(CLI::Range(0.0f, 1.0f));
+        addFiniteOption(command, "--floor", options->floor,
+                        "spectral floor as a bin power (spectra scaled by 1/2048) below which audio is "
+                        "treated as residual, where clicks are repaired; replaces the preset's floor, "
+                        "which follows the input's level",
+                        0.0f, 1.0f);
     options->relativeFloorOption =
-        command
-            ->add_option("--relative-floor", options->relativeFloor,
-                         "spectral floor as a multiple of each channel's mean square (what the presets "
-                         "give); replaces the preset's")
-            ->check(finiteNumber)
-            ->check(CLI::Range(0.0, 1e3));
+        addFiniteOption(command, "--relative-floor", options->relativeFloor,
+                        "spectral floor as a multiple of each channel's mean square (what the presets "
+                        "give); replaces the preset's",
+                        0.0, 1e3);
     options->floorOption->excludes(options->relativeFloorOption);
     command->add_flag("--shared-engine", options->sharedEngine,
                       "one engine for all channels instead of one per channel (the prediction engine "
