@@ -7,7 +7,9 @@
 // process(rows, frames) takes frames (a multiple of blockSize()) samples per channel
 // at full scale 1 and replaces them in place with the output of latency() samples
 // earlier. Every channel's engine has its own dither sequence, so the output is the
-// same bits whatever `jobs` is and whichever thread runs a channel.
+// same bits whatever `jobs` is and whichever thread runs a channel. A host whose
+// blocks are not whole engine blocks gathers them in a FIFO first (its reported
+// latency then grows by up to one block). A stream holds at least one channel.
 //
 // Allocation and threads: construction allocates everything. With jobs 1 (or one
 // engine) process runs on the caller's thread and allocates nothing, takes no lock
