@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <thread>
@@ -21,6 +22,8 @@
 #include "SpanList.h"
 #include "declick/DeclickPreset.h"
 #include "declick/MultichannelDeclicker.h"
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -263,9 +266,21 @@ std::string describe(const DeclickOptions& options, const DeclickSettings& setti
     return text + ")";
 }
 
+// Refuses a report of an unknown kind, or one that would land on IN or OUT, before any work.
+void checkReportPath(const DeclickOptions& options)
+{
+    if (options.report.empty()) return;
+    spanFormatFor(options.report);
+    for (const std::string& audio : {options.input, options.output}) {
+        std::error_code error;
+        if (fs::weakly_canonical(options.report, error) == fs::weakly_canonical(audio, error))
+            throw CliError("--report '" + options.report + "' names an audio file of this run; choose another name");
+    }
+}
+
 void declickFile(const DeclickOptions& options)
 {
-    if (!options.report.empty()) spanFormatFor(options.report);  // refuse a bad extension before any work
+    checkReportPath(options);
     AudioReader reader(options.input);
     requireDistinctFiles(options.input, options.output);
     const int channels = reader.channels();

@@ -175,8 +175,9 @@ TEST_F(DeclickOptions, DifferenceWorksWithPresets)
     }
 }
 
-TEST_F(DeclickOptions, RefusesNonFiniteValuesUnknownPresetsAndReportsOfAnUnknownKind)
+TEST_F(DeclickOptions, RefusesNonFiniteValuesUnknownPresetsAndReportsOfAnUnknownKindOrOnItsAudio)
 {
+    const std::uint64_t inputDigest = digestOf(path("in.wav"));
     const std::pair<std::string, const char*> cases[] = {
         {"--sensitivity nan", "--sensitivity"}, {"--sensitivity inf", "--sensitivity"},
         {"--floor nan", "--floor"},             {"--floor -inf", "--floor"},
@@ -190,6 +191,12 @@ TEST_F(DeclickOptions, RefusesNonFiniteValuesUnknownPresetsAndReportsOfAnUnknown
         EXPECT_NE(outcome.output.find(named), std::string::npos) << outcome.output;
         EXPECT_FALSE(fs::exists(path("out.wav")));
     }
+    // Audio written under a report's name would be replaced by the report.
+    const auto clash = ferrotip("declick --report " + path("out.txt") + " " + path("in.wav") + " " + path("out.txt"));
+    EXPECT_NE(clash.status, 0);
+    EXPECT_NE(clash.output.find("--report"), std::string::npos) << clash.output;
+    EXPECT_FALSE(fs::exists(path("out.txt")));
+    EXPECT_EQ(digestOf(path("in.wav")), inputDigest);
 }
 
 // Full-range samples that a 32-bit float path would round.
