@@ -300,16 +300,17 @@ void declickFile(const DeclickOptions& options)
     AudioWriter writer(options.output, reader.info());
     Progress progress(total, isatty(STDERR_FILENO) != 0 && !options.quiet);
     DeclickTally tally;
-    int engines = options.sharedEngine ? 1 : channels;
+    const int engines = options.sharedEngine ? 1 : channels;
     if (listen == DeclickListen::bypass) {
         copyFile(reader, writer, progress, options.input);
     } else {
         MultichannelDeclicker declicker(settings, meanSquares, options.sharedEngine, listen, chunk, jobs);
         tally = declickStream(reader, writer, declicker, chunk, progress, options.input);
     }
-    writer.commit();
     progress.finish();
+    // The report first: if it cannot be written, the audio is not left behind either.
     if (!options.report.empty()) writeReport(options.report, tally.spans, reader.sampleRate());
+    writer.commit();
 
     const double seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
