@@ -1,53 +1,71 @@
 #!/usr/bin/env bash
-# One-run speed comparison of `ferrotip declick` (both engines) against ffmpeg's
-# adeclick filter (single thread) on the same one-minute stereo 44.1 kHz file of
-# music-like audio with clicks, and the peak memory of `ferrotip declick` on a
-# one-hour file. Not run by CI.
+# `ferrotip declick` beside ffmpeg's adeclick, everything measured in one run:
+#   quality  SNR (dB, against the clean excerpt) of each preset and of adeclick (its
+#            defaults and the best of a small grid of settings) on real music and speech
+#            with seeded clicks, seeded fine crackle, and nothing to remove;
+#   speed    a one-minute stereo 44.1 kHz file through the command line: ours at the
+#            default preset with one and two threads against adeclick single-threaded;
+#   memory   peak resident memory of ours on a one-hour stereo file (GNU time).
+# Not run by CI. Needs ffmpeg, GNU time, the recordings of scripts/install-deps.sh and
+# a build of the ferrotip and make_declick_material targets.
 #
-#   scripts/bench-declick.sh [BUILD_DIR]   (default: build-release)
+#   scripts/bench-declick.sh [BUILD_DIR] [quality|speed|memory|all]   (default: build-release all)
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build=${1:-$root/build-release}
+part=${2:-all}
 ferrotip=$build/cli/ferrotip
+material=$build/tests/declick/make_declick_material
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
 command -v ffmpeg > /dev/null || { echo "needs ffmpeg (apt-get install -y ffmpeg)" >&2; exit 1; }
 [ -x /usr/bin/time ] || { echo "needs GNU time (apt-get install -y time)" >&2; exit 1; }
-[ -x "$ferrotip" ] || { echo "no $ferrotip: build the ferrotip target first" >&2; exit 1; }
+for tool in "$ferrotip" "$material"; do
+  [ -x "$tool" ] || { echo "no $tool: build the ferrotip and make_declick_material targets first" >&2; exit 1; }
+done
 
-# make_input SECONDS FILE: partials with vibrato, a little hiss and about ten
-# clicks a second per channel, as 16-bit PCM.
-make_input() {
-  python3 - "$1" "$2" <<'PY'
-import math, random, struct, sys, wave
-seconds, path = int(sys.argv[1]), sys.argv[2]
-rate = 44100
-rng = random.Random(2024)
-period = rate * 10                      # synthesise 10 s and repeat it
-base = [[0.0] * period for _ in range(2)]
-for c in range(2):
-    for t in range(period):
-        time = t / rate
-        vib = 1.0 + 0.003 * math.sin(2 * math.pi * 5 * time)
-        env = 0.6 + 0.4 * math.sin(2 * math.pi * 0.7 * time + c)
-        v = sum(0.25 / h * math.sin(2 * math.pi * 196 * h * vib * time + h + 0.5 * c) for h in range(1, 7))
-        base[c][t] = 0.5 * env * v + rng.gauss(0.0, 0.002)
-    at = 3000
-    while at + 100 < period:
-        n = int(math.exp(rng.uniform(0.0, math.log(41.0))))
-        amp, sign = rng.uniform(0.05, 0.4), rng.choice((-1.0, 1.0))
-        for i in range(n):
-            shape = sign if i == 0 else 0.6 * rng.uniform(-1, 1) + 0.4 * sign
-            base[c][at + i] += amp * math.exp(-3.0 * i / n) * shape
-        at += 2000 + rng.randrange(4000)
-block = b"".join(struct.pack("<hh", *(max(-32768, min(32767, int(round(base[c][t] * 32767)))) for c in range(2)))
-                 for t in range(period))
-with wave.open(path, "wb") as w:
-    w.setnchannels(2); w.setsampwidth(2); w.setframerate(rate)
-    for _ in range(seconds // 10):
-        w.writeframes(block)
-PY
+music=/usr/share/games/etr/music/race1-jt.ogg
+longer_music=/usr/share/games/etr/music/freezingpoint.ogg
+speech=$(ls /usr/share/sounds/alsa/{Front,Rear,Side}_*.wav | paste -sd, -)
+seed=1
+presets=(auto gentle clicks crackle)
+adeclick_grid=("t=1" "t=2:a=8" "t=3" "t=3:a=8" "t=5" "w=20:t=2" "w=20:t=3")
+
+adeclick() {  # IN OUT [OPTIONS]
+  ffmpeg -nostdin -v error -y -threads 1 -filter_threads 1 -i "$1" -af "adeclick${3:+=$3}" -c:a pcm_f32le "$2"
+}
+
+snr() { "$material" snr "$1" "$2"; }
+
+quality() {
+  printf '%-26s %8s' material damaged
+  for preset in "${presets[@]}"; do printf ' %8s' "$preset"; done
+  printf ' %9s %9s\n' adeclick 'ad. best'
+  for source in music speech; do
+    if [ $source = music ]; then from=$music; start=20; seconds=20; else from=$speech; start=0; seconds=12; fi
+    "$material" damage none $seed "$from" $start $seconds "$work/clean.wav"
+    for damage in clicks crackle none; do
+      "$material" damage $damage $seed "$from" $start $seconds "$work/in.wav"
+      printf '%-26s %8s' "$source + $damage" "$(snr "$work/clean.wav" "$work/in.wav")"
+      for preset in "${presets[@]}"; do
+        "$ferrotip" declick -q --preset "$preset" "$work/in.wav" "$work/out.wav" > /dev/null
+        printf ' %8s' "$(snr "$work/clean.wav" "$work/out.wav")"
+      done
+      adeclick "$work/in.wav" "$work/out.wav"
+      defaults=$(snr "$work/clean.wav" "$work/out.wav")
+      best=$defaults
+      for setting in "${adeclick_grid[@]}"; do
+        adeclick "$work/in.wav" "$work/out.wav" "$setting"
+        value=$(snr "$work/clean.wav" "$work/out.wav")
+        best=$(echo "if ($value > $best) $value else $best" | bc -l)
+      done
+      printf ' %9s %9.1f\n' "$defaults" "$best"
+    done
+  done
+  printf 'SNR in dB against the clean excerpt (music: 20 s of %s; speech: the ALSA announcements);\n' \
+    "$(basename "$music")"
+  printf 'adeclick best: the highest of its defaults and %s\n' "${adeclick_grid[*]}"
 }
 
 # seconds_of CMD...: wall-clock seconds of one run.
@@ -57,21 +75,40 @@ seconds_of() {
   echo "$end - $start" | bc -l
 }
 
-make_input 60 "$work/minute.wav"
-standard=$(seconds_of "$ferrotip" declick -q "$work/minute.wav" "$work/standard.wav")
-prediction=$(seconds_of "$ferrotip" declick -q --engine prediction "$work/minute.wav" "$work/prediction.wav")
-adeclick=$(seconds_of ffmpeg -nostdin -y -threads 1 -filter_threads 1 -i "$work/minute.wav" \
-  -af adeclick "$work/adeclick.wav")
-printf 'one minute of stereo 44.1 kHz audio, one run each (wall clock):\n'
-printf '  ferrotip declick --engine standard    %7.2f s  %6.1fx real time  %5.1fx adeclick\n' \
-  "$standard" "$(echo "60 / $standard" | bc -l)" "$(echo "$adeclick / $standard" | bc -l)"
-printf '  ferrotip declick --engine prediction  %7.2f s  %6.1fx real time  %5.1fx adeclick\n' \
-  "$prediction" "$(echo "60 / $prediction" | bc -l)" "$(echo "$adeclick / $prediction" | bc -l)"
-printf '  ffmpeg adeclick (1 thread)            %7.2f s  %6.1fx real time\n' \
-  "$adeclick" "$(echo "60 / $adeclick" | bc -l)"
+make_minute() {
+  [ -f "$work/minute.wav" ] || "$material" damage clicks $seed "$music,$longer_music" 0 60 "$work/minute.wav"
+}
 
-make_input 3600 "$work/hour.wav"
-rm -f "$work/minute.wav" "$work"/standard.wav "$work"/prediction.wav "$work"/adeclick.wav
-/usr/bin/time -v "$ferrotip" declick -q "$work/hour.wav" "$work/hour-out.wav" 2> "$work/time.txt" > /dev/null
-peak=$(awk -F: '/Maximum resident set size/ {gsub(/ /, "", $2); print $2}' "$work/time.txt")
-printf 'one hour of stereo audio: peak memory of ferrotip declick %s kB\n' "$peak"
+speed() {
+  make_minute
+  one=$(seconds_of "$ferrotip" declick -q --jobs 1 "$work/minute.wav" "$work/one.wav")
+  two=$(seconds_of "$ferrotip" declick -q --jobs 2 "$work/minute.wav" "$work/two.wav")
+  theirs=$(seconds_of adeclick "$work/minute.wav" "$work/adeclick.wav")
+  printf 'one minute of stereo 44.1 kHz music with clicks, one run each (wall clock):\n'
+  printf '  ferrotip declick (auto), 1 thread   %7.2f s  %6.1fx real time  %5.1fx adeclick\n' \
+    "$one" "$(echo "60 / $one" | bc -l)" "$(echo "$theirs / $one" | bc -l)"
+  printf '  ferrotip declick (auto), 2 threads  %7.2f s  %6.1fx real time  %5.1fx adeclick\n' \
+    "$two" "$(echo "60 / $two" | bc -l)" "$(echo "$theirs / $two" | bc -l)"
+  printf '  ffmpeg adeclick (1 thread)          %7.2f s  %6.1fx real time\n' \
+    "$theirs" "$(echo "60 / $theirs" | bc -l)"
+  rm -f "$work/one.wav" "$work/two.wav" "$work/adeclick.wav"
+}
+
+memory() {
+  make_minute
+  ffmpeg -nostdin -v error -y -stream_loop 59 -i "$work/minute.wav" -c:a pcm_s16le "$work/hour.wav"
+  for jobs in 1 2; do
+    /usr/bin/time -v "$ferrotip" declick -q --jobs $jobs "$work/hour.wav" "$work/hour-out.wav" \
+      2> "$work/time.txt" > /dev/null
+    peak=$(awk -F: '/Maximum resident set size/ {gsub(/ /, "", $2); print $2}' "$work/time.txt")
+    printf 'one hour of stereo audio, %d thread(s): peak memory of ferrotip declick %s kB\n' $jobs "$peak"
+  done
+}
+
+case $part in
+  quality) quality ;;
+  speed) speed ;;
+  memory) memory ;;
+  all) quality; speed; memory ;;
+  *) echo "unknown part '$part' (quality, speed, memory or all)" >&2; exit 1 ;;
+esac

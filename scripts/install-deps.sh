@@ -7,6 +7,7 @@ packages=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev libbenchmar
           libsndfile1-dev libcli11-dev libfftw3-dev nlohmann-json3-dev)
 packages+=(python3-dev python3-pybind11 python3-numpy python3-pytest)  # the Python module and its tests
 packages+=(help2man dpkg-dev man-db)  # man page, Debian package (dpkg-shlibdeps), man -l in the package check
+packages+=(alsa-utils extremetuxracer-data)  # real speech and music for the declick quality test
 missing=()
 for package in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" ||

@@ -1,0 +1,48 @@
+#include "declick/DeclickPreset.h"
+
+#include <algorithm>
+#include <array>
+
+namespace {
+
+// Blocks of 512: the repair's dither is fixed while a long block's normalised
+// signal shrinks on quiet passages, so short blocks keep quiet material cleaner.
+// The sensitivity sets how far a sample's roughness must stand out of its hop; the
+// floor how much of each bin counts as tonal and is never touched. A low floor
+// leaves fine crackle in the residual where it is found; a high one lets loud,
+// long clicks reach the residual too. `auto` chains the two: fine crackle first,
+// then what stands far out.
+constexpr DeclickPass fineCracklePass{8.0f, {true, 1e-6}};
+constexpr DeclickPass gentlePass{12.0f, {true, 1e-3}};
+// After the crackle pass, only what stands far out: clean speech stays clean.
+constexpr DeclickPass standingOutPass{16.0f, {true, 1e-3}};
+
+constexpr DeclickSettings onePass(DeclickPass pass) { return {DeclickEngineKind::standard, 512, {pass, pass}, 1}; }
+
+constexpr std::array presets{
+    DeclickPreset{"auto", "any recording: fine crackle, then the clicks that stand out; leaves clean audio as it is",
+                  {DeclickEngineKind::standard, 512, {fineCracklePass, standingOutPass}, 2}},
+    DeclickPreset{"gentle", "clear clicks only, in one pass", onePass(gentlePass)},
+    DeclickPreset{"clicks", "loud clicks and scratches of up to a few milliseconds, in one pass",
+                  onePass({5.0f, {true, 1e-2}})},
+    DeclickPreset{"crackle", "dense fine crackle of a few samples each, as on worn records, in one pass",
+                  onePass(fineCracklePass)},
+};
+
+}  // namespace
+
+float SpectralFloorRule::floorFor(double meanSquare) const
+{
+    return static_cast<float>(relativeToLevel ? value * meanSquare : value);
+}
+
+std::span<const DeclickPreset> declickPresets() { return presets; }
+
+const DeclickPreset& defaultDeclickPreset() { return presets.front(); }
+
+const DeclickPreset* findDeclickPreset(std::string_view name)
+{
+    const auto found = std::find_if(presets.begin(), presets.end(),
+                                    [&](const DeclickPreset& preset) { return preset.name == name; });
+    return found == presets.end() ? nullptr : &*found;
+}

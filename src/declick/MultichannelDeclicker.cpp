@@ -1,0 +1,55 @@
+#include "declick/MultichannelDeclicker.h"
+
+#include <algorithm>
+#include <atomic>
+#include <numeric>
+#include <thread>
+
+namespace {
+
+double average(std::span<const double> values)
+{
+    if (values.empty()) return 0.0;
+    return std::accumulate(values.begin(), values.end(), 0.0) / static_cast<double>(values.size());
+}
+
+}  // namespace
+
+MultichannelDeclicker::MultichannelDeclicker(const DeclickSettings& settings, std::span<const double> meanSquares,
+                                             bool sharedEngine, DeclickListen listen, int maxFrames, int jobs)
+    : channels_(static_cast<int>(meanSquares.size()))
+{
+    if (sharedEngine) {
+        groups_.emplace_back(settings, average(meanSquares), 0, channels_, listen,
+                             maxFrames);
+    } else {
+        groups_.reserve(meanSquares.size());
+        for (int c = 0; c < channels_; ++c)
+            groups_.emplace_back(settings, meanSquares[c], c, 1, listen, maxFrames);
+    }
+    jobs_ = std::clamp(jobs, 1, static_cast<int>(groups_.size()));
+}
+
+void MultichannelDeclicker::processGroup(std::size_t index, float* const* rows, int frames)
+{
+    DeclickChannelGroup& group = groups_[index];
+    group.process(rows + group.firstChannel(), frames);
+}
+
+void MultichannelDeclicker::process(float* const* rows, int frames)
+{
+    if (jobs_ == 1) {
+        for (std::size_t g = 0; g < groups_.size(); ++g) processGroup(g, rows, frames);
+        return;
+    }
+    // Groups go to whichever thread asks next: which one runs a group does not
+    // change its output.
+    std::atomic<std::size_t> next{0};
+    auto work = [&] {
+        for (std::size_t g = next++; g < groups_.size(); g = next++) processGroup(g, rows, frames);
+    };
+    std::vector<std::jthread> helpers;
+    helpers.reserve(static_cast<std::size_t>(jobs_ - 1));
+    for (int t = 1; t < jobs_; ++t) helpers.emplace_back(work);
+    work();
+}

@@ -1,0 +1,230 @@
+// `ferrotip declick` beyond the engine itself: presets, per-channel engines and
+// threads, the click report, argument checks and an exact bypass.
+#include <sndfile.h>
+#include <stdlib.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "SpanList.h"
+#include "support/CommandRunner.h"
+#include "support/SoundFileReader.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using testsupport::ferrotip;
+
+// Integer-only stereo test audio (the same bits on every platform): two triangle
+// waves, a little generator noise and a click every 3001 samples on alternate channels.
+std::vector<int> portableClickedAudio(int frames)
+{
+    std::vector<int> samples(static_cast<std::size_t>(frames) * 2);
+    std::uint32_t state = 12345;
+    for (int t = 0; t < frames; ++t) {
+        for (int c = 0; c < 2; ++c) {
+            const int period = c == 0 ? 200 : 331;
+            const int phase = t % period;
+            const int triangle = (phase < period / 2 ? phase : period - phase) * 4 * 3000 / period - 3000;
+            const int slow = ((t / 7) % 1000 < 500 ? (t / 7) % 1000 : 1000 - (t / 7) % 1000) * 8 - 2000;
+            state = state * 1664525u + 1013904223u;
+            const int noise = static_cast<int>(state >> 24) - 128;
+            int value = triangle + slow + noise;
+            if (t % 3001 == 1500 && (t / 3001) % 2 == c) value += (t % 2 ? 9000 : -9000);
+            samples[static_cast<std::size_t>(t) * 2 + c] = value;
+        }
+    }
+    return samples;
+}
+
+void writeIntWav(const std::string& path, const std::vector<int>& samples, int format)
+{
+    SF_INFO info{};
+    info.samplerate = 44100;
+    info.channels = 2;
+    info.format = format;
+    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
+    ASSERT_NE(file, nullptr) << sf_strerror(nullptr);
+    std::vector<short> pcm(samples.begin(), samples.end());
+    sf_writef_short(file, pcm.data(), static_cast<sf_count_t>(samples.size() / 2));
+    sf_close(file);
+}
+
+// FNV-1a over the bytes of the file's float samples.
+std::uint64_t digestOf(const std::string& path)
+{
+    const auto audio = testsupport::readSoundFile<float>(path);
+    std::uint64_t hash = 1469598103934665603ull;
+    const auto* bytes = reinterpret_cast<const unsigned char*>(audio.samples.data());
+    for (std::size_t i = 0; i < audio.samples.size() * sizeof(float); ++i) hash = (hash ^ bytes[i]) * 1099511628211ull;
+    return hash;
+}
+
+std::vector<double> readDoubles(const std::string& path)
+{
+    SF_INFO info{};
+    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
+    EXPECT_NE(file, nullptr) << path;
+    if (!file) return {};
+    std::vector<double> samples(static_cast<std::size_t>(info.frames) * info.channels);
+    sf_command(file, SFC_SET_SCALE_INT_FLOAT_WRITE, nullptr, SF_FALSE);
+    sf_command(file, SFC_SET_NORM_DOUBLE, nullptr, SF_FALSE);
+    sf_readf_double(file, samples.data(), info.frames);
+    sf_close(file);
+    return samples;
+}
+
+class DeclickOptions : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        std::string pattern = (fs::temp_directory_path() / "ferrotip-declick-options-XXXXXX").string();
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        dir = pattern;
+        writeIntWav(path("in.wav"), portableClickedAudio(2 * 44100 + 77), SF_FORMAT_WAV | SF_FORMAT_PCM_16);
+    }
+    void TearDown() override { fs::remove_all(dir); }
+    std::string path(const std::string& name) const { return (dir / name).string(); }
+    std::string run(const std::string& arguments, const std::string& out = "out.wav")
+    {
+        const auto outcome = ferrotip("declick -q " + arguments + " " + path("in.wav") + " " + path(out));
+        EXPECT_EQ(outcome.status, 0) << arguments << "\n" << outcome.output;
+        return outcome.output;
+    }
+
+    fs::path dir;
+};
+
+TEST_F(DeclickOptions, OneSharedEngineWithExplicitSettingsKeepsTheEarlierOutputBitForBit)
+{
+    // Digests of the output of the single multichannel engine as it was before
+    // presets and per-channel engines existed, pinned from that version.
+    const std::pair<const char*, std::uint64_t> pinned[] = {
+        {"standard", 0xa88467245915f116ull},
+        {"prediction", 0x8a54ff910e470e2cull},
+    };
+    for (const auto& [engine, digest] : pinned) {
+        SCOPED_TRACE(engine);
+        for (const char* jobs : {"1", "2"}) {
+            run(std::string("--shared-engine --jobs ") + jobs + " --engine " + engine +
+                " --block 1024 --sensitivity 3 --floor 1e-7");
+            EXPECT_EQ(digestOf(path("out.wav")), digest);
+        }
+    }
+}
+
+TEST_F(DeclickOptions, EveryPresetGivesTheSameBitsWhateverTheNumberOfJobs)
+{
+    for (const char* preset : {"clicks", "crackle", "gentle"}) {
+        SCOPED_TRACE(preset);
+        run(std::string("--preset ") + preset + " --jobs 1", "one.wav");
+        run(std::string("--preset ") + preset + " --jobs 2", "two.wav");
+        run(std::string("--preset ") + preset, "default.wav");
+        EXPECT_EQ(digestOf(path("two.wav")), digestOf(path("one.wav")));
+        EXPECT_EQ(digestOf(path("default.wav")), digestOf(path("one.wav")));
+    }
+}
+
+TEST_F(DeclickOptions, ReportListsTheRepairedSpansInEachFormatAndTheSummaryCountsThem)
+{
+    const std::string summary = run("--preset clicks --report " + path("clicks.csv"));
+    EXPECT_NE(summary.find("spans repaired"), std::string::npos) << summary;
+    EXPECT_NE(summary.find("% of samples changed"), std::string::npos) << summary;
+    const auto spans = readSpanList(path("clicks.csv"), 44100);
+    ASSERT_FALSE(spans.empty());
+    EXPECT_NE(summary.find(std::to_string(spans.size()) + " spans repaired"), std::string::npos) << summary;
+    // Every click lies in a span of its own channel.
+    for (int t = 1500; t < 2 * 44100 + 77; t += 3001) {
+        const int channel = (t / 3001) % 2;
+        const bool covered = std::any_of(spans.begin(), spans.end(), [&](const SampleSpan& span) {
+            return span.channel == channel && span.first <= t && t <= span.last;
+        });
+        EXPECT_TRUE(covered) << "click at " << t << " on channel " << channel;
+    }
+    for (const char* name : {"clicks.json", "clicks.txt"}) {
+        run("--preset clicks --report " + path(name));
+        const auto again = readSpanList(path(name), 44100);
+        ASSERT_EQ(again.size(), spans.size()) << name;
+        EXPECT_EQ(again.front().first, spans.front().first) << name;
+    }
+    std::ifstream labels(path("clicks.txt"));
+    std::string line;
+    std::getline(labels, line);
+    EXPECT_EQ(std::count(line.begin(), line.end(), '\t'), 2) << line;
+}
+
+TEST_F(DeclickOptions, DifferenceWorksWithPresets)
+{
+    for (const char* preset : {"auto", "clicks"}) {
+        SCOPED_TRACE(preset);
+        run(std::string("--preset ") + preset + " --listen difference");
+        const auto output = testsupport::readSoundFile<int>(path("out.wav"));
+        // The first click, 9000 down on channel 0: what was removed comes back inverted.
+        const std::size_t at = 1500 * 2;
+        EXPECT_NEAR(output.samples[at] / 65536.0, 9000.0, 2000.0);
+        EXPECT_NEAR(output.samples[at + 1000] / 65536.0, 0.0, 500.0);
+    }
+}
+
+TEST_F(DeclickOptions, RefusesNonFiniteValuesUnknownPresetsAndReportsOfAnUnknownKindOrOnItsAudio)
+{
+    const std::uint64_t inputDigest = digestOf(path("in.wav"));
+    const std::pair<std::string, const char*> cases[] = {
+        {"--sensitivity nan", "--sensitivity"}, {"--sensitivity inf", "--sensitivity"},
+        {"--floor nan", "--floor"},             {"--floor -inf", "--floor"},
+        {"--preset loud", "--preset"},          {"--jobs 0", "--jobs"},
+        {"--report " + path("spans.wav"), "spans.wav"},
+    };
+    for (const auto& [arguments, named] : cases) {
+        SCOPED_TRACE(arguments);
+        const auto outcome = ferrotip("declick " + arguments + " " + path("in.wav") + " " + path("out.wav"));
+        EXPECT_NE(outcome.status, 0);
+        EXPECT_NE(outcome.output.find(named), std::string::npos) << outcome.output;
+        EXPECT_FALSE(fs::exists(path("out.wav")));
+    }
+    // Audio written under a report's name would be replaced by the report.
+    const auto clash = ferrotip("declick --report " + path("out.txt") + " " + path("in.wav") + " " + path("out.txt"));
+    EXPECT_NE(clash.status, 0);
+    EXPECT_NE(clash.output.find("--report"), std::string::npos) << clash.output;
+    EXPECT_FALSE(fs::exists(path("out.txt")));
+    EXPECT_EQ(digestOf(path("in.wav")), inputDigest);
+}
+
+// Full-range samples that a 32-bit float path would round.
+TEST_F(DeclickOptions, BypassIsExactFor32BitIntegerAnd64BitFloatFiles)
+{
+    const int frames = 5000;
+    std::vector<double> values(static_cast<std::size_t>(frames) * 2);
+    std::uint32_t state = 99;
+    for (double& v : values) {
+        state = state * 1664525u + 1013904223u;
+        v = (static_cast<double>(static_cast<std::int32_t>(state)) + 0.123456789) / 2147483648.0;
+    }
+    for (const int subtype : {SF_FORMAT_PCM_32, SF_FORMAT_DOUBLE}) {
+        SCOPED_TRACE(subtype);
+        SF_INFO info{};
+        info.samplerate = 48000;
+        info.channels = 2;
+        info.format = SF_FORMAT_WAV | subtype;
+        SNDFILE* file = sf_open(path("wide.wav").c_str(), SFM_WRITE, &info);
+        ASSERT_NE(file, nullptr);
+        sf_command(file, SFC_SET_CLIPPING, nullptr, SF_TRUE);
+        sf_writef_double(file, values.data(), frames);
+        sf_close(file);
+        const auto outcome =
+            ferrotip("declick -q --listen bypass " + path("wide.wav") + " " + path("wide-out.wav"));
+        ASSERT_EQ(outcome.status, 0) << outcome.output;
+        EXPECT_EQ(readDoubles(path("wide-out.wav")), readDoubles(path("wide.wav")));
+    }
+}
+
+}  // namespace
