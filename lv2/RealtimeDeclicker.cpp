@@ -88,8 +88,7 @@ void RealtimeDeclicker::reset()
     position_ = 0;
     changingEngine_ = false;
     engineRamp_.position = listenRamp_.position = -1;
-    engine_ = target_.engine;
-    listen_ = target_.listen;
+    started_ = false;
 }
 
 void RealtimeDeclicker::process(const float* const* in, float* const* out, int n)
@@ -126,6 +125,11 @@ void RealtimeDeclicker::processEngineBlock()
 
 void RealtimeDeclicker::applySettings()
 {
+    if (!started_) {  // nothing has been heard since the reset: no fade needed
+        engine_ = target_.engine;
+        listen_ = target_.listen;
+        started_ = true;
+    }
     if (!changingEngine_ && target_.engine != engine_) startEngineChange(target_.engine);
     if (!listenRamp_.running() && target_.listen != listen_) {
         nextListen_ = target_.listen;

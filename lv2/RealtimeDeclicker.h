@@ -39,7 +39,7 @@ public:
     ~RealtimeDeclicker();
 
     // Back to the just-built state: silence in every delay, engines reset, every
-    // generator state at 1, settings applied at once without fades.
+    // generator state at 1; the settings of the first engine block apply without fades.
     void reset();
     void setSettings(const DeclickSettings& settings) { target_ = settings; }
     void process(const float* const* in, float* const* out, int n);
@@ -101,6 +101,7 @@ private:
     int position_ = 0;  // next sample of input_ and output_
 
     DeclickSettings target_;
+    bool started_ = false;  // an engine block has been processed since the reset
     float floor_ = 0.0f;
     EngineKind engine_ = EngineKind::standard;
     EngineKind nextEngine_ = EngineKind::standard;
