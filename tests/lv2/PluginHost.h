@@ -6,10 +6,10 @@
 
 #include <lilv/lilv.h>
 
-#include <gtest/gtest.h>
-
+#include <algorithm>
 #include <cstdint>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
