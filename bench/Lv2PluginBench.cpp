@@ -4,9 +4,7 @@
 // per channel; its inverse is the share of one core each channel takes.
 #include <benchmark/benchmark.h>
 
-#include <random>
-
-#include "crackle/CrackleTestSignals.h"
+#include "lv2/ClickedMusic.h"
 #include "lv2/PluginHost.h"
 
 namespace {
@@ -16,17 +14,7 @@ constexpr int hostBlock = 256;
 
 const lv2test::Channels& clickedMusic()
 {
-    static const lv2test::Channels audio = [] {
-        auto x = cracklefixture::musicLike(2, static_cast<int>(10 * rate), 2024);
-        std::mt19937 rng(7);
-        for (auto& row : x) {
-            for (int at = 3000; at + 64 < static_cast<int>(row.size()); at += 2000 + static_cast<int>(rng() % 4000)) {
-                const auto shape = cracklefixture::clickShape(1 + static_cast<int>(rng() % 40), 0.3, rng);
-                for (std::size_t i = 0; i < shape.size(); ++i) row[at + i] += shape[i];
-            }
-        }
-        return x;
-    }();
+    static const lv2test::Channels audio = lv2test::clickedMusic(2, static_cast<int>(10 * rate), 2024);
     return audio;
 }
 

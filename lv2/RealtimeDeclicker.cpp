@@ -89,6 +89,10 @@ void RealtimeDeclicker::reset()
     changingEngine_ = false;
     engineRamp_.position = listenRamp_.position = -1;
     started_ = false;
+    // A library loaded at run time gets its thread-local storage set up on a thread's
+    // first touch: do it here, so a host that activates and runs on one thread never
+    // meets that inside process().
+    [[maybe_unused]] volatile std::uint32_t touch = ferrotip::detail::classicRandState;
 }
 
 void RealtimeDeclicker::process(const float* const* in, float* const* out, int n)

@@ -106,7 +106,7 @@ private:
     EngineKind engine_ = EngineKind::standard;
     EngineKind nextEngine_ = EngineKind::standard;
     bool changingEngine_ = false;
-    int settleLeft_ = 0;
+    int settleLeft_ = 0;  // samples the incoming engine still runs unheard
     Ramp engineRamp_;
     ListenMode listen_ = ListenMode::normal;
     ListenMode nextListen_ = ListenMode::normal;

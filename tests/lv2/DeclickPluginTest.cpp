@@ -10,8 +10,8 @@
 #include <random>
 #include <thread>
 
+#include "ClickedMusic.h"
 #include "PluginHost.h"
-#include "crackle/CrackleTestSignals.h"
 
 namespace {
 
@@ -22,19 +22,10 @@ constexpr double rate = 48000.0;
 constexpr int expectedLatency = 1926 + 512;  // the engine's, plus one engine block of FIFO
 const std::vector<int> hostBlockSizes = {1, 32, 64, 100, 256, 1024, 4096};
 
-// Two seconds of music-like audio with clicks of 1 to 40 samples, seeded.
+// Two seconds of music with clicks, seeded.
 Channels clickedMusic(int channels)
 {
-    constexpr unsigned seed = 17;
-    Channels x = cracklefixture::musicLike(channels, static_cast<int>(2 * rate), seed);
-    std::mt19937 rng(seed);
-    for (auto& row : x) {
-        for (int at = 2500; at + 64 < static_cast<int>(row.size()); at += 1500 + static_cast<int>(rng() % 3000)) {
-            const auto shape = cracklefixture::clickShape(1 + static_cast<int>(rng() % 40), 0.3, rng);
-            for (std::size_t i = 0; i < shape.size(); ++i) row[at + i] += shape[i];
-        }
-    }
-    return x;
+    return lv2test::clickedMusic(channels, static_cast<int>(2 * rate), 17);
 }
 
 auto fixedBlocks(int size)

@@ -6,16 +6,17 @@
 // temporary prefix and removes it.
 #include <sndfile.h>
 #include <stdlib.h>
+#include <sys/wait.h>
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
-#include <random>
 #include <string>
 #include <vector>
 
-#include "crackle/CrackleTestSignals.h"
+#include "ClickedMusic.h"
 #include "support/SoundFileReader.h"
 
 namespace {
@@ -104,17 +105,10 @@ protected:
     fs::path bundle_;
 };
 
-// Two seconds of music-like audio at 48 kHz with clicks of 1 to 40 samples, seeded.
+// Two seconds of mono music with clicks, seeded.
 std::vector<float> clickedMusic()
 {
-    constexpr unsigned seed = 41;
-    auto x = cracklefixture::musicLike(1, 2 * rate, seed)[0];
-    std::mt19937 rng(seed);
-    for (int at = 3000; at + 64 < static_cast<int>(x.size()); at += 1500 + static_cast<int>(rng() % 3000)) {
-        const auto shape = cracklefixture::clickShape(1 + static_cast<int>(rng() % 40), 0.3, rng);
-        for (std::size_t i = 0; i < shape.size(); ++i) x[at + i] += shape[i];
-    }
-    return x;
+    return lv2test::clickedMusic(1, 2 * rate, 41)[0];
 }
 
 TEST_F(Lv2Tools, ValidateAcceptsTheInstalledBundle)
