@@ -139,10 +139,7 @@ void RealtimeDeclicker::applySettings()
         nextListen_ = target_.listen;
         listenRamp_.position = 0;
     }
-    double sum = 0.0;
-    for (int c = 0; c < channels_; ++c)
-        for (int i = 0; i < engineBlock; ++i) sum += static_cast<double>(input_[c][i]) * input_[c][i];
-    const double meanSquare = level_.push(sum / (static_cast<double>(engineBlock) * channels_));
+    const double meanSquare = level_.push(inputMeanSquare());
     floor_ = target_.absoluteFloor ? target_.floor : static_cast<float>(target_.floorRatio * meanSquare);
     for (ChannelEngines& channel : engines_) {
         for (auto& engine : channel.engine) {
@@ -150,6 +147,14 @@ void RealtimeDeclicker::applySettings()
             engine->setSpectralFloor(floor_);
         }
     }
+}
+
+double RealtimeDeclicker::inputMeanSquare() const
+{
+    double sum = 0.0;
+    for (int c = 0; c < channels_; ++c)
+        for (int i = 0; i < engineBlock; ++i) sum += static_cast<double>(input_[c][i]) * input_[c][i];
+    return sum / (static_cast<double>(engineBlock) * channels_);
 }
 
 void RealtimeDeclicker::startEngineChange(EngineKind next)

@@ -81,7 +81,9 @@ private:
 
     void processEngineBlock();
     static std::vector<ChannelEngines> makeEngines(int channels);
+    // At an engine-block edge: start fades, track the level, write floor and sensitivity.
     void applySettings();
+    double inputMeanSquare() const;  // of the engine block in input_, all channels
     void startEngineChange(EngineKind next);
     void runEngines(EngineKind kind, standardLib::CBuffer2D<float>& rows);
     void writeOutput();
