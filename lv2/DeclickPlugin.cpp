@@ -85,7 +85,11 @@ DeclickSettings readSettings(const Plugin& plugin)
 
 LV2_Handle instantiate(const LV2_Descriptor* descriptor, double rate, const char*, const LV2_Feature* const*)
 {
-    return new (std::nothrow) Plugin(channelsOf(descriptor), rate);
+    try {
+        return new Plugin(channelsOf(descriptor), rate);
+    } catch (const std::bad_alloc&) {  // the host sees a failed instantiation, not an exception
+        return nullptr;
+    }
 }
 
 void connectPort(LV2_Handle handle, std::uint32_t port, void* data)
