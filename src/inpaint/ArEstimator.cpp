@@ -48,6 +48,21 @@ void ArEstimator::add(const double* samples, int count)
     for (int lag = 0; lag <= currentOrder; ++lag) lags[lag] += padded[lag];
 }
 
+void ArEstimator::setModelSpectrum(const double* a, int order)
+{
+    currentOrder = std::min(order, maxOrder_);
+    std::copy_n(a, currentOrder + 1, padded.get());
+    std::fill(padded.get() + currentOrder + 1, padded.get() + fftSize, 0.0);
+    fft.realForward(padded.get(), re.get(), im.get());
+    for (int k = 0; k <= fftSize / 2; ++k) {
+        const double power = re[k] * re[k] + im[k] * im[k];
+        re[k] = power > 0.0 ? 1.0 / power : 0.0;
+        im[k] = 0.0;
+    }
+    fft.realInverse(re.get(), im.get(), padded.get());
+    std::copy_n(padded.get(), currentOrder + 1, lags.get());
+}
+
 const double* ArEstimator::model(double lagScale, double whiteFloor)
 {
     const int p = currentOrder;

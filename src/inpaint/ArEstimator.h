@@ -23,6 +23,10 @@ public:
     void begin(int order);
     // Adds the autocorrelation of samples[0..count) (count <= maxStretch), lags 0..order.
     void add(const double* samples, int count);
+    // Replaces the lags by the autocorrelation of the model a[0..order] (order at most
+    // maxOrder), as 1 / |A|^2 on the transform's grid: with model(0, floor) this puts
+    // a white floor under another estimator's spectrum.
+    void setModelSpectrum(const double* a, int order);
     // The model from everything added: lags weighted by exp(-(lag / lagScale)^2 / 2)
     // (lagScale <= 0: no window), lag 0 raised by the factor 1 + whiteFloor.
     // Returns coefficients (order + 1 values); all zero but a[0] for silent input.

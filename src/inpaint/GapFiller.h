@@ -1,34 +1,41 @@
 // Fills a gap of missing samples in one or more channels from the audio on both
-// sides, by iterated least-squares autoregressive (AR) interpolation over the whole
-// gap (after Janssen, Veldhuis & Vries, "Adaptive interpolation of discrete-time
-// signals that can be modeled as autoregressive processes", 1986, run gap-wise as
-// in Mokrý & Rajmic, "On the use of autoregressive methods for audio inpainting").
+// sides, by least-squares autoregressive (AR) interpolation over the whole gap
+// (Janssen, Veldhuis & Vries, "Adaptive interpolation of discrete-time signals that
+// can be modeled as autoregressive processes", 1986, run gap-wise as in Mokrý &
+// Rajmic, "On the use of autoregressive methods for audio inpainting", 2024).
 //
-// Each pass takes one AR model from the context on both sides (the first pass from
-// the two sides alone, so the unknown samples never bias it; later passes across the
-// current fill, the channels' autocorrelations pooled), then puts in the samples that
-// minimise the model's prediction error over every residual that touches the gap:
-// a banded Toeplitz system solved by Levinson's recursion for all channels at once.
+// The first model comes from the context on both sides alone, so the unknown samples
+// never bias it; further passes take it across the current fill. The channels'
+// autocorrelations are pooled into one model, so one banded Toeplitz system, solved
+// by Levinson's recursion, serves every channel. The same model also fills two
+// stretches of known audio of the gap's length just outside the gap's reach; how well
+// it restores them sets a gain in [0, 1] on the fill (the least-squares gain that
+// would have been best there), which keeps an unreliable fill from doing worse than
+// silence.
 //
 // Samples are floats in any scale; only the gap's samples are written. The caller
 // provides contextLength(length) samples before and after the gap (zeros where the
 // recording has none). The constructor allocates for gaps up to maxGap samples and
-// up to maxChannels channels; fill never allocates. Double arithmetic in plain
-// loops: the same bits on every platform. One thread at a time per object.
+// up to maxChannels channels; fill never allocates. Double arithmetic in plain loops
+// and the signal library's FFT: the same bits on every platform and path. One thread
+// at a time per object.
 #pragma once
 
 #include <memory>
 
 #include "inpaint/ArEstimator.h"
+#include "inpaint/BurgEstimator.h"
+#include "inpaint/NormalProduct.h"
 #include "inpaint/ToeplitzSolver.h"
 
 struct InpaintSettings {
-    double contextMs = 90.0;   // context on each side
-    int orderCap = 1024;       // highest AR order (also at most the context)
-    int iterations = 3;        // model / fill passes
-    double lagScaleMs = 0.0;   // Gaussian lag window width, 0 for none
-    double whiteFloor = 1e-9;  // relative white-noise floor of the model's spectrum
-    double loading = 1e-9;     // relative diagonal loading of the fill's normal equations
+    static constexpr int maxCandidates = 4;
+    // Context on each side for each candidate model (0 ends the list).
+    double contextMs[maxCandidates] = {90.0, 0.0, 0.0, 0.0};
+    double orderMs = 23.2;     // AR order in time (1024 samples at 44.1 kHz), at most the context
+    int passes = 1;            // model / fill passes
+    bool validate = true;      // scale the fill by its reliability on known audio
+    double whiteFloor = 1e-8;  // white floor under the model's spectrum, relative to its power
 };
 
 class GapFiller {
@@ -42,23 +49,37 @@ public:
     void fill(float* const* channels, int channelCount, int start, int length);
 
 private:
-    int order(int context) const;
-    void loadSegments(float* const* channels, int channelCount, int start, int length, int context);
-    void estimate(int channelCount, int length, int context, bool sidesOnly);
-    void solveGap(int channelCount, int length, int context);
+    struct Layout {
+        int length, reach, total;
+        int gap() const { return reach; }
+    };
+    Layout layout(int length) const;
     double* segment(int channel) const;
+    double* rightHandSide(int row) const;
+    void load(float* const* channels, int channelCount, int start, const Layout& at);
+    void estimate(int channelCount, const Layout& at, int context, bool sidesOnly);
+    void keepCandidate(int candidate, int channelCount, const Layout& at);
+    void combineCandidates(int channelCount, const Layout& at);
+    void solve(int channelCount, const Layout& at);
+    int validationStart(const Layout& at, int side) const;
 
     InpaintSettings settings_;
-    int rate;
+    int candidates = 0;
+    int candidateContext[InpaintSettings::maxCandidates] = {};
+    int contextSamples;  // the longest candidate's
+    int order;
     int maxGap_;
     int maxChannels_;
-    int maxContext;
     int segmentCapacity;
-    ArEstimator estimator;
+    BurgEstimator estimator;
+    ArEstimator flooring;
+    NormalProduct normal;
     ToeplitzSolver solver;
-    std::unique_ptr<double[]> segments;        // maxChannels x segmentCapacity
-    std::unique_ptr<double[]> residual;        // maxGap + order
-    std::unique_ptr<double[]> modelAutocorr;   // order + 1
-    std::unique_ptr<double*[]> gapPointers;    // maxChannels
-    const double* model = nullptr;
+    std::unique_ptr<double[]> segments;   // maxChannels rows of segmentCapacity
+    std::unique_ptr<double[]> work;       // segmentCapacity
+    std::unique_ptr<double[]> rightHandSides;  // 3 * maxChannels rows of maxGap
+    std::unique_ptr<double*[]> rows;      // 3 * maxChannels right-hand sides
+    std::unique_ptr<double[]> column;     // order + 1
+    std::unique_ptr<double[]> candidateFills;  // maxCandidates x 3 x maxChannels x maxGap
+    double weights[InpaintSettings::maxCandidates] = {};
 };

@@ -13,12 +13,17 @@ ToeplitzSolver::ToeplitzSolver(int maxSize, int maxRightHandSides)
 
 namespace {
 
-// sum_{i=1}^{terms} r[i] v[k - i], summed in order of i.
+// sum_{i=1}^{terms} r[i] v[k - i]: eight partial sums over i modulo 8, joined in a
+// fixed tree, so the latency of one long chain of additions is not the limit.
 double bandedDot(const double* r, const double* v, int k, int terms)
 {
-    double sum = 0.0;
-    for (int i = 1; i <= terms; ++i) sum += r[i] * v[k - i];
-    return sum;
+    double partial[8] = {};
+    int i = 1;
+    for (; i + 7 <= terms; i += 8)
+        for (int lane = 0; lane < 8; ++lane) partial[lane] += r[i + lane] * v[k - i - lane];
+    for (int lane = 0; i <= terms; ++i, ++lane) partial[lane] += r[i] * v[k - i];
+    return ((partial[0] + partial[1]) + (partial[2] + partial[3])) +
+           ((partial[4] + partial[5]) + (partial[6] + partial[7]));
 }
 
 // v[j] += scale * v[k - 1 - j] for j < k, both ends of each pair read before writing.

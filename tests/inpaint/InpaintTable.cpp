@@ -26,12 +26,15 @@ std::vector<std::string> split(const std::string& text)
 InpaintSettings settingsFromEnvironment()
 {
     InpaintSettings s;
-    if (const char* v = std::getenv("INPAINT_CONTEXT_MS")) s.contextMs = std::atof(v);
-    if (const char* v = std::getenv("INPAINT_ORDER")) s.orderCap = std::atoi(v);
-    if (const char* v = std::getenv("INPAINT_ITERATIONS")) s.iterations = std::atoi(v);
-    if (const char* v = std::getenv("INPAINT_LAG_MS")) s.lagScaleMs = std::atof(v);
+    if (const char* v = std::getenv("INPAINT_CONTEXT_MS")) {
+        const auto parts = split(v);
+        for (int i = 0; i < InpaintSettings::maxCandidates; ++i)
+            s.contextMs[i] = i < static_cast<int>(parts.size()) ? std::atof(parts[i].c_str()) : 0.0;
+    }
+    if (const char* v = std::getenv("INPAINT_ORDER_MS")) s.orderMs = std::atof(v);
+    if (const char* v = std::getenv("INPAINT_PASSES")) s.passes = std::atoi(v);
+    if (std::getenv("INPAINT_NO_VALIDATION")) s.validate = false;
     if (const char* v = std::getenv("INPAINT_WHITE")) s.whiteFloor = std::atof(v);
-    if (const char* v = std::getenv("INPAINT_LOADING")) s.loading = std::atof(v);
     return s;
 }
 
@@ -45,12 +48,31 @@ Filler gapFiller(const InpaintSettings& settings)
     };
 }
 
+Filler ensembleFiller()
+{
+    return [](std::vector<std::vector<float>>& window, int gapStart, int gapLength, int rate) {
+        std::vector<std::vector<double>> sum(window.size(), std::vector<double>(gapLength, 0.0));
+        const auto contexts = split(std::getenv("INPAINT_ENSEMBLE"));
+        for (const auto& c : contexts) {
+            auto copy = window;
+            InpaintSettings s = settingsFromEnvironment();
+            s.contextMs[0] = std::atof(c.c_str());
+            gapFiller(s)(copy, gapStart, gapLength, rate);
+            for (std::size_t ch = 0; ch < window.size(); ++ch)
+                for (int i = 0; i < gapLength; ++i) sum[ch][i] += copy[ch][gapStart + i];
+        }
+        for (std::size_t ch = 0; ch < window.size(); ++ch)
+            for (int i = 0; i < gapLength; ++i) window[ch][gapStart + i] = sum[ch][i] / contexts.size();
+    };
+}
+
 Filler namedFiller(const std::string& name)
 {
     if (name == "zero") return zeroFiller();
     if (name.size() == 2 && name[0] == 'm') return methodFiller(name[1] - '0');
     if (name == "classic") return classicReferenceFiller();
     if (name == "gapwise") return gapwiseReferenceFiller();
+    if (name == "ensemble") return ensembleFiller();
     if (name == "inpaint") return gapFiller(settingsFromEnvironment());
     std::fprintf(stderr, "unknown filler '%s'\n", name.c_str());
     std::exit(2);
