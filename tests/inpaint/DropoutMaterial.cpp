@@ -173,8 +173,8 @@ double meanSnr(const std::vector<Recording>& recordings, const std::vector<Gap>&
 
 int comparisonMargin(int rate)
 {
-    // The waveform methods search up to about 1.3 s around a 250 ms region.
-    return rate * 3 / 2;
+    // The widest waveform methods read 6 s on each side of the region.
+    return rate * 6 + rate / 2;
 }
 
 Filler zeroFiller()

@@ -2,6 +2,7 @@
 // allocation per gap, the same bits for one gap filled twice.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <random>
 #include <vector>
@@ -49,6 +50,50 @@ TEST(GapFiller, RestoresTonesAcrossAFiftyMillisecondGap)
     float* pointers[2] = {channels[0].data(), channels[1].data()};
     filler.fill(pointers, 2, context, gap);
     for (int c = 0; c < 2; ++c) EXPECT_GT(snrDb(original[c], channels[c], context, gap), 40.0) << "channel " << c;
+}
+
+TEST(GapFiller, AllocatesNothingPerGapAndRepeatsItsBits)
+{
+    const int longest = rate / 4;
+    GapFiller filler(rate, longest, 2);
+    const int context = filler.contextLength(longest);
+    const auto original = tones(2 * context + longest, 2);
+    for (int gap : {rate / 200, rate / 20, longest}) {
+        auto first = original, second = original;
+        float* a[2] = {first[0].data(), first[1].data()};
+        float* b[2] = {second[0].data(), second[1].data()};
+        const std::size_t allocations = testsupport::allocationsDuring([&] { filler.fill(a, 2, context, gap); });
+        EXPECT_EQ(allocations, 0u) << gap << " samples";
+        filler.fill(b, 2, context, gap);
+        EXPECT_EQ(first, second) << gap << " samples";
+        for (int c = 0; c < 2; ++c) {  // nothing outside the gap changes
+            EXPECT_TRUE(std::equal(first[c].begin(), first[c].begin() + context, original[c].begin()));
+            EXPECT_TRUE(std::equal(first[c].begin() + context + gap, first[c].end(), original[c].begin() + context + gap));
+        }
+    }
+}
+
+TEST(GapFiller, FillsOneChannelAloneAsWellAsInAGroup)
+{
+    const int gap = rate / 100;
+    GapFiller filler(rate, gap, 2);
+    const int context = filler.contextLength(gap);
+    const auto original = tones(2 * context + gap, 3);
+    auto channels = original;
+    float* only[1] = {channels[1].data()};
+    filler.fill(only, 1, context, gap);
+    EXPECT_EQ(channels[0], original[0]);
+    EXPECT_GT(snrDb(original[1], channels[1], context, gap), 40.0);
+}
+
+TEST(GapFiller, SilenceStaysSilent)
+{
+    const int gap = rate / 50;
+    GapFiller filler(rate, gap, 1);
+    std::vector<float> zeros(2 * filler.contextLength(gap) + gap, 0.0f);
+    float* pointers[1] = {zeros.data()};
+    filler.fill(pointers, 1, filler.contextLength(gap), gap);
+    for (float v : zeros) ASSERT_EQ(v, 0.0f);
 }
 
 }  // namespace
