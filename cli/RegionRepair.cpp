@@ -166,9 +166,11 @@ Channels readWindow(AudioReader& reader, std::int64_t first, std::int64_t count,
 
 class RegionRepairer {
 public:
-    RegionRepairer(AudioReader& reader, std::int64_t longestFill)
-        : reader_(reader), filler_(reader.sampleRate(), static_cast<int>(std::max<std::int64_t>(longestFill, 1)),
-                                   reader.channels())
+    // One filler for every length up to the longest, so a region's repair never
+    // depends on which other regions the list holds.
+    explicit RegionRepairer(AudioReader& reader)
+        : reader_(reader),
+          filler_(reader.sampleRate(), longestDropoutMs * reader.sampleRate() / 1000, reader.channels())
     {
     }
 
@@ -269,10 +271,7 @@ void repairRegions(const RegionRequest& request)
     std::vector<Region> regions = merged(requestedRegions(request, reader));
     checkLengths(regions, request.method, rate);
 
-    std::int64_t longestFill = 1;
-    for (const Region& r : regions)
-        if (!r.choice.method) longestFill = std::max(longestFill, r.length());
-    RegionRepairer repairer(reader, longestFill);
+    RegionRepairer repairer(reader);
     std::vector<Patch> patches;
     for (const Region& r : regions) patches.push_back(repairer.repair(r, patches));
 
