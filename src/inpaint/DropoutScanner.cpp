@@ -28,26 +28,31 @@ double DropoutScanner::historyEnergy(const ChannelState& s, std::int64_t from, i
     return energy;
 }
 
+int DropoutScanner::nearFrames() const { return std::max(1, criteria_.guard / 5); }
+
 void DropoutScanner::endRun(ChannelState& s, int)
 {
     const std::int64_t length = position - s.runStart;
     if (length >= criteria_.minRun && length <= criteria_.maxRun && s.leftLoud &&
         std::fabs(s.value) < criteria_.clipLevel)
-        s.pending.push_back({s.runStart, position - 1, 0.0, 0});
+        s.pending.push_back({s.runStart, position - 1, 0.0, 0.0, 0});
 }
 
 void DropoutScanner::take(int channel, double sample)
 {
     ChannelState& s = states[channel];
-    const double needed = criteria_.floor * criteria_.floor * criteria_.guard;
+    const double squaredFloor = criteria_.floor * criteria_.floor;
+    const int near = nearFrames();
     // Right sides of the runs that ended before this sample.
     for (Pending& p : s.pending) {
         p.rightEnergy += sample * sample;
+        if (p.rightCount < near) p.nearEnergy += sample * sample;
         ++p.rightCount;
     }
     while (!s.pending.empty() && s.pending.front().rightCount == criteria_.guard) {
         const Pending& p = s.pending.front();
-        if (p.rightEnergy >= needed) s.found.push_back({channel, p.first, p.last});
+        if (p.rightEnergy >= squaredFloor * criteria_.guard && p.nearEnergy >= squaredFloor * near)
+            s.found.push_back({channel, p.first, p.last});
         s.pending.erase(s.pending.begin());
     }
     if (position == 0 || sample != s.value) {
@@ -61,7 +66,8 @@ void DropoutScanner::take(int channel, double sample)
     // When the run reaches its shortest length, its left side is still in the history.
     if (position - s.runStart + 1 == criteria_.minRun)
         s.leftLoud = s.runStart >= criteria_.guard &&
-                     historyEnergy(s, s.runStart - criteria_.guard, criteria_.guard) >= needed;
+                     historyEnergy(s, s.runStart - criteria_.guard, criteria_.guard) >= squaredFloor * criteria_.guard &&
+                     historyEnergy(s, s.runStart - near, near) >= squaredFloor * near;
 }
 
 std::vector<Dropout> DropoutScanner::finish()

@@ -1,7 +1,9 @@
 // Finds digital dropouts in a stream of interleaved frames: runs of one repeated value
 // (exact zeros, or a held sample) that last minRun to maxRun frames, with sound on
 // both sides: the rms of the `guard` frames before the run and of the `guard` frames
-// after it at or above `floor` (linear, in the samples' own scale). Runs that touch
+// after it at or above `floor` (linear, in the samples' own scale), and so is the rms
+// of the guard / 5 frames right next to it on each side, which tells a fade to zero
+// (quiet just before the run) from sound cut off. Runs that touch
 // the stream's start or end, runs longer than maxRun (silence between tracks), runs
 // after a fade (quiet before them) and runs held at or above `clipLevel` (clipping,
 // not a dropout) are not dropouts.
@@ -43,7 +45,7 @@ public:
 private:
     struct Pending {
         std::int64_t first, last;
-        double rightEnergy;
+        double rightEnergy, nearEnergy;
         int rightCount;
     };
     struct ChannelState {
@@ -56,6 +58,7 @@ private:
     };
     void take(int channel, double sample);
     void endRun(ChannelState& s, int channel);
+    int nearFrames() const;
     double historyEnergy(const ChannelState& s, std::int64_t from, int count) const;
 
     int channels_;
