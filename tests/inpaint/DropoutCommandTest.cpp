@@ -95,7 +95,9 @@ TEST_F(DropoutCommand, ScanThenRepairMendsOnlyTheDropouts)
             for (int c = 0; c < 2; ++c)
                 if (d.channel < 0 || d.channel == c) inDropout[2 * f + c] = true;
     for (std::size_t i = 0; i < damaged.size(); ++i)
-        if (!inDropout[i]) ASSERT_EQ(out[i], damaged[i]) << "sample " << i << " outside the dropouts changed";
+        if (!inDropout[i]) {
+            ASSERT_EQ(out[i], damaged[i]) << "sample " << i << " outside the dropouts changed";
+        }
     for (const auto& d : dropouts) {
         double signal = 0.0, error = 0.0;
         for (int f = d.first; f <= d.last; ++f)
@@ -108,7 +110,9 @@ TEST_F(DropoutCommand, ScanThenRepairMendsOnlyTheDropouts)
         std::printf("dropout at %d: %.1f dB\n", d.first, 10.0 * std::log10(signal / error));
         // The figures belong to the quality test; here the short, two-channel one
         // shows the filler ran (27.6 dB when this was written).
-        if (d.first == dropouts[0].first) EXPECT_GT(10.0 * std::log10(signal / error), 15.0);
+        if (d.first == dropouts[0].first) {
+            EXPECT_GT(10.0 * std::log10(signal / error), 15.0);
+        }
     }
     const auto again = ferrotip("scan " + path("out.wav"));
     EXPECT_NE(again.output.find("0 dropouts found"), std::string::npos) << again.output;
