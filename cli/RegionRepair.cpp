@@ -13,6 +13,7 @@
 #include "RepairWindow.h"
 #include "SampleCount.h"
 #include "SpanList.h"
+#include "inpaint/AutoChoice.h"
 #include "inpaint/GapFiller.h"
 
 namespace {
@@ -32,13 +33,11 @@ struct Choice {
     std::string name() const { return method ? method->name : "inpaint"; }
 };
 
-// auto: the module's AR click repair for the shortest regions, the gap filler above,
-// as measured on music and speech (README, "Filling dropouts").
 Choice autoChoice(std::int64_t length, int rate)
 {
-    const double ms = 1000.0 * static_cast<double>(length) / rate;
-    if (ms <= 0.1) return {findMethod("1")};
-    return {};
+    const int method = autoMethodFor(length, rate);
+    if (method == autoUsesGapFiller) return {};
+    return {findMethod(std::to_string(method))};
 }
 
 struct Region {

@@ -1,6 +1,12 @@
 // Prints the mean gap SNR (dB) of every filler on music and speech, one row per
 // material and gap length, all measured in one run on the same seeded gaps.
 //   inpaint_table [--gaps N] [--long-gaps N] [--lengths 5,10,...] [--fillers zero,m0,...]
+//                 [--materials music,speech] [--files N]
+// Fillers: zero, m0..m6 (the module's methods), classic and gapwise (the plain
+// references; at 100 ms and above on the first --long-gaps gaps only, as they are
+// slow), inpaint, auto. INPAINT_CONTEXT_MS (a comma list of candidates),
+// INPAINT_ORDER_MS, INPAINT_PASSES, INPAINT_WHITE and INPAINT_NO_VALIDATION set the
+// filler's parameters for experiments.
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -9,6 +15,7 @@
 #include <vector>
 
 #include "inpaint/DropoutMaterial.h"
+#include "inpaint/AutoChoice.h"
 #include "inpaint/GapFiller.h"
 
 using namespace inpaint_test;
@@ -48,31 +55,22 @@ Filler gapFiller(const InpaintSettings& settings)
     };
 }
 
-Filler ensembleFiller()
+Filler autoFiller()
 {
     return [](std::vector<std::vector<float>>& window, int gapStart, int gapLength, int rate) {
-        std::vector<std::vector<double>> sum(window.size(), std::vector<double>(gapLength, 0.0));
-        const auto contexts = split(std::getenv("INPAINT_ENSEMBLE"));
-        for (const auto& c : contexts) {
-            auto copy = window;
-            InpaintSettings s = settingsFromEnvironment();
-            s.contextMs[0] = std::atof(c.c_str());
-            gapFiller(s)(copy, gapStart, gapLength, rate);
-            for (std::size_t ch = 0; ch < window.size(); ++ch)
-                for (int i = 0; i < gapLength; ++i) sum[ch][i] += copy[ch][gapStart + i];
-        }
-        for (std::size_t ch = 0; ch < window.size(); ++ch)
-            for (int i = 0; i < gapLength; ++i) window[ch][gapStart + i] = sum[ch][i] / contexts.size();
+        const int method = autoMethodFor(gapLength, rate);
+        if (method == autoUsesGapFiller) gapFiller(InpaintSettings{})(window, gapStart, gapLength, rate);
+        else methodFiller(method)(window, gapStart, gapLength, rate);
     };
 }
 
 Filler namedFiller(const std::string& name)
 {
+    if (name == "auto") return autoFiller();
     if (name == "zero") return zeroFiller();
     if (name.size() == 2 && name[0] == 'm') return methodFiller(name[1] - '0');
     if (name == "classic") return classicReferenceFiller();
     if (name == "gapwise") return gapwiseReferenceFiller();
-    if (name == "ensemble") return ensembleFiller();
     if (name == "inpaint") return gapFiller(settingsFromEnvironment());
     std::fprintf(stderr, "unknown filler '%s'\n", name.c_str());
     std::exit(2);
@@ -82,9 +80,9 @@ Filler namedFiller(const std::string& name)
 
 int main(int argc, char** argv)
 {
-    int gapCount = 8, longGapCount = 8, files = 6;
+    int gapCount = 8, longGapCount = 2, files = 8;
     std::string lengths = "5,10,20,50,100,249";
-    std::string fillers = "zero,m0,m1,m2,m3,m4,m5,m6,classic,gapwise,inpaint";
+    std::string fillers = "zero,m0,m1,m2,m3,m4,m5,m6,classic,gapwise,inpaint,auto";
     std::string materials = "music,speech";
     for (int i = 1; i + 1 < argc; i += 2) {
         const std::string option = argv[i], value = argv[i + 1];
@@ -106,16 +104,18 @@ int main(int argc, char** argv)
         const int margin = comparisonMargin(recordings[0].rate);
         for (const auto& length : split(lengths)) {
             const double ms = std::atof(length.c_str());
-            const auto gaps = makeGaps(recordings, ms, ms >= 100 ? longGapCount : gapCount, 19, margin);
+            const auto gaps = makeGaps(recordings, ms, gapCount, 19, margin);
             std::printf("| %s, %s ms |", material.c_str(), length.c_str());
             std::fflush(stdout);
             for (const auto& f : split(fillers)) {
                 const bool slow = (f == "classic" || f == "gapwise") && ms >= 100;
                 const auto& used = slow ? std::vector<Gap>(gaps.begin(), gaps.begin() + std::min<std::size_t>(gaps.size(), longGapCount)) : gaps;
-                std::printf(" %.1f |", meanSnr(recordings, used, margin, namedFiller(f)));
+                std::printf(" %.1f%s |", meanSnr(recordings, used, margin, namedFiller(f)),
+                            used.size() < gaps.size() ? "*" : "");
                 std::fflush(stdout);
             }
             std::printf("\n");
         }
     }
+    std::printf("(* the reference on the first %d gaps only)\n", longGapCount);
 }
