@@ -262,6 +262,20 @@ bool isRegionMethod(const std::string& method)
     return m == "auto" || m == "inpaint";
 }
 
+void requireKnownMethod(const std::string& method)
+{
+    if (isRegionMethod(method)) return;
+    try {
+        findMethod(method);
+    } catch (const CliError& error) {
+        std::string message = error.what();
+        const std::string list = "choose one of ";
+        const auto at = message.find(list);
+        if (at != std::string::npos) message.insert(at + list.size(), "auto, inpaint, ");
+        throw CliError(message);
+    }
+}
+
 void repairRegions(const RegionRequest& request)
 {
     AudioReader reader(request.input);

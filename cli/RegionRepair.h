@@ -18,6 +18,9 @@ struct RegionRequest {
 // True for the methods only this path serves.
 bool isRegionMethod(const std::string& method);
 
+// Throws CliError listing auto, inpaint and the module's methods unless `method` is one.
+void requireKnownMethod(const std::string& method);
+
 // Throws CliError with a one-line reason when anything is wrong.
 void repairRegions(const RegionRequest& request);
 

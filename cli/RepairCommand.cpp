@@ -110,6 +110,7 @@ void addRepairCommand(CLI::App& app)
                         "auto (default: chosen by length), inpaint (dropouts up to 250 ms), or a "
                         "method number or name (see `ferrotip methods`)");
     command->callback([options] {
+        requireKnownMethod(options->method);
         if (!options->regions.empty() || isRegionMethod(options->method))
             repairRegions({options->input, options->output, options->method, options->start,
                            options->length, options->regions});
