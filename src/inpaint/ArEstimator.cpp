@@ -3,20 +3,11 @@
 #include <algorithm>
 #include <cmath>
 
-namespace {
-
-int powerOfTwoAtLeast(int n)
-{
-    int size = 16;
-    while (size < n) size *= 2;
-    return size;
-}
-
-}  // namespace
+#include "inpaint/TransformSize.h"
 
 ArEstimator::ArEstimator(int maxStretch, int maxOrder)
     : maxOrder_(maxOrder),
-      fftSize(powerOfTwoAtLeast(maxStretch + maxOrder + 1)),
+      fftSize(transformSizeFor(maxStretch + maxOrder + 1)),
       fft(fftSize),
       padded(new double[fftSize]()),
       re(new double[fftSize / 2 + 1]()),

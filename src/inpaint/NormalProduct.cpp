@@ -2,19 +2,10 @@
 
 #include <algorithm>
 
-namespace {
-
-int powerOfTwoAtLeast(int n)
-{
-    int size = 16;
-    while (size < n) size *= 2;
-    return size;
-}
-
-}  // namespace
+#include "inpaint/TransformSize.h"
 
 NormalProduct::NormalProduct(int maxLength, int maxOrder)
-    : size(powerOfTwoAtLeast(std::max(maxLength, 2 * maxOrder + 1))),
+    : size(transformSizeFor(std::max(maxLength, 2 * maxOrder + 1))),
       fft(size),
       power(new double[size / 2 + 1]()),
       work(new double[size]()),

@@ -114,8 +114,16 @@ Segment inner(const Segment& outer, int context)
     return s;
 }
 
-void putBack(Segment& outer, const Segment& s)
+using Estimator = std::vector<double> (*)(const std::vector<double>&, int);
+
+// Janssen's iteration on the reference's own segment: zeros in the gap, then `passes`
+// times a model from the whole segment and the least-squares fill given it.
+void janssen(Segment& outer, int context, int order44k, int passes, Estimator estimator, int rate)
 {
+    Segment s = inner(outer, context);
+    const int order = std::min(order44k * rate / 44100, s.gapStart);
+    std::fill(s.samples.begin() + s.gapStart, s.samples.begin() + s.gapStart + s.gapLength, 0.0);
+    for (int pass = 0; pass < passes; ++pass) leastSquaresFill(s, estimator(s.samples, order));
     std::copy_n(s.samples.begin() + s.gapStart, s.gapLength, outer.samples.begin() + outer.gapStart);
 }
 
@@ -123,20 +131,12 @@ void putBack(Segment& outer, const Segment& s)
 
 void classicJanssen(Segment& segment, int rate)
 {
-    Segment s = inner(segment, classicContext(rate));
-    const int order = std::min(512 * rate / 44100, s.gapStart);
-    std::fill(s.samples.begin() + s.gapStart, s.samples.begin() + s.gapStart + s.gapLength, 0.0);
-    for (int pass = 0; pass < 10; ++pass) leastSquaresFill(s, autocorrelationModel(s.samples, order));
-    putBack(segment, s);
+    janssen(segment, classicContext(rate), 512, 10, autocorrelationModel, rate);
 }
 
 void gapwiseBurgJanssen(Segment& segment, int rate)
 {
-    Segment s = inner(segment, gapwiseContext(rate));
-    const int order = std::min(1024 * rate / 44100, s.gapStart);
-    std::fill(s.samples.begin() + s.gapStart, s.samples.begin() + s.gapStart + s.gapLength, 0.0);
-    for (int pass = 0; pass < 3; ++pass) leastSquaresFill(s, burgModel(s.samples, order));
-    putBack(segment, s);
+    janssen(segment, gapwiseContext(rate), 1024, 3, burgModel, rate);
 }
 
 }  // namespace inpaint_reference
