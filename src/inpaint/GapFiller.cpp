@@ -24,7 +24,7 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
       maxChannels_(maxChannels),
       segmentCapacity(2 * contextLength(maxGap) + maxGap),
       estimator(maxChannels * (2 * contextSamples + maxGap), 2 * maxChannels, order),
-      flooring(8 * order, order),
+      flooring(order),
       normal(segmentCapacity, order),
       solver(maxGap, 3 * maxChannels),
       segments(new double[static_cast<std::size_t>(maxChannels) * segmentCapacity]()),
@@ -94,8 +94,7 @@ void GapFiller::estimate(int channelCount, const Layout& at, int context, bool s
     }
     // Burg's spectra of high order reach depths that make the fill's normal equations
     // singular in double precision; a white floor far below the signal bounds them.
-    flooring.setModelSpectrum(estimator.model(), order);
-    normal.setModel(flooring.model(0.0, settings_.whiteFloor), order);
+    normal.setModel(flooring.floored(estimator.model(), order, settings_.whiteFloor), order);
 }
 
 // The least-squares fill of the gap (and of the validation stretches) given the model:

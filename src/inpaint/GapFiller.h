@@ -23,8 +23,8 @@
 
 #include <memory>
 
-#include "inpaint/ArEstimator.h"
 #include "inpaint/BurgEstimator.h"
+#include "inpaint/ModelFloor.h"
 #include "inpaint/NormalProduct.h"
 #include "inpaint/ToeplitzSolver.h"
 
@@ -72,7 +72,7 @@ private:
     int maxChannels_;
     int segmentCapacity;
     BurgEstimator estimator;
-    ArEstimator flooring;
+    ModelFloor flooring;
     NormalProduct normal;
     ToeplitzSolver solver;
     std::unique_ptr<double[]> segments;   // maxChannels rows of segmentCapacity
