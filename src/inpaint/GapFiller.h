@@ -4,21 +4,22 @@
 // can be modeled as autoregressive processes", 1986, run gap-wise as in Mokrý &
 // Rajmic, "On the use of autoregressive methods for audio inpainting", 2024).
 //
-// The first model comes from the context on both sides alone, so the unknown samples
-// never bias it; further passes take it across the current fill. The channels'
-// autocorrelations are pooled into one model, so one banded Toeplitz system, solved
-// by Levinson's recursion, serves every channel. The same model also fills two
-// stretches of known audio of the gap's length just outside the gap's reach; how well
-// it restores them sets a gain in [0, 1] on the fill (the least-squares gain that
-// would have been best there), which keeps an unreliable fill from doing worse than
-// silence.
+// The model comes from Burg's method over the context on both sides, never across
+// the gap, pooled over the channels; a white floor under its spectrum keeps the
+// solve regular. Further passes (if asked) take the model across the current fill.
+// One banded Toeplitz system, solved by Levinson's recursion with FFT products for
+// the right-hand sides, serves every channel. The same model also fills two stretches
+// of known audio of the gap's length just outside the gap's reach. With several
+// candidate context lengths, each gives a fill, and the least-squares weights that
+// would have restored those known stretches best combine them (with one candidate,
+// a gain of at most 1), which keeps an unreliable fill from doing worse than silence.
 //
 // Samples are floats in any scale; only the gap's samples are written. The caller
 // provides contextLength(length) samples before and after the gap (zeros where the
 // recording has none). The constructor allocates for gaps up to maxGap samples and
 // up to maxChannels channels; fill never allocates. Double arithmetic in plain loops
-// and the signal library's FFT: the same bits on every platform and path. One thread
-// at a time per object.
+// and the signal library's FFT: the same bits on every platform and path for the same
+// maxGap (which sets the transform size). One thread at a time per object.
 #pragma once
 
 #include <memory>
