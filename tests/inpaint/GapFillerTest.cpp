@@ -54,7 +54,7 @@ TEST(GapFiller, RestoresTonesAcrossAFiftyMillisecondGap)
 
 TEST(GapFiller, AllocatesNothingPerGapAndRepeatsItsBits)
 {
-    const int longest = rate / 4;
+    const int longest = rate / 10;
     GapFiller filler(rate, longest, 2);
     const int context = filler.contextLength(longest);
     const auto original = tones(2 * context + longest, 2);

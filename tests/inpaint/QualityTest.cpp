@@ -87,6 +87,7 @@ TEST(InpaintQuality, SpeechAboveItsFloors) { checkFloors(speech(), &Floor::speec
 void checkAgainstWaveformMethods(const Material& material, double margin)
 {
     if (material.recordings.empty()) GTEST_SKIP() << "no " << material.name << " installed";
+    if (!figuresCount) GTEST_SKIP() << "figures only in the optimised build (the command tests fill 250 ms)";
     for (double ms : {100.0, 249.0}) {
         double best = -1e9;
         for (int method = 3; method <= 6; ++method)
