@@ -134,6 +134,14 @@ void checkLengths(std::vector<Region>& regions, const std::string& method, int r
 struct Patch {
     std::int64_t first;
     Channels samples;  // per channel; empty rows for channels left alone
+
+    std::int64_t end() const
+    {
+        std::size_t longest = 0;
+        for (const auto& row : samples) longest = std::max(longest, row.size());
+        return first + static_cast<std::int64_t>(longest);
+    }
+    bool meets(std::int64_t from, std::int64_t count) const { return first < from + count && end() > from; }
 };
 
 // Frames [first, first + count) as the module's floats, zeros beyond the file's ends,
@@ -154,12 +162,14 @@ Channels readWindow(AudioReader& reader, std::int64_t first, std::int64_t count,
             for (int c = 0; c < channels; ++c)
                 data[c][from - first + f] = static_cast<float>(frames[f * channels + c] * scale);
     }
-    for (const Patch& p : patches)
+    for (const Patch& p : patches) {
+        if (!p.meets(first, count)) continue;
         for (int c = 0; c < channels; ++c)
             for (std::size_t i = 0; i < p.samples[c].size(); ++i) {
                 const std::int64_t at = p.first + static_cast<std::int64_t>(i) - first;
                 if (at >= 0 && at < count) data[c][at] = p.samples[c][i];
             }
+    }
     return data;
 }
 
@@ -202,21 +212,31 @@ public:
             for (auto& channel : selected) pointers.push_back(channel.data());
             filler_.fill(pointers.data(), static_cast<int>(pointers.size()), static_cast<int>(before), length);
         }
-        // Keep what the repair wrote, crossfades included: every sample that changed.
-        Patch patch{r.first - before, Channels(reader_.channels())};
-        const Channels original = readWindow(reader_, r.first - before, before + after, earlier);
-        std::int64_t lo = before + after, hi = -1;
-        for (std::size_t k = 0; k < which.size(); ++k)
-            for (std::int64_t i = 0; i < before + after; ++i)
-                if (selected[k][i] != original[which[k]][i]) { lo = std::min(lo, i); hi = std::max(hi, i); }
-        if (hi < lo) return {r.first, Channels(reader_.channels())};
-        patch.first = r.first - before + lo;
-        for (std::size_t k = 0; k < which.size(); ++k)
-            patch.samples[which[k]].assign(selected[k].begin() + lo, selected[k].begin() + hi + 1);
-        return patch;
+        return changedStretch(r.first - before, selected, which, readWindow(reader_, r.first - before, before + after, earlier));
     }
 
 private:
+    // What the repair wrote, crossfades included: the stretch from the first to the
+    // last sample that changed in any channel.
+    Patch changedStretch(std::int64_t first, const Channels& repaired, const std::vector<int>& which,
+                         const Channels& original) const
+    {
+        const std::int64_t count = static_cast<std::int64_t>(original[0].size());
+        std::int64_t lo = count, hi = -1;
+        for (std::size_t k = 0; k < which.size(); ++k)
+            for (std::int64_t i = 0; i < count; ++i)
+                if (repaired[k][i] != original[which[k]][i]) {
+                    lo = std::min(lo, i);
+                    hi = std::max(hi, i);
+                }
+        Patch patch{first + std::max<std::int64_t>(lo, 0), Channels(original.size())};
+        if (hi < lo) return patch;
+        for (std::size_t k = 0; k < which.size(); ++k)
+            patch.samples[which[k]].assign(repaired[k].begin() + lo, repaired[k].begin() + hi + 1);
+        return patch;
+    }
+
+
     AudioReader& reader_;
     GapFiller filler_;
 };
@@ -240,7 +260,8 @@ void writePatched(AudioReader& reader, AudioWriter& writer, const std::vector<Pa
     for (std::int64_t position = 0; position < reader.frames();) {
         const std::int64_t got = reader.read(block.data(), copyBlockFrames);
         if (got == 0) throw CliError("the input ended early");
-        for (const Patch& p : patches)
+        for (const Patch& p : patches) {
+            if (!p.meets(position, got)) continue;
             for (int c = 0; c < channels; ++c)
                 for (std::size_t i = 0; i < p.samples[c].size(); ++i) {
                     const std::int64_t f = p.first + static_cast<std::int64_t>(i) - position;
@@ -249,6 +270,7 @@ void writePatched(AudioReader& reader, AudioWriter& writer, const std::vector<Pa
                     const float value = p.samples[c][i];
                     if (value != static_cast<float>(sample / scale)) sample = toFileScale(value, scale);
                 }
+        }
         writer.write(block.data(), got);
         position += got;
     }
