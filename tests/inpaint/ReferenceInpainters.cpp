@@ -123,7 +123,18 @@ void janssen(Segment& outer, int context, int order44k, int passes, Estimator es
     Segment s = inner(outer, context);
     const int order = std::min(order44k * rate / 44100, s.gapStart);
     std::fill(s.samples.begin() + s.gapStart, s.samples.begin() + s.gapStart + s.gapLength, 0.0);
-    for (int pass = 0; pass < passes; ++pass) leastSquaresFill(s, estimator(s.samples, order));
+    for (int pass = 0; pass < passes; ++pass) {
+        // A model sharp enough to make the normal equations singular gives a fill that
+        // is not finite: keep the last finite one and stop there.
+        const std::vector<double> previous = s.samples;
+        leastSquaresFill(s, estimator(s.samples, order));
+        const bool finite = std::all_of(s.samples.begin() + s.gapStart, s.samples.begin() + s.gapStart + s.gapLength,
+                                        [](double v) { return std::isfinite(v); });
+        if (!finite) {
+            s.samples = previous;
+            break;
+        }
+    }
     std::copy_n(s.samples.begin() + s.gapStart, s.gapLength, outer.samples.begin() + outer.gapStart);
 }
 

@@ -4,6 +4,7 @@
 //     iterated a fixed number of times;
 //   gap-wise Janssen with Burg: the model by Burg's method over the whole gap and a
 //     long context on each side, the same least-squares fill, three passes.
+// A pass whose fill is not finite (singular normal equations) is undone and ends it.
 // The fill solves the normal equations by a banded Cholesky factorisation. Both work
 // on one channel at a time, on doubles; the caller provides the context.
 #pragma once
