@@ -32,12 +32,14 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
       rightHandSides(new double[static_cast<std::size_t>(3) * maxChannels * maxGap]()),
       rows(new double*[3 * maxChannels]()),
       column(new double[order + 1]()),
-      candidateFills(new double[static_cast<std::size_t>(InpaintSettings::maxCandidates) * 3 * maxChannels * maxGap]())
+      candidateFills(new double[static_cast<std::size_t>(InpaintSettings::maxCandidates + 1) * 3 * maxChannels * maxGap]())
 {
     for (double ms : settings.contextMs) {
         if (ms <= 0.0) break;
         candidateContext[candidates++] = std::max(order, msToSamples(ms, sampleRate));
     }
+    shortGap = settings.shortContextMs > 0.0 ? msToSamples(settings.shortGapMs, sampleRate) : 0;
+    candidateContext[candidates] = std::min(contextSamples, std::max(order, msToSamples(settings.shortContextMs, sampleRate)));
 }
 
 // The validation stretches sit a model order away from the gap (their residuals never
@@ -134,7 +136,7 @@ void GapFiller::keepCandidate(int candidate, int channelCount, const Layout& at)
 // system regular), or the plain mean without validation.
 void GapFiller::combineCandidates(int channelCount, const Layout& at)
 {
-    const int k = candidates;
+    const int k = activeCandidates;
     auto fillOf = [&](int candidate, int row) {
         return candidateFills.get() + (static_cast<std::size_t>(candidate) * 3 * maxChannels_ + row) * maxGap_;
     };
@@ -188,7 +190,8 @@ void GapFiller::fill(float* const* channels, int channelCount, int start, int le
     if (length <= 0 || channelCount <= 0) return;
     const Layout at = layout(length);
     load(channels, channelCount, start, at);
-    for (int candidate = 0; candidate < candidates; ++candidate) {
+    activeCandidates = candidates + (length <= shortGap ? 1 : 0);
+    for (int candidate = 0; candidate < activeCandidates; ++candidate) {
         for (int pass = 0; pass < settings_.passes; ++pass) {
             estimate(channelCount, at, candidateContext[candidate], pass == 0);
             solve(channelCount, at);
@@ -199,7 +202,7 @@ void GapFiller::fill(float* const* channels, int channelCount, int start, int le
     for (int c = 0; c < channelCount; ++c)
         for (int i = 0; i < length; ++i) {
             double sum = 0.0;
-            for (int candidate = 0; candidate < candidates; ++candidate)
+            for (int candidate = 0; candidate < activeCandidates; ++candidate)
                 sum += weights[candidate] *
                        candidateFills[(static_cast<std::size_t>(candidate) * 3 * maxChannels_ + c) * maxGap_ + i];
             channels[c][start + i] = static_cast<float>(sum);

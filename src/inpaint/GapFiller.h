@@ -33,6 +33,11 @@ struct InpaintSettings {
     static constexpr int maxCandidates = 4;
     // Context on each side for each candidate model (0 ends the list).
     double contextMs[maxCandidates] = {90.0, 0.0, 0.0, 0.0};
+    // Gaps up to shortGapMs add a candidate with shortContextMs of context: quickly
+    // changing sound (speech) is better told by a short context, and short gaps leave
+    // the time for a second model.
+    double shortGapMs = 20.0;
+    double shortContextMs = 32.0;
     double orderMs = 23.2;     // AR order in time (1024 samples at 44.1 kHz), at most the context
     int passes = 1;            // model / fill passes
     bool validate = true;      // scale the fill by its reliability on known audio
@@ -65,8 +70,10 @@ private:
     int validationStart(const Layout& at, int side) const;
 
     InpaintSettings settings_;
-    int candidates = 0;
-    int candidateContext[InpaintSettings::maxCandidates] = {};
+    int candidates = 0;        // for long gaps; short gaps use one more
+    int activeCandidates = 0;  // of the gap being filled
+    int shortGap = 0;
+    int candidateContext[InpaintSettings::maxCandidates + 1] = {};
     int contextSamples;  // the longest candidate's
     int order;
     int maxGap_;
@@ -81,6 +88,6 @@ private:
     std::unique_ptr<double[]> rightHandSides;  // 3 * maxChannels rows of maxGap
     std::unique_ptr<double*[]> rows;      // 3 * maxChannels right-hand sides
     std::unique_ptr<double[]> column;     // order + 1
-    std::unique_ptr<double[]> candidateFills;  // maxCandidates x 3 x maxChannels x maxGap
-    double weights[InpaintSettings::maxCandidates] = {};
+    std::unique_ptr<double[]> candidateFills;  // (maxCandidates + 1) x 3 x maxChannels x maxGap
+    double weights[InpaintSettings::maxCandidates + 1] = {};
 };
