@@ -1,6 +1,7 @@
 #include "inpaint/BurgEstimator.h"
 
 #include <algorithm>
+#include <utility>
 
 BurgEstimator::BurgEstimator(int maxSamples, int maxStretches, int maxOrder)
     : maxSamples_(maxSamples),
@@ -9,7 +10,8 @@ BurgEstimator::BurgEstimator(int maxSamples, int maxStretches, int maxOrder)
       stretchStart(new int[maxStretches]()),
       stretchLength(new int[maxStretches]()),
       forward(new double[maxSamples]()),
-      backward(new double[maxSamples]()),
+      backwardStore{std::unique_ptr<double[]>(new double[maxSamples]()),
+                    std::unique_ptr<double[]>(new double[maxSamples]())},
       coefficients(new double[maxOrder + 1]()),
       previous(new double[maxOrder + 1]())
 {
@@ -18,6 +20,8 @@ BurgEstimator::BurgEstimator(int maxSamples, int maxStretches, int maxOrder)
 void BurgEstimator::begin(int order)
 {
     currentOrder = std::min(order, maxOrder_);
+    backward = backwardStore[0].get();
+    nextBackward = backwardStore[1].get();
     stretches = 0;
     used = 0;
 }
@@ -26,7 +30,7 @@ void BurgEstimator::add(const double* samples, int count)
 {
     if (count <= currentOrder || stretches == maxStretches_ || used + count > maxSamples_) return;
     std::copy_n(samples, count, forward.get() + used);
-    std::copy_n(samples, count, backward.get() + used);
+    std::copy_n(samples, count, backward + used);
     stretchStart[stretches] = used;
     stretchLength[stretches] = count;
     ++stretches;
@@ -51,7 +55,7 @@ double BurgEstimator::reflection(int m) const
     double cross[8] = {}, energy[8] = {};
     for (int s = 0; s < stretches; ++s) {
         const double* f = forward.get() + stretchStart[s];
-        const double* b = backward.get() + stretchStart[s] - 1;
+        const double* b = backward + stretchStart[s] - 1;
         const int end = stretchLength[s];
         int t = m;
         for (; t + 8 <= end; t += 8)
@@ -69,18 +73,20 @@ double BurgEstimator::reflection(int m) const
     return -2.0 * joined(cross) / denominator;
 }
 
-// f(t) <- f(t) + k b(t-1), b(t) <- b(t-1) + k f(t), from the top down within each stretch.
+// f(t) <- f(t) + k b(t-1) in place, and the next order's b(t) = b(t-1) + k f(t).
 void BurgEstimator::update(int m, double k)
 {
     for (int s = 0; s < stretches; ++s) {
         double* f = forward.get() + stretchStart[s];
-        double* b = backward.get() + stretchStart[s];
-        for (int t = stretchLength[s] - 1; t >= m; --t) {
+        const double* b = backward + stretchStart[s];
+        double* next = nextBackward + stretchStart[s];
+        for (int t = m; t < stretchLength[s]; ++t) {
             const double ft = f[t], bt = b[t - 1];
             f[t] = ft + k * bt;
-            b[t] = bt + k * ft;
+            next[t] = bt + k * ft;
         }
     }
+    std::swap(backward, nextBackward);
 }
 
 const double* BurgEstimator::model()
