@@ -39,12 +39,22 @@ double snrDb(const std::vector<float>& original, const std::vector<float>& fille
     return 10.0 * std::log10(signal / error);
 }
 
+// A filler for gaps up to `longest` and tones with room for its context on both sides.
+struct TonesAroundAGap {
+    TonesAroundAGap(int longest, unsigned seed)
+        : filler(rate, longest, 2), context(filler.contextLength(longest)), original(tones(2 * context + longest, seed))
+    {
+    }
+    GapFiller filler;
+    int context;
+    std::vector<std::vector<float>> original;
+};
+
 TEST(GapFiller, RestoresTonesAcrossAFiftyMillisecondGap)
 {
     const int gap = rate / 20;
-    GapFiller filler(rate, gap, 2);
-    const int context = filler.contextLength(gap);
-    const auto original = tones(2 * context + gap, 1);
+    TonesAroundAGap setup(gap, 1);
+    auto& [filler, context, original] = setup;
     auto channels = original;
     for (auto& c : channels) std::fill_n(c.begin() + context, gap, 0.0f);
     float* pointers[2] = {channels[0].data(), channels[1].data()};
@@ -55,9 +65,8 @@ TEST(GapFiller, RestoresTonesAcrossAFiftyMillisecondGap)
 TEST(GapFiller, AllocatesNothingPerGapAndRepeatsItsBits)
 {
     const int longest = rate / 10;
-    GapFiller filler(rate, longest, 2);
-    const int context = filler.contextLength(longest);
-    const auto original = tones(2 * context + longest, 2);
+    TonesAroundAGap setup(longest, 2);
+    auto& [filler, context, original] = setup;
     for (int gap : {rate / 200, rate / 20, longest}) {
         auto first = original, second = original;
         float* a[2] = {first[0].data(), first[1].data()};
@@ -76,9 +85,8 @@ TEST(GapFiller, AllocatesNothingPerGapAndRepeatsItsBits)
 TEST(GapFiller, FillsOneChannelAloneAsWellAsInAGroup)
 {
     const int gap = rate / 100;
-    GapFiller filler(rate, gap, 2);
-    const int context = filler.contextLength(gap);
-    const auto original = tones(2 * context + gap, 3);
+    TonesAroundAGap setup(gap, 3);
+    auto& [filler, context, original] = setup;
     auto channels = original;
     float* only[1] = {channels[1].data()};
     filler.fill(only, 1, context, gap);
