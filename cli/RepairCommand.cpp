@@ -10,13 +10,14 @@
 #include "AudioFile.h"
 #include "CliError.h"
 #include "Commands.h"
+#include "RegionRepair.h"
 #include "RepairWindow.h"
 #include "SampleCount.h"
 
 namespace {
 
 struct RepairOptions {
-    std::string input, output, start, length, method;
+    std::string input, output, start, length, method = "auto", regions;
 };
 
 // About two megabytes of doubles per block, whatever the channel count.
@@ -135,11 +136,21 @@ void addRepairCommand(CLI::App& app)
     command->add_option("OUT", options->output, "output file, written with the input's format")
         ->required();
     command->add_option("--start,-s", options->start,
-                        "first damaged sample: samples (4410), seconds (1.25s) or ms (3ms)")
-        ->required();
-    command->add_option("--length,-l", options->length, "damaged length, in the same units")
-        ->required();
-    command->add_option("--method,-m", options->method, "method number or name (see `ferrotip methods`)")
-        ->required();
-    command->callback([options] { repairFile(*options); });
+                        "first damaged sample: samples (4410), seconds (1.25s) or ms (3ms)");
+    command->add_option("--length,-l", options->length, "damaged length, in the same units");
+    command->add_option("--regions", options->regions,
+                        "many regions from a list (.txt label track, .csv or .json)");
+    command->add_option("--method,-m", options->method,
+                        "auto (default: chosen by length), inpaint (dropouts up to 250 ms), or a "
+                        "method number or name (see `ferrotip methods`)");
+    command->callback([options] {
+        requireKnownMethod(options->method);
+        if (!options->regions.empty() || isRegionMethod(options->method))
+            repairRegions({options->input, options->output, options->method, options->start,
+                           options->length, options->regions});
+        else if (options->start.empty() || options->length.empty())
+            throw CliError("give --start and --length, or --regions FILE");
+        else
+            repairFile(*options);
+    });
 }

@@ -13,6 +13,7 @@ int main(int argc, char** argv)
     addMethodsCommand(app);
     addRepairCommand(app);
     addDemoCommand(app);
+    addScanCommand(app);
 #ifdef FERROTIP_HAS_DECLICK
     addDeclickCommand(app);
 #endif

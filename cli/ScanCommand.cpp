@@ -1,0 +1,72 @@
+// `ferrotip scan IN [--report FILE]`: lists the digital dropouts of a file (runs of
+// exact zeros or of one held value, 0.5 to 250 ms long, with sound on both sides),
+// per channel or for all channels, and writes them as a region list that
+// `ferrotip repair IN OUT --regions FILE` takes back. The file is streamed.
+#include <cmath>
+#include <cstdio>
+#include <memory>
+#include <vector>
+
+#include "AudioFile.h"
+#include "CliError.h"
+#include "Commands.h"
+#include "SpanList.h"
+#include "inpaint/DropoutScanner.h"
+
+namespace {
+
+struct ScanOptions {
+    std::string input, report;
+};
+
+constexpr double shortestMs = 0.5, longestMs = 250.0, guardMs = 10.0, floorDb = -60.0;
+constexpr std::int64_t blockFrames = 65536;
+
+DropoutCriteria criteriaFor(int rate, double fullScale)
+{
+    DropoutCriteria c;
+    c.minRun = static_cast<int>(std::ceil(shortestMs * rate / 1000.0));
+    c.maxRun = static_cast<int>(std::floor(longestMs * rate / 1000.0));
+    c.guard = static_cast<int>(std::lround(guardMs * rate / 1000.0));
+    c.floor = std::pow(10.0, floorDb / 20.0) * fullScale;
+    c.clipLevel = 0.99 * fullScale;
+    return c;
+}
+
+void scanFile(const ScanOptions& options)
+{
+    if (!options.report.empty()) spanFormatFor(options.report);  // a bad extension fails before the scan
+    AudioReader reader(options.input);
+    const int rate = reader.sampleRate();
+    DropoutScanner scanner(reader.channels(), criteriaFor(rate, reader.fullScale()));
+    std::vector<double> block(blockFrames * reader.channels());
+    for (std::int64_t position = 0; position < reader.frames();) {
+        const std::int64_t got = reader.read(block.data(), blockFrames);
+        if (got == 0) throw CliError("'" + options.input + "' ended early");
+        scanner.push(block.data(), got);
+        position += got;
+    }
+    std::vector<SampleSpan> spans;
+    for (const Dropout& d : scanner.finish()) {
+        spans.push_back({d.channel == Dropout::allChannels ? SampleSpan::allChannels : d.channel, d.first, d.last,
+                         "dropout"});
+        std::printf("dropout at frame %lld, %lld samples (%.2f ms), %s\n", static_cast<long long>(d.first),
+                    static_cast<long long>(d.last - d.first + 1), 1000.0 * (d.last - d.first + 1) / rate,
+                    d.channel == Dropout::allChannels ? "all channels"
+                                                      : ("channel " + std::to_string(d.channel + 1)).c_str());
+    }
+    std::printf("%zu dropout%s found\n", spans.size(), spans.size() == 1 ? "" : "s");
+    if (!options.report.empty()) writeSpanReport(options.report, spans, rate);
+}
+
+}  // namespace
+
+void addScanCommand(CLI::App& app)
+{
+    auto options = std::make_shared<ScanOptions>();
+    CLI::App* command = app.add_subcommand("scan", "Find digital dropouts (runs of zeros or of one held value)");
+    command->add_option("IN", options->input, "input audio file")->required();
+    command->add_option("--report", options->report,
+                        "write the dropouts as a region list (.txt label track, .csv or .json) for repair --regions");
+    command->callback([options] { scanFile(*options); });
+}

@@ -1,0 +1,89 @@
+#include "inpaint/DropoutScanner.h"
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+
+DropoutScanner::DropoutScanner(int channels, const DropoutCriteria& criteria)
+    : channels_(channels), criteria_(criteria), states(channels)
+{
+    for (ChannelState& s : states) s.history.assign(criteria.guard + criteria.minRun + 1, 0.0);
+}
+
+void DropoutScanner::push(const double* interleaved, std::int64_t frames)
+{
+    for (std::int64_t f = 0; f < frames; ++f, ++position)
+        for (int c = 0; c < channels_; ++c) take(c, interleaved[f * channels_ + c]);
+}
+
+// Sum of squares of the samples at stream positions [from, from + count), all still in history.
+double DropoutScanner::historyEnergy(const ChannelState& s, std::int64_t from, int count) const
+{
+    const std::int64_t size = static_cast<std::int64_t>(s.history.size());
+    double energy = 0.0;
+    for (std::int64_t t = from; t < from + count; ++t) {
+        const double v = s.history[t % size];
+        energy += v * v;
+    }
+    return energy;
+}
+
+int DropoutScanner::nearFrames() const { return std::max(1, criteria_.guard / 5); }
+
+void DropoutScanner::endRun(ChannelState& s, int)
+{
+    const std::int64_t length = position - s.runStart;
+    if (length >= criteria_.minRun && length <= criteria_.maxRun && s.leftLoud &&
+        std::fabs(s.value) < criteria_.clipLevel)
+        s.pending.push_back({s.runStart, position - 1, 0.0, 0.0, 0});
+}
+
+void DropoutScanner::take(int channel, double sample)
+{
+    ChannelState& s = states[channel];
+    const double squaredFloor = criteria_.floor * criteria_.floor;
+    const int near = nearFrames();
+    // Right sides of the runs that ended before this sample.
+    for (Pending& p : s.pending) {
+        p.rightEnergy += sample * sample;
+        if (p.rightCount < near) p.nearEnergy += sample * sample;
+        ++p.rightCount;
+    }
+    while (!s.pending.empty() && s.pending.front().rightCount == criteria_.guard) {
+        const Pending& p = s.pending.front();
+        if (p.rightEnergy >= squaredFloor * criteria_.guard && p.nearEnergy >= squaredFloor * near)
+            s.found.push_back({channel, p.first, p.last});
+        s.pending.erase(s.pending.begin());
+    }
+    if (position == 0 || sample != s.value) {
+        if (position > 0) endRun(s, channel);
+        s.value = sample;
+        s.runStart = position;
+        s.leftLoud = false;
+    }
+    const std::int64_t size = static_cast<std::int64_t>(s.history.size());
+    s.history[position % size] = sample;
+    // When the run reaches its shortest length, its left side is still in the history.
+    if (position - s.runStart + 1 == criteria_.minRun)
+        s.leftLoud = s.runStart >= criteria_.guard &&
+                     historyEnergy(s, s.runStart - criteria_.guard, criteria_.guard) >= squaredFloor * criteria_.guard &&
+                     historyEnergy(s, s.runStart - near, near) >= squaredFloor * near;
+}
+
+std::vector<Dropout> DropoutScanner::finish()
+{
+    // A run still open touches the end, and pending runs lack their right side: neither counts.
+    std::map<std::pair<std::int64_t, std::int64_t>, int> channelsWith;
+    for (const ChannelState& s : states)
+        for (const Dropout& d : s.found) ++channelsWith[{d.first, d.last}];
+    std::vector<Dropout> out;
+    for (const auto& [span, count] : channelsWith)
+        if (count == channels_ && channels_ > 1) out.push_back({Dropout::allChannels, span.first, span.second});
+    for (const ChannelState& s : states)
+        for (const Dropout& d : s.found)
+            if (!(channels_ > 1 && channelsWith[{d.first, d.last}] == channels_)) out.push_back(d);
+    std::stable_sort(out.begin(), out.end(), [](const Dropout& a, const Dropout& b) {
+        return a.first != b.first ? a.first < b.first : a.channel < b.channel;
+    });
+    return out;
+}

@@ -1,0 +1,68 @@
+// Finds digital dropouts in a stream of interleaved frames: runs of one repeated value
+// (exact zeros, or a held sample) that last minRun to maxRun frames, with sound on
+// both sides: the rms of the `guard` frames before the run and of the `guard` frames
+// after it at or above `floor` (linear, in the samples' own scale), and so is the rms
+// of the guard / 5 frames right next to it on each side, which tells a fade to zero
+// (quiet just before the run) from sound cut off. Runs that touch
+// the stream's start or end, runs longer than maxRun (silence between tracks), runs
+// after a fade (quiet before them) and runs held at or above `clipLevel` (clipping,
+// not a dropout) are not dropouts.
+//
+// Frames go in by push() in blocks of any size; the same dropouts come out whatever
+// the blocks. finish() reports the runs still waiting for their right side (none of
+// which qualifies, as the stream has ended). Per channel; a dropout found with the
+// same bounds in every channel is reported once for all of them. The constructor
+// allocates; push stores each dropout found (amortised growth of the list). One
+// thread at a time.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+struct Dropout {
+    static constexpr int allChannels = -1;
+    int channel;          // 0-based, or allChannels
+    std::int64_t first;   // first frame of the run
+    std::int64_t last;    // last frame of the run (inclusive)
+};
+
+struct DropoutCriteria {
+    int minRun;        // frames
+    int maxRun;        // frames
+    int guard;         // frames on each side whose rms must reach the floor
+    double floor;      // rms floor, in the samples' scale
+    double clipLevel;  // held values at or above this magnitude are clipping
+};
+
+class DropoutScanner {
+public:
+    DropoutScanner(int channels, const DropoutCriteria& criteria);
+
+    void push(const double* interleaved, std::int64_t frames);
+    // The dropouts found, sorted by first frame.
+    std::vector<Dropout> finish();
+
+private:
+    struct Pending {
+        std::int64_t first, last;
+        double rightEnergy, nearEnergy;
+        int rightCount;
+    };
+    struct ChannelState {
+        std::vector<double> history;  // last guard + minRun samples, circular
+        double value = 0.0;
+        std::int64_t runStart = 0;
+        bool leftLoud = false;        // decided when the run reaches minRun
+        std::vector<Pending> pending; // runs waiting for their right side
+        std::vector<Dropout> found;
+    };
+    void take(int channel, double sample);
+    void endRun(ChannelState& s, int channel);
+    int nearFrames() const;
+    double historyEnergy(const ChannelState& s, std::int64_t from, int count) const;
+
+    int channels_;
+    DropoutCriteria criteria_;
+    std::int64_t position = 0;
+    std::vector<ChannelState> states;
+};

@@ -1,0 +1,210 @@
+#include "inpaint/GapFiller.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+
+int msToSamples(double ms, int rate) { return std::max(1, static_cast<int>(std::lround(ms * rate / 1000.0))); }
+
+int longestContext(const InpaintSettings& settings, int rate)
+{
+    double longest = 0.0;
+    for (double ms : settings.contextMs) longest = std::max(longest, ms);
+    return msToSamples(longest, rate);
+}
+
+}  // namespace
+
+GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSettings settings)
+    : settings_(settings),
+      contextSamples(longestContext(settings, sampleRate)),
+      order(std::min(msToSamples(settings.orderMs, sampleRate), contextSamples)),
+      maxGap_(maxGap),
+      maxChannels_(maxChannels),
+      segmentCapacity(2 * contextLength(maxGap) + maxGap),
+      estimator(maxChannels * (2 * contextSamples + maxGap), 2 * maxChannels, order),
+      flooring(order),
+      normal(segmentCapacity, order),
+      solver(maxGap, 3 * maxChannels),
+      segments(new double[static_cast<std::size_t>(maxChannels) * segmentCapacity]()),
+      work(new double[segmentCapacity]()),
+      rightHandSides(new double[static_cast<std::size_t>(3) * maxChannels * maxGap]()),
+      rows(new double*[3 * maxChannels]()),
+      column(new double[order + 1]()),
+      candidateFills(new double[static_cast<std::size_t>(InpaintSettings::maxCandidates + 1) * 3 * maxChannels * maxGap]())
+{
+    for (double ms : settings.contextMs) {
+        if (ms <= 0.0) break;
+        candidateContext[candidates++] = std::max(order, msToSamples(ms, sampleRate));
+    }
+    shortGap = settings.shortContextMs > 0.0 ? msToSamples(settings.shortGapMs, sampleRate) : 0;
+    candidateContext[candidates] = std::min(contextSamples, std::max(order, msToSamples(settings.shortContextMs, sampleRate)));
+}
+
+// The validation stretches sit a model order away from the gap (their residuals never
+// reach it) with a model order of known audio beyond them.
+int GapFiller::contextLength(int length) const
+{
+    const int validationReach = settings_.validate ? 2 * order + length : 0;
+    return std::max(contextSamples, validationReach);
+}
+
+GapFiller::Layout GapFiller::layout(int length) const
+{
+    const int reach = contextLength(length);
+    return {length, reach, 2 * reach + length};
+}
+
+double* GapFiller::segment(int channel) const
+{
+    return segments.get() + static_cast<std::size_t>(channel) * segmentCapacity;
+}
+
+double* GapFiller::rightHandSide(int row) const
+{
+    return rightHandSides.get() + static_cast<std::size_t>(row) * maxGap_;
+}
+
+// side 0: before the gap, 1: after it.
+int GapFiller::validationStart(const Layout& at, int side) const
+{
+    return side == 0 ? at.gap() - order - at.length : at.gap() + at.length + order;
+}
+
+void GapFiller::load(float* const* channels, int channelCount, int start, const Layout& at)
+{
+    for (int c = 0; c < channelCount; ++c) {
+        const float* from = channels[c] + start - at.reach;
+        double* to = segment(c);
+        for (int i = 0; i < at.total; ++i) to[i] = from[i];
+        std::fill(to + at.gap(), to + at.gap() + at.length, 0.0);
+    }
+}
+
+void GapFiller::estimate(int channelCount, const Layout& at, int context, bool sidesOnly)
+{
+    estimator.begin(order);
+    for (int c = 0; c < channelCount; ++c) {
+        const double* s = segment(c) + at.gap();
+        if (sidesOnly) {
+            estimator.add(s - context, context);
+            estimator.add(s + at.length, context);
+        } else {
+            estimator.add(s - context, 2 * context + at.length);
+        }
+    }
+    // Burg's spectra of high order reach depths that make the fill's normal equations
+    // singular in double precision; a white floor far below the signal bounds them.
+    normal.setModel(flooring.floored(estimator.model(), order, settings_.whiteFloor), order);
+}
+
+// The least-squares fill of the gap (and of the validation stretches) given the model:
+// T x = -(A^T A s)[gap] with the unknowns zero in s, T[i][j] = c[|i - j|].
+void GapFiller::solve(int channelCount, const Layout& at)
+{
+    const int stretches = settings_.validate ? 3 : 1;
+    for (int c = 0; c < channelCount; ++c) {
+        double* q = work.get();
+        std::copy_n(segment(c), at.total, q);
+        std::fill_n(q + at.gap(), at.length, 0.0);
+        for (int side = 0; side + 1 < stretches; ++side)
+            std::fill_n(q + validationStart(at, side), at.length, 0.0);
+        normal.apply(q, at.total, q);
+        for (int v = 0; v < stretches; ++v) {
+            const double* from = q + (v == 0 ? at.gap() : validationStart(at, v - 1));
+            double* rhs = rightHandSide(v * channelCount + c);
+            for (int i = 0; i < at.length; ++i) rhs[i] = -from[i];
+            rows[v * channelCount + c] = rhs;
+        }
+    }
+    std::copy_n(normal.modelAutocorrelation(), order + 1, column.get());
+    solver.solve(column.get(), order, at.length, rows.get(), stretches * channelCount);
+    for (int c = 0; c < channelCount; ++c) std::copy_n(rows[c], at.length, segment(c) + at.gap());
+}
+
+void GapFiller::keepCandidate(int candidate, int channelCount, const Layout& at)
+{
+    const int stretches = settings_.validate ? 3 : 1;
+    for (int r = 0; r < stretches * channelCount; ++r)
+        std::copy_n(rows[r], at.length,
+                    candidateFills.get() + (static_cast<std::size_t>(candidate) * 3 * maxChannels_ + r) * maxGap_);
+}
+
+// Weights of the candidates' fills: least squares of the known audio of the
+// validation stretches on the candidates' restorations of it (a small ridge keeps the
+// system regular), or the plain mean without validation.
+void GapFiller::combineCandidates(int channelCount, const Layout& at)
+{
+    const int k = activeCandidates;
+    auto fillOf = [&](int candidate, int row) {
+        return candidateFills.get() + (static_cast<std::size_t>(candidate) * 3 * maxChannels_ + row) * maxGap_;
+    };
+    for (int i = 0; i < k; ++i) weights[i] = 1.0 / k;
+    if (!settings_.validate) return;
+    double gram[InpaintSettings::maxCandidates][InpaintSettings::maxCandidates + 1] = {};
+    for (int row = channelCount; row < 3 * channelCount; ++row) {
+        const int side = row / channelCount - 1, c = row % channelCount;
+        const double* x = segment(c) + validationStart(at, side);
+        for (int i = 0; i < k; ++i) {
+            const double* yi = fillOf(i, row);
+            for (int j = 0; j <= i; ++j) {
+                const double* yj = fillOf(j, row);
+                double sum = 0.0;
+                for (int t = 0; t < at.length; ++t) sum += yi[t] * yj[t];
+                gram[i][j] += sum;
+            }
+            double sum = 0.0;
+            for (int t = 0; t < at.length; ++t) sum += yi[t] * x[t];
+            gram[i][k] += sum;
+        }
+    }
+    double trace = 0.0;
+    for (int i = 0; i < k; ++i) trace += gram[i][i];
+    if (!(trace > 0.0)) return;
+    for (int i = 0; i < k; ++i) {
+        for (int j = i + 1; j < k; ++j) gram[i][j] = gram[j][i];
+        gram[i][i] += 1e-3 * trace / k;
+    }
+    // Gaussian elimination on the small symmetric positive definite system.
+    for (int col = 0; col < k; ++col)
+        for (int row = col + 1; row < k; ++row) {
+            const double f = gram[row][col] / gram[col][col];
+            for (int j = col; j <= k; ++j) gram[row][j] -= f * gram[col][j];
+        }
+    for (int i = k - 1; i >= 0; --i) {
+        double sum = gram[i][k];
+        for (int j = i + 1; j < k; ++j) sum -= gram[i][j] * weights[j];
+        weights[i] = sum / gram[i][i];
+    }
+    double total = 0.0;
+    for (int i = 0; i < k; ++i) total += weights[i];
+    if (total > 1.0)  // never louder than the candidates' own scale
+        for (int i = 0; i < k; ++i) weights[i] /= total;
+    if (total < 0.0)
+        for (int i = 0; i < k; ++i) weights[i] = 0.0;
+}
+
+void GapFiller::fill(float* const* channels, int channelCount, int start, int length)
+{
+    if (length <= 0 || channelCount <= 0) return;
+    const Layout at = layout(length);
+    load(channels, channelCount, start, at);
+    activeCandidates = candidates + (length <= shortGap ? 1 : 0);
+    for (int candidate = 0; candidate < activeCandidates; ++candidate) {
+        for (int pass = 0; pass < settings_.passes; ++pass) {
+            estimate(channelCount, at, candidateContext[candidate], pass == 0);
+            solve(channelCount, at);
+        }
+        keepCandidate(candidate, channelCount, at);
+    }
+    combineCandidates(channelCount, at);
+    for (int c = 0; c < channelCount; ++c)
+        for (int i = 0; i < length; ++i) {
+            double sum = 0.0;
+            for (int candidate = 0; candidate < activeCandidates; ++candidate)
+                sum += weights[candidate] *
+                       candidateFills[(static_cast<std::size_t>(candidate) * 3 * maxChannels_ + c) * maxGap_ + i];
+            channels[c][start + i] = static_cast<float>(sum);
+        }
+}

@@ -1,0 +1,33 @@
+// Solves T x = b for a symmetric positive definite Toeplitz matrix T whose first
+// column vanishes beyond a band (t[k] = 0 for k > bandwidth), for several right-hand
+// sides at once, by Levinson's recursion (Golub & Van Loan, "Matrix Computations",
+// the general right-hand side form of Algorithm 4.7.3).
+//
+// O(n^2) per solve; the dot products stop at the band, and the shared predictor
+// update is done once for every right-hand side. The constructor allocates for sizes
+// up to maxSize and maxRightHandSides; solve never allocates. Plain scalar loops in
+// double, each output's operations in a fixed order: the same bits everywhere.
+// One thread at a time per object.
+#pragma once
+
+#include <memory>
+
+class ToeplitzSolver {
+public:
+    ToeplitzSolver(int maxSize, int maxRightHandSides);
+
+    // column: t[0..bandwidth] (t[0] > 0); rhs[r]: size values, overwritten by the
+    // solution. Returns false (and leaves the solutions at the last stable size's
+    // values, zero beyond) when the matrix proves numerically not positive definite.
+    bool solve(const double* column, int bandwidth, int size, double* const* rhs,
+               int rightHandSides);
+
+    int maxSize() const { return capacity; }
+
+private:
+    int capacity;
+    int maxRhs;
+    std::unique_ptr<double[]> predictor;  // y of the recursion
+    std::unique_ptr<double[]> normalised; // r[k] = t[k] / t[0], k = 0..bandwidth
+    std::unique_ptr<double[]> solutions;  // maxRhs rows of maxSize
+};

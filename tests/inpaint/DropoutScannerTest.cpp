@@ -1,0 +1,125 @@
+// Dropouts inserted into real recordings are all found with their exact bounds;
+// clean recordings, silence between passages, fades to zero and the stream's ends
+// give nothing; the blocks the frames come in change nothing.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+#include <vector>
+
+#include "inpaint/DropoutMaterial.h"
+#include "inpaint/DropoutScanner.h"
+
+namespace {
+
+using inpaint_test::Recording;
+
+DropoutCriteria criteria(int rate)
+{
+    return {static_cast<int>(std::ceil(0.5 * rate / 1000)), rate / 4, rate / 100, 1e-3, 0.99};
+}
+
+std::vector<double> interleave(const Recording& r)
+{
+    std::vector<double> frames(r.channels[0].size() * 2);
+    for (std::size_t f = 0; f < r.channels[0].size(); ++f)
+        for (int c = 0; c < 2; ++c) frames[2 * f + c] = r.channels[c][f];
+    return frames;
+}
+
+std::vector<Dropout> scan(const std::vector<double>& frames, int rate, std::int64_t block)
+{
+    DropoutScanner scanner(2, criteria(rate));
+    const std::int64_t total = static_cast<std::int64_t>(frames.size() / 2);
+    for (std::int64_t at = 0; at < total; at += block)
+        scanner.push(frames.data() + 2 * at, std::min(block, total - at));
+    return scanner.finish();
+}
+
+double rms(const std::vector<double>& frames, std::int64_t first, int count)
+{
+    double e = 0.0;
+    for (std::int64_t f = first; f < first + count; ++f) e += frames[2 * f] * frames[2 * f] + frames[2 * f + 1] * frames[2 * f + 1];
+    return std::sqrt(e / (2 * count));
+}
+
+const std::vector<Recording>& material()
+{
+    static const std::vector<Recording> recordings = [] {
+        auto m = inpaint_test::loadMusic(2, 8.0);
+        auto s = inpaint_test::loadSpeech();
+        m.insert(m.end(), s.begin(), s.end());
+        return m;
+    }();
+    return recordings;
+}
+
+TEST(DropoutScanner, CleanRecordingsHaveNone)
+{
+    if (material().empty()) GTEST_SKIP() << "no recordings installed";
+    for (const Recording& r : material())
+        EXPECT_TRUE(scan(interleave(r), r.rate, 65536).empty()) << r.name;
+}
+
+TEST(DropoutScanner, FindsEveryInsertedDropoutExactly)
+{
+    if (material().empty()) GTEST_SKIP() << "no recordings installed";
+    std::mt19937 generator(19);
+    for (const Recording& r : material()) {
+        auto frames = interleave(r);
+        const std::int64_t total = static_cast<std::int64_t>(frames.size() / 2);
+        const int shortest = criteria(r.rate).minRun, longest = r.rate / 4, guard = r.rate / 100;
+        std::vector<Dropout> inserted;
+        std::int64_t cursor = guard * 4;
+        for (int kind = 0; kind < 6; ++kind) {
+            const int length = kind == 0 ? shortest : kind == 1 ? longest : shortest + generator() % (longest / 2);
+            const int channel = kind == 2 ? 1 : kind == 3 ? 0 : Dropout::allChannels;
+            const double value = kind == 4 ? 0.123456 : 0.0;
+            // The next place with sound well above the floor on both sides.
+            for (; cursor + length + 2 * guard < total; cursor += guard)
+                if (rms(frames, cursor - guard, guard) > 0.01 && rms(frames, cursor + length, guard) > 0.01) break;
+            if (cursor + length + 2 * guard >= total) break;
+            for (std::int64_t f = cursor; f < cursor + length; ++f)
+                for (int c = 0; c < 2; ++c)
+                    if (channel == Dropout::allChannels || channel == c) frames[2 * f + c] = value;
+            inserted.push_back({channel, cursor, cursor + length - 1});
+            cursor += length + 3 * guard;
+        }
+        ASSERT_GE(inserted.size(), 4u) << r.name;
+        for (std::int64_t block : {65536, 1000, 7}) {
+            const auto found = scan(frames, r.rate, block);
+            ASSERT_EQ(found.size(), inserted.size()) << r.name << ", blocks of " << block;
+            for (std::size_t i = 0; i < found.size(); ++i) {
+                EXPECT_EQ(found[i].first, inserted[i].first) << r.name << " #" << i;
+                EXPECT_EQ(found[i].last, inserted[i].last) << r.name << " #" << i;
+                EXPECT_EQ(found[i].channel, inserted[i].channel) << r.name << " #" << i;
+            }
+        }
+    }
+}
+
+// A synthetic tone: 1 s, a pause of 300 ms, a fade to zero with 100 ms of zeros, and
+// zeros at both ends.
+TEST(DropoutScanner, SilenceFadesAndEndsAreNotDropouts)
+{
+    const int rate = 44100;
+    std::vector<double> frames;
+    auto tone = [&](int count, double from, double to) {
+        for (int i = 0; i < count; ++i) {
+            const double v = (from + (to - from) * i / count) * std::sin(0.05 * (frames.size() / 2));
+            frames.push_back(v);
+            frames.push_back(v);
+        }
+    };
+    auto zeros = [&](int count) { frames.insert(frames.end(), 2 * count, 0.0); };
+    zeros(rate / 20);             // the start
+    tone(rate, 0.5, 0.5);
+    zeros(rate * 3 / 10);         // silence between passages: too long
+    tone(rate, 0.5, 0.0);         // a fade to zero...
+    zeros(rate / 10);             // ...then silence: quiet on the left
+    tone(rate, 0.5, 0.5);
+    zeros(rate / 20);             // the end
+    EXPECT_TRUE(scan(frames, rate, 4096).empty());
+}
+
+}  // namespace

@@ -1,0 +1,80 @@
+// The fast estimators and solvers against the plain references.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+#include <vector>
+
+#include "inpaint/BurgEstimator.h"
+#include "inpaint/NormalProduct.h"
+#include "inpaint/ReferenceInpainters.h"
+#include "inpaint/ToeplitzSolver.h"
+
+namespace {
+
+std::vector<double> colouredNoise(int count, unsigned seed)
+{
+    std::mt19937 generator(seed);
+    std::normal_distribution<double> noise(0.0, 1.0);
+    std::vector<double> x(count);
+    double y1 = 0.0, y2 = 0.0;
+    for (double& v : x) {  // a resonance: two poles near 0.05 cycles per sample
+        v = noise(generator) + 1.8 * y1 - 0.95 * y2;
+        y2 = y1;
+        y1 = v;
+    }
+    return x;
+}
+
+// Relative tolerance of a few thousand roundings in double.
+constexpr double closeEnough = 1e-9;
+
+TEST(BurgEstimator, OneStretchMatchesThePlainBurg)
+{
+    const auto x = colouredNoise(3000, 7);
+    BurgEstimator burg(3000, 1, 40);
+    burg.begin(40);
+    burg.add(x.data(), 3000);
+    const double* a = burg.model();
+    const auto reference = inpaint_reference::burgModel(x, 40);
+    for (int i = 0; i <= 40; ++i) EXPECT_NEAR(a[i], reference[i], closeEnough) << "coefficient " << i;
+}
+
+TEST(ToeplitzSolver, SolvesABandedSystem)
+{
+    const int n = 300, band = 20;
+    std::vector<double> column(band + 1);
+    for (int k = 0; k <= band; ++k) column[k] = std::exp(-0.1 * k) * (k == 0 ? 2.0 : 1.0);
+    std::vector<double> b(n), x(n);
+    for (int i = 0; i < n; ++i) b[i] = std::sin(0.1 * i);
+    x = b;
+    double* rhs[1] = {x.data()};
+    ToeplitzSolver solver(n, 1);
+    ASSERT_TRUE(solver.solve(column.data(), band, n, rhs, 1));
+    for (int i = 0; i < n; ++i) {
+        double sum = 0.0;
+        for (int j = std::max(0, i - band); j <= std::min(n - 1, i + band); ++j) sum += column[std::abs(i - j)] * x[j];
+        EXPECT_NEAR(sum, b[i], 1e-9) << "row " << i;
+    }
+}
+
+TEST(NormalProduct, MatchesTheDirectSum)
+{
+    const auto x = colouredNoise(500, 3);
+    std::vector<double> a = {1.0, -1.2, 0.5, 0.1};
+    NormalProduct product(500, 3);
+    product.setModel(a.data(), 3);
+    std::vector<double> q(500);
+    product.apply(x.data(), 500, q.data());
+    for (int i = 3; i < 497; ++i) {
+        double sum = 0.0;
+        for (int k = -3; k <= 3; ++k) {
+            double c = 0.0;
+            for (int m = 0; m + std::abs(k) <= 3; ++m) c += a[m] * a[m + std::abs(k)];
+            sum += c * x[i - k];
+        }
+        EXPECT_NEAR(q[i], sum, 1e-9 * 50) << "sample " << i;
+    }
+}
+
+}  // namespace

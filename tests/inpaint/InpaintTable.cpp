@@ -1,0 +1,121 @@
+// Prints the mean gap SNR (dB) of every filler on music and speech, one row per
+// material and gap length, all measured in one run on the same seeded gaps.
+//   inpaint_table [--gaps N] [--long-gaps N] [--lengths 5,10,...] [--fillers zero,m0,...]
+//                 [--materials music,speech] [--files N]
+// Fillers: zero, m0..m6 (the module's methods), classic and gapwise (the plain
+// references; at 100 ms and above on the first --long-gaps gaps only, as they are
+// slow), inpaint, auto. INPAINT_CONTEXT_MS (a comma list of candidates),
+// INPAINT_ORDER_MS, INPAINT_PASSES, INPAINT_WHITE and INPAINT_NO_VALIDATION set the
+// filler's parameters for experiments.
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "inpaint/DropoutMaterial.h"
+#include "inpaint/AutoChoice.h"
+#include "inpaint/GapFiller.h"
+
+using namespace inpaint_test;
+
+namespace {
+
+std::vector<std::string> split(const std::string& text)
+{
+    std::vector<std::string> parts;
+    std::stringstream stream(text);
+    for (std::string part; std::getline(stream, part, ',');) parts.push_back(part);
+    return parts;
+}
+
+InpaintSettings settingsFromEnvironment()
+{
+    InpaintSettings s;
+    if (const char* v = std::getenv("INPAINT_CONTEXT_MS")) {
+        const auto parts = split(v);
+        for (int i = 0; i < InpaintSettings::maxCandidates; ++i)
+            s.contextMs[i] = i < static_cast<int>(parts.size()) ? std::atof(parts[i].c_str()) : 0.0;
+    }
+    if (const char* v = std::getenv("INPAINT_ORDER_MS")) s.orderMs = std::atof(v);
+    if (const char* v = std::getenv("INPAINT_PASSES")) s.passes = std::atoi(v);
+    if (std::getenv("INPAINT_NO_VALIDATION")) s.validate = false;
+    if (const char* v = std::getenv("INPAINT_WHITE")) s.whiteFloor = std::atof(v);
+    return s;
+}
+
+Filler gapFiller(const InpaintSettings& settings)
+{
+    return [settings](std::vector<std::vector<float>>& window, int gapStart, int gapLength, int rate) {
+        GapFiller filler(rate, gapLength, static_cast<int>(window.size()), settings);
+        std::vector<float*> pointers;
+        for (auto& channel : window) pointers.push_back(channel.data());
+        filler.fill(pointers.data(), static_cast<int>(pointers.size()), gapStart, gapLength);
+    };
+}
+
+Filler autoFiller()
+{
+    return [](std::vector<std::vector<float>>& window, int gapStart, int gapLength, int rate) {
+        const int method = autoMethodFor(gapLength, rate);
+        if (method == autoUsesGapFiller) gapFiller(InpaintSettings{})(window, gapStart, gapLength, rate);
+        else methodFiller(method)(window, gapStart, gapLength, rate);
+    };
+}
+
+Filler namedFiller(const std::string& name)
+{
+    if (name == "auto") return autoFiller();
+    if (name == "zero") return zeroFiller();
+    if (name.size() == 2 && name[0] == 'm') return methodFiller(name[1] - '0');
+    if (name == "classic") return classicReferenceFiller();
+    if (name == "gapwise") return gapwiseReferenceFiller();
+    if (name == "inpaint") return gapFiller(settingsFromEnvironment());
+    std::fprintf(stderr, "unknown filler '%s'\n", name.c_str());
+    std::exit(2);
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    int gapCount = 8, longGapCount = 2, files = 8;
+    std::string lengths = "5,10,20,50,100,249";
+    std::string fillers = "zero,m0,m1,m2,m3,m4,m5,m6,classic,gapwise,inpaint,auto";
+    std::string materials = "music,speech";
+    for (int i = 1; i + 1 < argc; i += 2) {
+        const std::string option = argv[i], value = argv[i + 1];
+        if (option == "--gaps") gapCount = std::atoi(value.c_str());
+        else if (option == "--long-gaps") longGapCount = std::atoi(value.c_str());
+        else if (option == "--lengths") lengths = value;
+        else if (option == "--fillers") fillers = value;
+        else if (option == "--materials") materials = value;
+        else if (option == "--files") files = std::atoi(value.c_str());
+    }
+    std::printf("| gap |");
+    for (const auto& f : split(fillers)) std::printf(" %s |", f.c_str());
+    std::printf("\n|---|");
+    for (std::size_t i = 0; i < split(fillers).size(); ++i) std::printf("---|");
+    std::printf("\n");
+    for (const auto& material : split(materials)) {
+        const auto recordings = material == "music" ? loadMusic(files, 20.0) : loadSpeech();
+        if (recordings.empty()) { std::printf("(no %s installed)\n", material.c_str()); continue; }
+        const int margin = comparisonMargin(recordings[0].rate);
+        for (const auto& length : split(lengths)) {
+            const double ms = std::atof(length.c_str());
+            const auto gaps = makeGaps(recordings, ms, gapCount, 19, margin);
+            std::printf("| %s, %s ms |", material.c_str(), length.c_str());
+            std::fflush(stdout);
+            for (const auto& f : split(fillers)) {
+                const bool slow = (f == "classic" || f == "gapwise") && ms >= 100;
+                const auto& used = slow ? std::vector<Gap>(gaps.begin(), gaps.begin() + std::min<std::size_t>(gaps.size(), longGapCount)) : gaps;
+                std::printf(" %.1f%s |", meanSnr(recordings, used, margin, namedFiller(f)),
+                            used.size() < gaps.size() ? "*" : "");
+                std::fflush(stdout);
+            }
+            std::printf("\n");
+        }
+    }
+    std::printf("(* the reference on the first %d gaps only)\n", longGapCount);
+}
