@@ -20,4 +20,5 @@ PYBIND11_MODULE(ferrotip, module)
     options.disable_function_signatures();
     ferrotip_python::registerRepair(module);
     ferrotip_python::registerKalman(module);
+    ferrotip_python::registerDeclick(module);
 }
