@@ -16,6 +16,7 @@
 
 #include "ArrayViews.h"
 #include "Bindings.h"
+#include "ThreadClaim.h"
 #include "DeclickRun.h"
 
 namespace py = pybind11;
@@ -80,25 +81,19 @@ std::string numberText(const py::object& value, const char* name)
 std::vector<std::string> commandArguments(const SettingArguments& given)
 {
     std::vector<std::string> arguments{"--preset=" + textArgument(given.preset, "preset")};
-    const auto add = [&](const char* option, const py::object& value, std::string text) {
-        if (!value.is_none()) arguments.push_back(std::string(option) + "=" + text);
+    const auto add = [&](const char* option, const py::object& value, const char* name, auto toText) {
+        if (!value.is_none()) arguments.push_back(std::string(option) + "=" + toText(value, name));
     };
-    const auto number = [](const py::object& value, const char* name) {
-        return value.is_none() ? std::string() : numberText(value, name);
+    const auto integerText = [](const py::object& value, const char* name) {
+        return argumentText(value, name, "an int");
     };
-    const auto text = [](const py::object& value, const char* name) {
-        return value.is_none() ? std::string() : textArgument(value, name);
-    };
-    const auto integer = [](const py::object& value, const char* name) {
-        return value.is_none() ? std::string() : argumentText(value, name, "an int");
-    };
-    add("--engine", given.engine, text(given.engine, "engine"));
-    add("--block", given.block, integer(given.block, "block"));
-    add("--sensitivity", given.sensitivity, number(given.sensitivity, "sensitivity"));
-    add("--floor", given.floor, number(given.floor, "floor"));
-    add("--relative-floor", given.relativeFloor, number(given.relativeFloor, "relative_floor"));
-    add("--jobs", given.jobs, integer(given.jobs, "jobs"));
-    add("--listen", given.listen, text(given.listen, "listen"));
+    add("--engine", given.engine, "engine", textArgument);
+    add("--block", given.block, "block", integerText);
+    add("--sensitivity", given.sensitivity, "sensitivity", numberText);
+    add("--floor", given.floor, "floor", numberText);
+    add("--relative-floor", given.relativeFloor, "relative_floor", numberText);
+    add("--jobs", given.jobs, "jobs", integerText);
+    add("--listen", given.listen, "listen", textArgument);
     if (!given.sharedEngine.is_none() && given.sharedEngine.cast<bool>()) arguments.emplace_back("--shared-engine");
     return {arguments.rbegin(), arguments.rend()};
 }
@@ -289,13 +284,7 @@ private:
         }
     }
 
-    std::unique_lock<std::mutex> claim()
-    {
-        std::unique_lock<std::mutex> lock(busy_, std::try_to_lock);
-        if (!lock.owns_lock())
-            throw std::runtime_error("this Declicker is busy in another thread; give each thread its own");
-        return lock;
-    }
+    std::unique_lock<std::mutex> claim() { return claimFor(busy_, "Declicker"); }
 
     int channels_;
     int rate_;
