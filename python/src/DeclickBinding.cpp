@@ -213,7 +213,8 @@ std::vector<double> levelArgument(const py::object& level, int channels)
     if (values.ndim() > 1 || (values.ndim() == 1 && values.size() != channels))
         throw py::value_error("level must be one mean square or one per channel (" + std::to_string(channels) +
                               "), got shape " + std::string(py::str(values.attr("shape"))));
-    const auto* data = static_cast<const double*>(values.cast<py::array_t<double, py::array::c_style>>().data());
+    const auto contiguous = values.cast<py::array_t<double, py::array::c_style | py::array::forcecast>>();
+    const double* data = contiguous.data();
     std::vector<double> levels(static_cast<std::size_t>(channels), data[0]);
     if (values.ndim() == 1) levels.assign(data, data + channels);
     for (double value : levels)
