@@ -242,46 +242,52 @@ public:
         chunk_ = declickChunk(choice.settings);
         declicker_ = std::make_unique<MultichannelDeclicker>(choice.settings, meanSquares, choice.sharedEngine,
                                                              choice.listen, chunk_, choice.jobs);
+        held_ = ready_ = blockSize() - 1;
+        line_.assign(static_cast<std::size_t>(channels_),
+                     std::vector<float>(static_cast<std::size_t>(chunk_ + held_), 0.0f));
+        pointers_.resize(static_cast<std::size_t>(channels_));
     }
 
     int channels() const { return channels_; }
     int rate() const { return rate_; }
-    int latency() const { return declicker_->latency(); }
+    int latency() const { return declicker_->latency() + held_; }
     int blockSize() const { return declicker_->blockSize(); }
 
     py::array_t<float> process(const py::object& audioArgument)
     {
         const AudioView audio = audioView(audioArgument, "audio");
-        checkShape(audio);
+        if (audio.channels != channels_)
+            throw py::value_error("audio must hold " + std::to_string(channels_) + " channels, got shape " +
+                                  std::string(py::str(py::cast(audio.shape))));
         py::array_t<float> out(audio.shape);
         float* rows = out.mutable_data();
         const std::unique_lock<std::mutex> lock = claim();
         {
             py::gil_scoped_release released;
-            for (std::int64_t c = 0; c < channels_; ++c) audio.copyFrames(c, 0, audio.frames, rows + c * audio.frames);
-            runInPlace(rows, audio.frames);
+            for (std::int64_t first = 0; first < audio.frames; first += chunk_) {
+                const int count = static_cast<int>(std::min<std::int64_t>(chunk_, audio.frames - first));
+                pass(audio, first, count, rows + first, audio.frames);
+            }
         }
         return out;
     }
 
 private:
-    void checkShape(const AudioView& audio) const
+    // Frames [first, first + count) of the audio through the line, the output of
+    // latency() frames earlier into out[c * stride ...]. The line holds block - 1
+    // frames between calls: outputs not yet handed on, then inputs short of a whole
+    // block. With count more frames at least count outputs are ready, so any count
+    // passes and the delay stays the same.
+    void pass(const AudioView& audio, std::int64_t first, int count, float* out, std::int64_t stride)
     {
-        if (audio.channels != channels_)
-            throw py::value_error("audio must hold " + std::to_string(channels_) + " channels, got shape " +
-                                  std::string(py::str(py::cast(audio.shape))));
-        if (audio.frames % blockSize() != 0)
-            throw py::value_error("audio must hold whole blocks: a multiple of block_size (" +
-                                  std::to_string(blockSize()) + ") frames, got " + std::to_string(audio.frames));
-    }
-
-    // Channel rows of `frames` samples laid end to end, a chunk at a time.
-    void runInPlace(float* rows, std::int64_t frames)
-    {
-        std::vector<float*> pointers(static_cast<std::size_t>(channels_));
-        for (std::int64_t first = 0; first < frames; first += chunk_) {
-            for (int c = 0; c < channels_; ++c) pointers[c] = rows + c * frames + first;
-            declicker_->process(pointers.data(), static_cast<int>(std::min<std::int64_t>(chunk_, frames - first)));
+        for (int c = 0; c < channels_; ++c) audio.copyFrames(c, first, first + count, line_[c].data() + held_);
+        const int whole = (held_ + count - ready_) / blockSize() * blockSize();
+        for (int c = 0; c < channels_; ++c) pointers_[c] = line_[c].data() + ready_;
+        if (whole > 0) declicker_->process(pointers_.data(), whole);
+        ready_ += whole - count;
+        for (int c = 0; c < channels_; ++c) {
+            std::copy_n(line_[c].begin(), count, out + c * stride);
+            std::copy(line_[c].begin() + count, line_[c].begin() + count + held_, line_[c].begin());
         }
     }
 
@@ -290,6 +296,10 @@ private:
     int channels_;
     int rate_;
     int chunk_ = 0;
+    int held_ = 0;   // frames in the line between calls: block - 1
+    int ready_ = 0;  // of them, outputs not yet handed on (silence at first)
+    std::vector<std::vector<float>> line_;
+    std::vector<float*> pointers_;
     std::unique_ptr<MultichannelDeclicker> declicker_;
     std::mutex busy_;
 };
@@ -370,10 +380,12 @@ for every channel or one per channel, e.g. mean_squares of the recording or of
 a typical passage) or an absolute floor; otherwise ValueError.
 
 process(audio) takes the next float32 block shaped (channels, frames) or
-(frames,) for one channel, frames a multiple of block_size, and returns the
-output of latency samples earlier (silence at first). Feeding a recording in
-any such blocks, then latency frames of silence more, and dropping the first
-latency output frames gives declick's bits for the same level.)")
+(frames,) for one channel, of any length, and returns as many frames: the
+output of latency samples earlier (silence at first). The engines work on
+whole blocks of block_size frames, gathered as they come, so latency is the
+engines' delay plus block_size - 1 whatever the calls' lengths. Feeding a
+recording in any blocks, then latency frames of silence more, and dropping the
+first latency output frames gives declick's bits for the same level.)")
         .def(py::init([](const py::object& channels, const py::object& rate, const py::object& preset,
                          const py::object& level, const py::kwargs& settings) {
                  return std::make_unique<Declicker>(channels, rate, settingArguments(preset, settings), level);
@@ -381,9 +393,9 @@ latency output frames gives declick's bits for the same level.)")
              py::arg("channels"), py::arg("rate"), py::arg("preset") = std::string(defaultDeclickPreset().name),
              py::arg("level") = py::none())
         .def("process", &Declicker::process, py::arg("audio"),
-             "process(audio) -> the repaired block, latency samples late; the GIL is released meanwhile.")
-        .def_property_readonly("latency", &Declicker::latency, "output delay in samples")
-        .def_property_readonly("block_size", &Declicker::blockSize, "process takes multiples of this many frames")
+             "process(audio) -> as many repaired frames, latency samples late; the GIL is released meanwhile.")
+        .def_property_readonly("latency", &Declicker::latency, "output delay in samples: the engines' plus block_size - 1")
+        .def_property_readonly("block_size", &Declicker::blockSize, "frames per engine block")
         .def_property_readonly("channels", &Declicker::channels)
         .def_property_readonly("rate", &Declicker::rate);
 }

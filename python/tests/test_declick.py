@@ -85,7 +85,7 @@ def test_mean_squares_are_the_level_declick_measures():
 
 
 def stream(declicker, audio, frames_per_call):
-    """Feeds audio and latency frames of silence in calls of frames_per_call frames
+    """Feeds audio and latency frames of silence (or more) in calls of frames_per_call frames
     and returns the output lined up with the input."""
     latency = declicker.latency
     total = -(-(audio.shape[-1] + latency) // frames_per_call) * frames_per_call
@@ -95,21 +95,21 @@ def stream(declicker, audio, frames_per_call):
     return np.concatenate(pieces, axis=-1)[..., latency:latency + audio.shape[-1]]
 
 
-@pytest.mark.parametrize("blocks_per_call", [1, 3, 40])
+@pytest.mark.parametrize("frames_per_call", [1, 37, 512, 1000, 3 * 512, 20000])
 @pytest.mark.parametrize("preset", ["auto", "clicks"])
-def test_streaming_in_whole_blocks_gives_the_bits_of_the_whole_array(preset, blocks_per_call):
+def test_streaming_in_any_blocks_gives_the_bits_of_the_whole_array(preset, frames_per_call):
     audio = damaged_recording()
     whole = ferrotip.declick(audio, RATE, preset, report=False)
     declicker = ferrotip.Declicker(2, RATE, preset, level=ferrotip.mean_squares(audio))
-    assert declicker.channels == 2 and declicker.rate == RATE and declicker.latency > 0
-    assert same_bits(stream(declicker, audio, blocks_per_call * declicker.block_size), whole)
+    assert declicker.channels == 2 and declicker.rate == RATE and declicker.latency > declicker.block_size
+    assert same_bits(stream(declicker, audio, frames_per_call), whole)
 
 
 def test_a_mono_declicker_takes_one_dimensional_blocks():
     audio = damaged_recording(channels=1)
     whole = ferrotip.declick(audio[0], RATE, floor=1e-6, report=False)
     declicker = ferrotip.Declicker(1, RATE, floor=1e-6)
-    assert same_bits(stream(declicker, audio[0], 4 * declicker.block_size), whole)
+    assert same_bits(stream(declicker, audio[0], 700), whole)
 
 
 def test_declick_and_process_release_the_gil():
@@ -118,7 +118,7 @@ def test_declick_and_process_release_the_gil():
     assert inside
     assert same_bits(repaired, ferrotip.declick(audio, RATE, jobs=1)[0])
     declicker = ferrotip.Declicker(2, RATE, floor=1e-6, jobs=1)
-    block = np.ascontiguousarray(audio[:, :declicker.block_size * (audio.shape[1] // declicker.block_size)])
+    block = np.ascontiguousarray(audio)
     inside, _ = inside_call(lambda: declicker.process(block))
     assert inside
 
@@ -134,7 +134,7 @@ def test_declicks_in_two_threads_at_once_give_the_bits_of_one():
 def test_a_declicker_busy_in_one_thread_refuses_another():
     audio = damaged_recording(frames=40 * RATE)
     declicker = ferrotip.Declicker(2, RATE, floor=1e-6, jobs=1)
-    block = np.ascontiguousarray(audio[:, :declicker.block_size * (audio.shape[1] // declicker.block_size)])
+    block = np.ascontiguousarray(audio)
     refused = []
 
     def try_another():
@@ -216,6 +216,6 @@ def test_process_refuses_blocks_of_the_wrong_shape():
     size = declicker.block_size
     with pytest.raises(ValueError, match="2 channels"):
         declicker.process(np.zeros(size, np.float32))
-    with pytest.raises(ValueError, match="multiple of block_size"):
-        declicker.process(np.zeros((2, size + 1), np.float32))
+    with pytest.raises(ValueError, match="2 channels"):
+        declicker.process(np.zeros((3, size), np.float32))
     assert declicker.process(np.zeros((2, 0), np.float32)).shape == (2, 0)
