@@ -8,5 +8,6 @@ namespace ferrotip_python {
 
 void registerRepair(pybind11::module_& module);  // methods(), repair(), Method
 void registerKalman(pybind11::module_& module);  // Kalman
+void registerDeclick(pybind11::module_& module);  // declick(), Declicker, mean_squares()
 
 }  // namespace ferrotip_python

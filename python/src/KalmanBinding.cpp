@@ -12,6 +12,7 @@
 
 #include "ArrayViews.h"
 #include "Bindings.h"
+#include "ThreadClaim.h"
 #include "kalman/Kalman.h"
 
 namespace py = pybind11;
@@ -148,13 +149,7 @@ public:
     }
 
 private:
-    std::unique_lock<std::mutex> claim()
-    {
-        std::unique_lock<std::mutex> lock(busy_, std::try_to_lock);
-        if (!lock.owns_lock())
-            throw std::runtime_error("this Kalman filter is busy in another thread; give each thread its own");
-        return lock;
-    }
+    std::unique_lock<std::mutex> claim() { return claimFor(busy_, "Kalman filter"); }
 
     Kalman kalman_;
     std::mutex busy_;

@@ -7,7 +7,8 @@ PYBIND11_MODULE(ferrotip, module)
 {
     module.doc() =
         "Audio repair on numpy arrays: the ferrotip repair methods, bit-identical to "
-        "`ferrotip repair`, and the Kalman restoration filter.";
+        "`ferrotip repair`, click and crackle removal, bit-identical to `ferrotip declick`, "
+        "and the Kalman restoration filter.";
     pybind11::register_exception_translator([](std::exception_ptr error) {
         try {
             if (error) std::rethrow_exception(error);
@@ -20,4 +21,5 @@ PYBIND11_MODULE(ferrotip, module)
     options.disable_function_signatures();
     ferrotip_python::registerRepair(module);
     ferrotip_python::registerKalman(module);
+    ferrotip_python::registerDeclick(module);
 }

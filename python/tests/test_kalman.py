@@ -123,7 +123,7 @@ def test_restart_needs_set_models_and_then_gives_a_fresh_run():
 
 def test_docstring_example_runs():
     import doctest
-    for function in (ferrotip.Kalman, ferrotip.repair):
+    for function in (ferrotip.Kalman, ferrotip.repair, ferrotip.declick):
         test = doctest.DocTestParser().get_doctest(function.__doc__, {}, function.__name__, None, 0)
         runner = doctest.DocTestRunner(optionflags=doctest.ELLIPSIS)
         runner.run(test)

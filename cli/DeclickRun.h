@@ -1,0 +1,75 @@
+// What `ferrotip declick` decides besides file I/O, shared with the Python module so
+// both give the same bits: the options that pick and change a preset (with their
+// checks and messages), each channel's level, and the run over a whole recording
+// with the engines' latency taken off.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "declick/DeclickPreset.h"
+#include "declick/MultichannelDeclicker.h"
+
+struct DeclickSettingOptions {
+    std::string preset{defaultDeclickPreset().name};
+    std::string engine;
+    std::string listen;
+    int block = 0;
+    float sensitivity = 0.0f;
+    float floor = 0.0f;
+    double relativeFloor = 0.0;
+    int jobs = 0;
+    bool sharedEngine = false;
+    // Which of the preset's settings the options replace.
+    CLI::Option* engineOption = nullptr;
+    CLI::Option* blockOption = nullptr;
+    CLI::Option* sensitivityOption = nullptr;
+    CLI::Option* floorOption = nullptr;
+    CLI::Option* relativeFloorOption = nullptr;
+};
+
+// --preset, --engine, --block, --sensitivity, --floor, --relative-floor,
+// --shared-engine and --jobs.
+void addDeclickSettingOptions(CLI::App* command, DeclickSettingOptions& options);
+// --listen.
+void addDeclickListenOption(CLI::App* command, DeclickSettingOptions& options);
+
+// The preset, with what the options replace.
+DeclickSettings settingsFrom(const DeclickSettingOptions& options);
+DeclickListen listenFrom(const std::string& listen);
+// --jobs, or the cores up to the channel count.
+int jobsFor(const DeclickSettingOptions& options, int channels);
+// Whether the engines need each channel's mean square (a floor relative to the level).
+bool needsLevel(const DeclickSettings& settings, DeclickListen listen);
+// Frames per call over a whole recording: whole blocks, about 16k frames, so threads meet rarely.
+int declickChunk(const DeclickSettings& settings);
+
+// Each channel's mean square at full scale 1, summed in time order.
+class MeanSquareMeter {
+public:
+    explicit MeanSquareMeter(int channels) : sums_(static_cast<std::size_t>(channels), 0.0) {}
+    void add(int channel, double sample) { sums_[static_cast<std::size_t>(channel)] += sample * sample; }
+    void countFrames(std::int64_t frames) { counted_ += frames; }
+    std::vector<double> meanSquares() const;
+
+private:
+    std::vector<double> sums_;
+    std::int64_t counted_ = 0;
+};
+
+// Fills rows[c][0, frames) with the next frames of the recording (full scale 1) and
+// returns how many it gave; 0 only when the source ended early.
+using DeclickSource = std::function<std::int64_t(float* const* rows, std::int64_t frames)>;
+// Takes rows[c][from, from + count): the next output frames, aligned with the input.
+using DeclickSink = std::function<void(const float* const* rows, int from, int count)>;
+
+// Runs `total` frames through the declicker, `chunk` frames a call (its maxFrames),
+// and hands on exactly `total` output frames lined up with the input: the first
+// latency() outputs are dropped and silence is fed past the end. Returns the
+// repaired spans inside the recording, merged and sorted.
+std::vector<RepairedSpan> declickRecording(MultichannelDeclicker& declicker, std::int64_t total, int chunk,
+                                           const DeclickSource& source, const DeclickSink& sink);
