@@ -18,13 +18,14 @@ const lv2test::Channels& clickedMusic()
     return audio;
 }
 
-// range(0): channels (1 mono, 2 stereo); range(1): engine (0 standard, 1 prediction).
+// range(0): channels (1 mono, 2 stereo); range(1): preset (0 the default, 4 Custom);
+// range(2): Custom's engine (0 standard, 1 prediction).
 void pluginLoad(benchmark::State& state)
 {
     const int channels = static_cast<int>(state.range(0));
     lv2test::PluginHost host(channels == 1 ? lv2test::monoUri : lv2test::stereoUri, rate);
-    host.set("preset", 3);
-    host.set("engine", static_cast<float>(state.range(1)));
+    host.set("preset", static_cast<float>(state.range(1)));
+    host.set("engine", static_cast<float>(state.range(2)));
     const auto& music = clickedMusic();
     const lv2test::Channels in(music.begin(), music.begin() + channels);
     lv2test::Channels out = in;
@@ -38,6 +39,13 @@ void pluginLoad(benchmark::State& state)
     state.counters["x_realtime_per_channel"] = benchmark::Counter(seconds * channels, benchmark::Counter::kIsRate);
 }
 
-BENCHMARK(pluginLoad)->ArgNames({"channels", "engine"})->Args({1, 0})->Args({1, 1})->Args({2, 0})->Args({2, 1});
+BENCHMARK(pluginLoad)
+    ->ArgNames({"channels", "preset", "engine"})
+    ->Args({1, 0, 0})
+    ->Args({2, 0, 0})
+    ->Args({1, 4, 0})
+    ->Args({1, 4, 1})
+    ->Args({2, 4, 0})
+    ->Args({2, 4, 1});
 
 }  // namespace

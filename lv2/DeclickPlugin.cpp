@@ -1,8 +1,10 @@
 // The LV2 face of the real-time declicker: a mono and a stereo plug-in over one
 // descriptor table. Ports (the same indices in both): 0-7 controls, 8 the latency
-// output, then the audio inputs and the audio outputs. The controls are read once
-// per run() and resolved through the preset table; the declicker applies them at
-// its next engine-block edge. instantiate allocates everything; run() allocates
+// output, then the audio inputs and the audio outputs. The preset control lists the
+// declick library's presets in their order, then Custom (one pass from the
+// sensitivity, floor and engine controls). The controls are read once per run() and
+// resolved into the library's settings; the declicker applies them at its next
+// engine-block edge. instantiate allocates everything; run() allocates
 // nothing, takes no lock and does no I/O.
 #include <lv2/core/lv2.h>
 
@@ -11,15 +13,13 @@
 #include <cstdint>
 #include <cstring>
 #include <new>
+#include <vector>
 
-#include "DeclickPresets.h"
 #include "RealtimeDeclicker.h"
+#include "declick/DeclickPreset.h"
 
 namespace {
 
-using ferrotip::lv2::DeclickSettings;
-using ferrotip::lv2::EngineKind;
-using ferrotip::lv2::ListenMode;
 using ferrotip::lv2::RealtimeDeclicker;
 
 constexpr const char* monoUri = "urn:ferrotip:lv2:declick-mono";
@@ -40,8 +40,31 @@ constexpr std::uint32_t latencyPort = controlCount;
 constexpr std::uint32_t firstAudioPort = latencyPort + 1;
 constexpr int maxChannels = 2;
 
+// The library lists its default preset first: value 0, the control's default.
+const int customPreset = static_cast<int>(declickPresets().size());
+
+// One pass of the default preset's block, the floor relative to the level.
+DeclickSettings customSettings(DeclickEngineKind engine, float sensitivity, double floorRatio)
+{
+    DeclickSettings settings = defaultDeclickPreset().settings;
+    settings.engine = engine;
+    settings.passCount = 1;
+    settings.passes[0] = {sensitivity, {true, floorRatio}};
+    return settings;
+}
+
+// Every setting the controls can ask for, by shape: the presets and Custom with each engine.
+std::vector<DeclickSettings> possibleSettings()
+{
+    std::vector<DeclickSettings> possible;
+    for (const DeclickPreset& preset : declickPresets()) possible.push_back(preset.settings);
+    for (DeclickEngineKind engine : {DeclickEngineKind::standard, DeclickEngineKind::prediction})
+        possible.push_back(customSettings(engine, 12.0f, 1e-3));
+    return possible;
+}
+
 struct Plugin {
-    Plugin(int channels, double rate) : declicker(channels, rate) {}
+    Plugin(int channels, double rate) : declicker(channels, rate, possibleSettings()) {}
 
     RealtimeDeclicker declicker;
     const float* controls[controlCount] = {};
@@ -69,18 +92,28 @@ int choice(const Plugin& plugin, Control port, int fallback, int last)
 
 DeclickSettings readSettings(const Plugin& plugin)
 {
-    DeclickSettings custom;
-    custom.engine = static_cast<EngineKind>(choice(plugin, enginePort, 0, 1));
-    custom.sensitivity = std::clamp(control(plugin, sensitivityPort, 3.0f), 0.1f, 100.0f);
-    const float floorDb = std::clamp(control(plugin, floorPort, -30.0f), -120.0f, 0.0f);
-    custom.floorRatio = std::pow(10.0, floorDb / 10.0);
-    custom.absoluteFloor = choice(plugin, floorModePort, 0, 1) == 1;
-    custom.floor = std::clamp(control(plugin, absoluteFloorPort, 1e-7f), 0.0f, 1.0f);
-    const bool enabled = control(plugin, enabledPort, 1.0f) > 0.5f;
-    custom.listen = enabled ? static_cast<ListenMode>(choice(plugin, listenPort, 0, 2)) : ListenMode::bypass;
-    const int presetDefault = 2;  // "Gentle"
-    return ferrotip::lv2::applyPreset(choice(plugin, presetPort, presetDefault, ferrotip::lv2::presetCount),
-                                      custom);
+    const int preset = choice(plugin, presetPort, 0, customPreset);
+    DeclickSettings settings;
+    if (preset < customPreset) {
+        settings = declickPresets()[static_cast<std::size_t>(preset)].settings;
+    } else {
+        const float floorDb = std::clamp(control(plugin, floorPort, -30.0f), -120.0f, 0.0f);
+        settings = customSettings(static_cast<DeclickEngineKind>(choice(plugin, enginePort, 0, 1)),
+                                  std::clamp(control(plugin, sensitivityPort, 12.0f), 0.1f, 100.0f),
+                                  std::pow(10.0, floorDb / 10.0));
+    }
+    if (choice(plugin, floorModePort, 0, 1) == 1) {
+        const float floor = std::clamp(control(plugin, absoluteFloorPort, 1e-7f), 0.0f, 1.0f);
+        for (DeclickPass& pass : settings.passes) pass.floor = {false, floor};
+    }
+    return settings;
+}
+
+DeclickListen readListen(const Plugin& plugin)
+{
+    if (control(plugin, enabledPort, 1.0f) <= 0.5f) return DeclickListen::bypass;
+    // The listen control's values are the library's modes in their order.
+    return static_cast<DeclickListen>(choice(plugin, listenPort, 0, 2));
 }
 
 LV2_Handle instantiate(const LV2_Descriptor* descriptor, double rate, const char*, const LV2_Feature* const*)
@@ -105,16 +138,17 @@ void connectPort(LV2_Handle handle, std::uint32_t port, void* data)
 void activate(LV2_Handle handle)
 {
     auto& plugin = *static_cast<Plugin*>(handle);
-    plugin.declicker.setSettings(readSettings(plugin));
+    plugin.declicker.setSettings(readSettings(plugin), readListen(plugin));
     plugin.declicker.reset();
 }
 
 void run(LV2_Handle handle, std::uint32_t sampleCount)
 {
     auto& plugin = *static_cast<Plugin*>(handle);
-    if (plugin.latency) *plugin.latency = static_cast<float>(plugin.declicker.latency());
-    plugin.declicker.setSettings(readSettings(plugin));
+    plugin.declicker.setSettings(readSettings(plugin), readListen(plugin));
     plugin.declicker.process(plugin.in, plugin.out, static_cast<int>(sampleCount));
+    // Written after the block: a preset change may have brought in another lane in it.
+    if (plugin.latency) *plugin.latency = static_cast<float>(plugin.declicker.latency());
 }
 
 void cleanup(LV2_Handle handle)

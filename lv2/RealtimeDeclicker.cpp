@@ -2,27 +2,20 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <stdexcept>
 
 #include "ar/ClassicRand.h"
-#include "crackle/AdvancedFftDeCrackler.h"
-#include "crackle/AdvancedFftDeCracklerOpt.h"
 
 namespace ferrotip::lv2 {
 namespace {
 
 constexpr double fadeSeconds = 0.020;
 constexpr double levelWindowSeconds = 10.0;
-// The prediction detector's level is a median over its last ten hops of 512: an
-// engine brought in mid-stream runs that long past its latency before it is heard.
+// The prediction detector's level is a median over its last ten hops of 512: a
+// lane brought in mid-stream runs that long past its latency before it is heard.
 constexpr int settleHops = 10;
 constexpr int detectorHop = 512;
-
-std::unique_ptr<MetaDeCrackler> makeEngine(EngineKind kind)
-{
-    constexpr int block = RealtimeDeclicker::engineBlock;
-    if (kind == EngineKind::prediction) return std::make_unique<AdvancedFftDeCracklerOpt>(1, block);
-    return std::make_unique<AdvancedFftDeCrackler>(1, block);
-}
 
 int samplesIn(double seconds, double sampleRate)
 {
@@ -32,6 +25,25 @@ int samplesIn(double seconds, double sampleRate)
 void copyRows(const standardLib::CBuffer2D<float>& from, standardLib::CBuffer2D<float>& to)
 {
     for (int c = 0; c < from.rowCount(); ++c) std::copy_n(from[c], from.columnCount(), to[c]);
+}
+
+int largestBlock(std::span<const DeclickSettings> possible)
+{
+    int block = 0;
+    for (const DeclickSettings& settings : possible) block = std::max(block, settings.block);
+    for (const DeclickSettings& settings : possible)
+        if (block % settings.block != 0) throw std::invalid_argument("engine blocks must divide the largest one");
+    return block;
+}
+
+float listenValue(DeclickListen mode, float repaired, float dry)
+{
+    switch (mode) {
+    case DeclickListen::difference: return repaired - dry;
+    case DeclickListen::bypass: return dry;
+    case DeclickListen::repaired: break;
+    }
+    return repaired;
 }
 
 }  // namespace
@@ -48,46 +60,73 @@ double RealtimeDeclicker::LevelWindow::push(double blockMeanSquare)
     return sum / filled_;
 }
 
-RealtimeDeclicker::RealtimeDeclicker(int channels, double sampleRate)
-    : channels_(channels),
-      engines_(makeEngines(channels)),
-      engineLatency_(engines_[0].engine[0]->getLatency()),
-      settleSamples_(engineLatency_ + settleHops * detectorHop),
-      input_(channels, engineBlock),
-      output_(channels, engineBlock),
-      current_(channels, engineBlock),
-      incoming_(channels, engineBlock),
-      dry_(channels, engineBlock),
-      dryDelay_(channels, engineLatency_),
-      level_((samplesIn(levelWindowSeconds, sampleRate) + engineBlock - 1) / engineBlock)
+RealtimeDeclicker::Lane::Lane(const DeclickSettings& chosen, int channels, int fifoBlock)
+    : settings(chosen),
+      declicker(chosen, std::vector<double>(static_cast<std::size_t>(channels), 0.0), false,
+                DeclickListen::repaired, fifoBlock, 1),
+      latency(declicker.latency()),
+      repaired(channels, fifoBlock),
+      dry(channels, fifoBlock),
+      dryDelay(channels, latency)
 {
-    engineRamp_.length = listenRamp_.length = samplesIn(fadeSeconds, sampleRate);
+}
+
+RealtimeDeclicker::RealtimeDeclicker(int channels, double sampleRate, std::span<const DeclickSettings> possible)
+    : channels_(channels),
+      fifoBlock_(largestBlock(possible)),
+      settleHopSamples_(settleHops * detectorHop),
+      input_(channels, fifoBlock_),
+      output_(channels, fifoBlock_),
+      levels_(static_cast<std::size_t>(channels),
+              LevelWindow((samplesIn(levelWindowSeconds, sampleRate) + fifoBlock_ - 1) / fifoBlock_)),
+      meanSquares_(static_cast<std::size_t>(channels), 0.0),
+      floors_(static_cast<std::size_t>(channels), 0.0f),
+      target_(possible.front())
+{
+    for (const DeclickSettings& settings : possible)
+        if (laneFor(settings) < 0) lanes_.push_back(std::make_unique<Lane>(settings, channels, fifoBlock_));
+    laneRamp_.length = listenRamp_.length = samplesIn(fadeSeconds, sampleRate);
     reset();
 }
 
 RealtimeDeclicker::~RealtimeDeclicker() = default;
 
-std::vector<RealtimeDeclicker::ChannelEngines> RealtimeDeclicker::makeEngines(int channels)
+int RealtimeDeclicker::latency() const
 {
-    std::vector<ChannelEngines> engines(static_cast<std::size_t>(channels));
-    for (ChannelEngines& channel : engines)
-        for (int kind = 0; kind < engineKinds; ++kind) channel.engine[kind] = makeEngine(static_cast<EngineKind>(kind));
-    return engines;
+    return lanes_[heard_]->latency + fifoBlock_;
+}
+
+bool RealtimeDeclicker::sameShape(const DeclickSettings& a, const DeclickSettings& b)
+{
+    return a.engine == b.engine && a.block == b.block && a.passCount == b.passCount;
+}
+
+int RealtimeDeclicker::laneFor(const DeclickSettings& settings) const
+{
+    for (std::size_t k = 0; k < lanes_.size(); ++k)
+        if (sameShape(lanes_[k]->settings, settings)) return static_cast<int>(k);
+    return -1;
+}
+
+void RealtimeDeclicker::setSettings(const DeclickSettings& settings, DeclickListen listen)
+{
+    target_ = settings;
+    targetListen_ = listen;
 }
 
 void RealtimeDeclicker::reset()
 {
-    for (ChannelEngines& channel : engines_) {
-        for (auto& engine : channel.engine) engine->reset();
-        channel.randState.fill(1u);
+    for (auto& lane : lanes_) {
+        lane->declicker.reset();
+        lane->dryDelay.reset();
     }
     input_.fill(0.0f);
     output_.fill(0.0f);
-    dryDelay_.reset();
-    level_.reset();
+    for (LevelWindow& level : levels_) level.reset();
     position_ = 0;
-    changingEngine_ = false;
-    engineRamp_.position = listenRamp_.position = -1;
+    changingLane_ = false;
+    laneRamp_.position = listenRamp_.position = -1;
+    heard_ = std::max(laneFor(target_), 0);
     started_ = false;
     // A library loaded at run time gets its thread-local storage set up on a thread's
     // first touch: do it here, so a host that activates and runs on one thread never
@@ -98,13 +137,13 @@ void RealtimeDeclicker::reset()
 void RealtimeDeclicker::process(const float* const* in, float* const* out, int n)
 {
     for (int done = 0; done < n;) {
-        const int count = std::min(n - done, engineBlock - position_);
+        const int count = std::min(n - done, fifoBlock_ - position_);
         // All inputs first: a host may hand the same buffer as input and output.
         for (int c = 0; c < channels_; ++c) std::copy_n(in[c] + done, count, input_[c] + position_);
         for (int c = 0; c < channels_; ++c) std::copy_n(output_[c] + position_, count, out[c] + done);
         position_ += count;
         done += count;
-        if (position_ == engineBlock) {
+        if (position_ == fifoBlock_) {
             processEngineBlock();
             position_ = 0;
         }
@@ -114,105 +153,88 @@ void RealtimeDeclicker::process(const float* const* in, float* const* out, int n
 void RealtimeDeclicker::processEngineBlock()
 {
     applySettings();
-    copyRows(input_, dry_);
-    dryDelay_.processSamples(dry_.rows(), dry_.rows(), engineBlock);
-    copyRows(input_, current_);
-    runEngines(engine_, current_);
-    if (changingEngine_) {
-        copyRows(input_, incoming_);
-        runEngines(nextEngine_, incoming_);
-        settleLeft_ -= engineBlock;
-        if (settleLeft_ <= 0 && !engineRamp_.running()) engineRamp_.position = 0;
+    runLane(*lanes_[heard_]);
+    if (changingLane_) {
+        runLane(*lanes_[incoming_]);
+        settleLeft_ -= fifoBlock_;
+        if (settleLeft_ <= 0 && !laneRamp_.running()) laneRamp_.position = 0;
     }
     writeOutput();
 }
 
 void RealtimeDeclicker::applySettings()
 {
+    const int wanted = laneFor(target_);
     if (!started_) {  // nothing has been heard since the reset: no fade needed
-        engine_ = target_.engine;
-        listen_ = target_.listen;
+        if (wanted >= 0) heard_ = wanted;
+        listen_ = targetListen_;
         started_ = true;
     }
-    if (!changingEngine_ && target_.engine != engine_) startEngineChange(target_.engine);
-    if (!listenRamp_.running() && target_.listen != listen_) {
-        nextListen_ = target_.listen;
+    if (!changingLane_ && wanted >= 0 && wanted != heard_) startLaneChange(wanted);
+    if (!listenRamp_.running() && targetListen_ != listen_) {
+        nextListen_ = targetListen_;
         listenRamp_.position = 0;
     }
-    const double meanSquare = level_.push(inputMeanSquare());
-    floor_ = target_.absoluteFloor ? target_.floor : static_cast<float>(target_.floorRatio * meanSquare);
-    for (ChannelEngines& channel : engines_) {
-        for (auto& engine : channel.engine) {
-            engine->setSensitivity(target_.sensitivity);
-            engine->setSpectralFloor(floor_);
-        }
-    }
-}
-
-double RealtimeDeclicker::inputMeanSquare() const
-{
-    double sum = 0.0;
+    if (wanted >= 0) lanes_[wanted]->settings = target_;
+    measureLevels();
+    for (auto& lane : lanes_) lane->declicker.retune(lane->settings, meanSquares_);
     for (int c = 0; c < channels_; ++c)
-        for (int i = 0; i < engineBlock; ++i) sum += static_cast<double>(input_[c][i]) * input_[c][i];
-    return sum / (static_cast<double>(engineBlock) * channels_);
+        floors_[c] = lanes_[heard_]->settings.passes[0].floor.floorFor(meanSquares_[c]);
 }
 
-void RealtimeDeclicker::startEngineChange(EngineKind next)
+void RealtimeDeclicker::measureLevels()
 {
-    nextEngine_ = next;
-    changingEngine_ = true;
-    settleLeft_ = settleSamples_;
-    for (ChannelEngines& channel : engines_) {
-        channel.engine[static_cast<int>(next)]->reset();
-        channel.randState[static_cast<int>(next)] = 1u;
-    }
-}
-
-void RealtimeDeclicker::runEngines(EngineKind kind, standardLib::CBuffer2D<float>& rows)
-{
-    std::uint32_t& threadState = ferrotip::detail::classicRandState;
-    const std::uint32_t callerState = threadState;
     for (int c = 0; c < channels_; ++c) {
-        ChannelEngines& channel = engines_[static_cast<std::size_t>(c)];
-        const int k = static_cast<int>(kind);
-        threadState = channel.randState[k];
-        float* row[1] = {rows[c]};
-        channel.engine[k]->process(row, engineBlock);
-        channel.randState[k] = threadState;
+        double sum = 0.0;
+        for (int i = 0; i < fifoBlock_; ++i) sum += static_cast<double>(input_[c][i]) * input_[c][i];
+        meanSquares_[c] = levels_[c].push(sum / fifoBlock_);
     }
-    threadState = callerState;
 }
 
-float RealtimeDeclicker::listenValue(ListenMode mode, float repaired, float dry) const
+void RealtimeDeclicker::startLaneChange(int next)
 {
-    switch (mode) {
-    case ListenMode::difference: return repaired - dry;
-    case ListenMode::bypass: return dry;
-    case ListenMode::normal: break;
-    }
-    return repaired;
+    incoming_ = next;
+    changingLane_ = true;
+    Lane& lane = *lanes_[next];
+    settleLeft_ = lane.latency + settleHopSamples_;
+    lane.declicker.reset();
+    lane.dryDelay.reset();
+}
+
+void RealtimeDeclicker::runLane(Lane& lane)
+{
+    copyRows(input_, lane.dry);
+    lane.dryDelay.processSamples(lane.dry.rows(), lane.dry.rows(), fifoBlock_);
+    copyRows(input_, lane.repaired);
+    lane.declicker.process(lane.repaired.rows(), fifoBlock_);
+}
+
+// What lane `heard_` (faded into `incoming_` while a change runs) gives in `mode`.
+float RealtimeDeclicker::heardValue(DeclickListen mode, int i, int c) const
+{
+    const Lane& from = *lanes_[heard_];
+    const float value = listenValue(mode, from.repaired[c][i], from.dry[c][i]);
+    if (!laneRamp_.running()) return value;
+    const Lane& to = *lanes_[incoming_];
+    const float g = laneRamp_.gain();
+    return (1.0f - g) * value + g * listenValue(mode, to.repaired[c][i], to.dry[c][i]);
 }
 
 void RealtimeDeclicker::writeOutput()
 {
-    for (int i = 0; i < engineBlock; ++i) {
+    for (int i = 0; i < fifoBlock_; ++i) {
         for (int c = 0; c < channels_; ++c) {
-            float repaired = current_[c][i];
-            if (engineRamp_.running()) {
-                const float g = engineRamp_.gain();
-                repaired = (1.0f - g) * repaired + g * incoming_[c][i];
-            }
-            float value = listenValue(listen_, repaired, dry_[c][i]);
+            float value = heardValue(listen_, i, c);
             if (listenRamp_.running()) {
                 const float g = listenRamp_.gain();
-                value = (1.0f - g) * value + g * listenValue(nextListen_, repaired, dry_[c][i]);
+                value = (1.0f - g) * value + g * heardValue(nextListen_, i, c);
             }
             output_[c][i] = value;
         }
-        if (engineRamp_.running() && engineRamp_.advance()) {
-            engine_ = nextEngine_;
-            changingEngine_ = false;
-            engineRamp_.position = -1;
+        if (laneRamp_.running() && laneRamp_.advance()) {
+            heard_ = incoming_;
+            changingLane_ = false;
+            laneRamp_.position = -1;
         }
         if (listenRamp_.running() && listenRamp_.advance()) {
             listen_ = nextListen_;

@@ -1,31 +1,32 @@
 // Real-time declicking of a fixed number of channels, in host blocks of any size.
 //
-// One crackle engine of each kind per channel, all built with a fixed engine block
-// of 512 samples. Host samples pass through a FIFO of one engine block, so the
-// output is the input `latency()` samples late (the engine's 1926 plus 512), and
-// it does not depend on how the host cuts its blocks. Each engine draws its dither
-// from its own generator state (saved and restored around every engine call), so
-// the result does not depend on the calling thread either.
+// The engines are the declick library's, one per channel and pass. The declicker
+// is built with every setting it may be asked to run; settings of the same shape
+// (engine, block, pass count) share one set of engines, a lane, so each shape is
+// allocated once. Host samples pass through a FIFO of one engine block (the largest
+// block of the lanes; every lane's block divides it), so the output is the input
+// `latency()` samples late (the lane's chained engines plus that block), and it does
+// not depend on how the host cuts its blocks nor on the calling thread.
 //
-// Settings handed to setSettings are applied at the next engine-block edge:
-// sensitivity and floor are written straight into the engines (they only move the
-// split and the marks, never the sum, so they cannot click); a listen-mode change
-// crossfades the two outputs over 20 ms; an engine change resets the other engine,
-// lets it settle on the same input for its latency plus ten hops, then crossfades
-// to it. The relative floor follows the mean square of all channels over the last
-// ten seconds, measured per engine block.
+// Settings handed to setSettings are applied at the next engine-block edge.
+// Sensitivities and floors are written straight into the running engines (they only
+// move the split and the marks, never the sum, so they cannot click). A listen-mode
+// change crossfades the two outputs over 20 ms. A change of shape resets the other
+// lane, lets it settle on the same input for its latency plus ten hops, then
+// crossfades to it; latency() then reports the new lane's. A setting whose shape
+// was not given at construction is not followed. Relative floors follow each
+// channel's mean square over the last ten seconds, measured per engine block.
 //
 // The constructor allocates everything; reset, setSettings and process allocate
 // nothing, lock nothing and do no I/O. One thread at a time. In and out may alias.
 #pragma once
 
-#include <array>
-#include <cstdint>
 #include <memory>
+#include <span>
 #include <vector>
 
-#include "DeclickPresets.h"
-#include "crackle/MetaDeCrackler.h"
+#include "declick/DeclickPreset.h"
+#include "declick/MultichannelDeclicker.h"
 #include "signal/CBuffer2D.h"
 #include "signal/CDelay.h"
 
@@ -33,25 +34,24 @@ namespace ferrotip::lv2 {
 
 class RealtimeDeclicker {
 public:
-    static constexpr int engineBlock = 512;
-
-    RealtimeDeclicker(int channels, double sampleRate);
+    RealtimeDeclicker(int channels, double sampleRate, std::span<const DeclickSettings> possible);
     ~RealtimeDeclicker();
 
     // Back to the just-built state: silence in every delay, engines reset, every
-    // generator state at 1; the settings of the first engine block apply without fades.
+    // dither state at 1, the lane of the settings given last in use; the settings
+    // of the first engine block apply without fades.
     void reset();
-    void setSettings(const DeclickSettings& settings) { target_ = settings; }
+    void setSettings(const DeclickSettings& settings, DeclickListen listen);
     void process(const float* const* in, float* const* out, int n);
 
-    int latency() const { return engineLatency_ + engineBlock; }
+    // The delay of the lane heard, FIFO included.
+    int latency() const;
+    int fifoBlock() const { return fifoBlock_; }
     int channels() const { return channels_; }
-    // The spectral floor in force (the last one written into the engines).
-    float spectralFloor() const { return floor_; }
+    // The spectral floor in force on a channel's first pass (the last one written).
+    float spectralFloor(int channel) const { return floors_[static_cast<std::size_t>(channel)]; }
 
 private:
-    static constexpr int engineKinds = 2;
-
     // A linear gain ramp from 0 to 1 over `length` samples.
     struct Ramp {
         int length = 1;
@@ -74,44 +74,50 @@ private:
         int filled_ = 0;
     };
 
-    struct ChannelEngines {
-        std::array<std::unique_ptr<MetaDeCrackler>, engineKinds> engine;
-        std::array<std::uint32_t, engineKinds> randState{};
+    // The engines of one shape, what they ran with last, their output and the
+    // input delayed like it.
+    struct Lane {
+        Lane(const DeclickSettings& settings, int channels, int fifoBlock);
+        DeclickSettings settings;
+        MultichannelDeclicker declicker;
+        int latency;
+        standardLib::CBuffer2D<float> repaired;
+        standardLib::CBuffer2D<float> dry;
+        standardLib::CDelay<float> dryDelay;
     };
 
+    static bool sameShape(const DeclickSettings& a, const DeclickSettings& b);
+    int laneFor(const DeclickSettings& settings) const;  // -1: none
     void processEngineBlock();
-    static std::vector<ChannelEngines> makeEngines(int channels);
-    // At an engine-block edge: start fades, track the level, write floor and sensitivity.
+    // At an engine-block edge: start fades, track the levels, retune the lanes.
     void applySettings();
-    double inputMeanSquare() const;  // of the engine block in input_, all channels
-    void startEngineChange(EngineKind next);
-    void runEngines(EngineKind kind, standardLib::CBuffer2D<float>& rows);
+    void measureLevels();
+    void startLaneChange(int next);
+    void runLane(Lane& lane);
     void writeOutput();
-    float listenValue(ListenMode mode, float repaired, float dry) const;
+    float heardValue(DeclickListen mode, int i, int c) const;
 
     int channels_;
-    std::vector<ChannelEngines> engines_;
-    int engineLatency_;
-    int settleSamples_;
-    standardLib::CBuffer2D<float> input_;     // the engine block being filled
-    standardLib::CBuffer2D<float> output_;    // the engine block being handed out
-    standardLib::CBuffer2D<float> current_;   // repaired by the engine in use
-    standardLib::CBuffer2D<float> incoming_;  // repaired by the engine being changed to
-    standardLib::CBuffer2D<float> dry_;       // input, delayed like the repaired rows
-    standardLib::CDelay<float> dryDelay_;
-    LevelWindow level_;
+    int fifoBlock_;
+    std::vector<std::unique_ptr<Lane>> lanes_;
+    int settleHopSamples_;
+    standardLib::CBuffer2D<float> input_;   // the engine block being filled
+    standardLib::CBuffer2D<float> output_;  // the engine block being handed out
+    std::vector<LevelWindow> levels_;       // one per channel
+    std::vector<double> meanSquares_;
+    std::vector<float> floors_;
     int position_ = 0;  // next sample of input_ and output_
 
     DeclickSettings target_;
+    DeclickListen targetListen_ = DeclickListen::repaired;
     bool started_ = false;  // an engine block has been processed since the reset
-    float floor_ = 0.0f;
-    EngineKind engine_ = EngineKind::standard;
-    EngineKind nextEngine_ = EngineKind::standard;
-    bool changingEngine_ = false;
-    int settleLeft_ = 0;  // samples the incoming engine still runs unheard
-    Ramp engineRamp_;
-    ListenMode listen_ = ListenMode::normal;
-    ListenMode nextListen_ = ListenMode::normal;
+    int heard_ = 0;
+    int incoming_ = 0;
+    bool changingLane_ = false;
+    int settleLeft_ = 0;  // samples the incoming lane still runs unheard
+    Ramp laneRamp_;
+    DeclickListen listen_ = DeclickListen::repaired;
+    DeclickListen nextListen_ = DeclickListen::repaired;
     Ramp listenRamp_;
 };
 

@@ -46,8 +46,6 @@ DeclickChannelGroup::DeclickChannelGroup(const DeclickSettings& settings, double
         pass.engine = settings.engine == DeclickEngineKind::standard
                           ? makeEngine<AdvancedFftDeCrackler>(channels, block_, pass.marksOf)
                           : makeEngine<AdvancedFftDeCracklerOpt>(channels, block_, pass.marksOf);
-        pass.engine->setSensitivity(active[p].sensitivity);
-        pass.engine->setSpectralFloor(active[p].floor.floorFor(meanSquare));
         // What was removed, or the input, is the whole chain's: the last pass
         // compares with what the first one was given.
         if (listen == DeclickListen::bypass) pass.engine->enableBypass();
@@ -56,6 +54,7 @@ DeclickChannelGroup::DeclickChannelGroup(const DeclickSettings& settings, double
         for (int c = 0; c < channels; ++c) pass.trackers.emplace_back(firstChannel + c, latency_);
         passes_.push_back(std::move(pass));
     }
+    retune(settings, meanSquare);
     if (listen == DeclickListen::difference && active.size() > 1) {
         dryDelay_ = std::make_unique<standardLib::CDelay<float>>(channels, latency_);
         dryRows_ = std::make_unique<standardLib::CBuffer2D<float>>(channels, block_);
@@ -67,6 +66,26 @@ DeclickChannelGroup::DeclickChannelGroup(const DeclickSettings& settings, double
 
 DeclickChannelGroup::~DeclickChannelGroup() = default;
 DeclickChannelGroup::DeclickChannelGroup(DeclickChannelGroup&&) noexcept = default;
+
+void DeclickChannelGroup::retune(const DeclickSettings& settings, double meanSquare)
+{
+    const auto active = settings.activePasses();
+    for (std::size_t p = 0; p < passes_.size() && p < active.size(); ++p) {
+        passes_[p].engine->setSensitivity(active[p].sensitivity);
+        passes_[p].engine->setSpectralFloor(active[p].floor.floorFor(meanSquare));
+    }
+}
+
+void DeclickChannelGroup::reset()
+{
+    for (Pass& pass : passes_) {
+        pass.engine->reset();
+        for (ClickSpanTracker& tracker : pass.trackers) tracker.reset();
+        pass.ditherState = 1;
+    }
+    if (dryDelay_) dryDelay_->reset();
+    spanCount_ = 0;
+}
 
 void DeclickChannelGroup::process(float* const* rows, int frames)
 {

@@ -11,8 +11,8 @@
 // process(rows, frames) takes frames (a multiple of blockSize()) samples per channel
 // at full scale 1 and replaces them in place with the engine's output, latency()
 // samples late. Construction allocates everything, spans included (room for
-// maxFrames per call); process allocates nothing, takes no lock and does no I/O, so
-// a real-time path may call it. One thread at a time per group.
+// maxFrames per call); process, retune and reset allocate nothing, take no lock and
+// do no I/O, so a real-time path may call them. One thread at a time per group.
 #pragma once
 
 #include <cstdint>
@@ -44,6 +44,12 @@ public:
 
     // rows: one pointer per channel of the group.
     void process(float* const* rows, int frames);
+    // Writes the passes' sensitivities and floors (for a group of that mean square)
+    // into the running engines. `settings` has the engine, block and pass count the
+    // group was built with; only its passes' values are read.
+    void retune(const DeclickSettings& settings, double meanSquare);
+    // Back to the just-built state: engines, span trackers and dither states.
+    void reset();
     // The spans that ended during the last process call, pass by pass, in order of
     // their end per channel; the passes' spans may overlap.
     std::span<const RepairedSpan> lastSpans() const { return {spans_.data(), spanCount_}; }

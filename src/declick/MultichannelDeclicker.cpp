@@ -17,7 +17,7 @@ double average(std::span<const double> values)
 
 MultichannelDeclicker::MultichannelDeclicker(const DeclickSettings& settings, std::span<const double> meanSquares,
                                              bool sharedEngine, DeclickListen listen, int maxFrames, int jobs)
-    : channels_(static_cast<int>(meanSquares.size()))
+    : channels_(static_cast<int>(meanSquares.size())), sharedEngine_(sharedEngine)
 {
     if (sharedEngine) {
         groups_.emplace_back(settings, average(meanSquares), 0, channels_, listen,
@@ -28,6 +28,20 @@ MultichannelDeclicker::MultichannelDeclicker(const DeclickSettings& settings, st
             groups_.emplace_back(settings, meanSquares[c], c, 1, listen, maxFrames);
     }
     jobs_ = std::clamp(jobs, 1, static_cast<int>(groups_.size()));
+}
+
+void MultichannelDeclicker::retune(const DeclickSettings& settings, std::span<const double> meanSquares)
+{
+    if (sharedEngine_) {
+        groups_.front().retune(settings, average(meanSquares));
+        return;
+    }
+    for (int c = 0; c < channels_; ++c) groups_[c].retune(settings, meanSquares[c]);
+}
+
+void MultichannelDeclicker::reset()
+{
+    for (DeclickChannelGroup& group : groups_) group.reset();
 }
 
 void MultichannelDeclicker::processGroup(std::size_t index, float* const* rows, int frames)

@@ -13,7 +13,7 @@
 //
 // Allocation and threads: construction allocates everything. With jobs 1 (or one
 // engine) process runs on the caller's thread and allocates nothing, takes no lock
-// and does no I/O: a real-time path may call it. With jobs > 1 it starts up to
+// and does no I/O: a real-time path may call it, and retune and reset. With jobs > 1 it starts up to
 // jobs - 1 helper threads per call and joins them before returning. One caller at
 // a time.
 #pragma once
@@ -36,6 +36,11 @@ public:
 
     // rows: one pointer per channel.
     void process(float* const* rows, int frames);
+    // New pass sensitivities and floors for the channels' current mean squares, in
+    // the running engines; `settings` keeps the engine, block and pass count built with.
+    void retune(const DeclickSettings& settings, std::span<const double> meanSquares);
+    // Back to the just-built state.
+    void reset();
     // Calls onSpan(const RepairedSpan&) for every span that ended during the last
     // process call, channel by channel.
     template <typename OnSpan>
@@ -50,5 +55,6 @@ private:
 
     int channels_;
     int jobs_;
+    bool sharedEngine_;
     std::vector<DeclickChannelGroup> groups_;
 };

@@ -192,3 +192,31 @@ TEST(MultichannelDeclicker, ProcessOnOneThreadAllocatesNothingAndLeavesTheThread
     EXPECT_EQ(ferrotip::rand(), expected);
     EXPECT_EQ(declicker.latency(), 1926);
 }
+
+TEST(MultichannelDeclicker, ResetGivesTheBitsOfAFreshDeclicker)
+{
+    const Channels audio = clickedChannels(2);
+    const DeclickSettings chain = twoPasses();
+    MultichannelDeclicker declicker(chain, meanSquares(audio), false, DeclickListen::difference, chunk, 1);
+    const Declicked fresh = runChunks(declicker, audio);
+    std::size_t allocations = 0;
+    allocations += testsupport::allocationsDuring([&] { declicker.reset(); });
+    const Declicked again = runChunks(declicker, audio);
+    EXPECT_EQ(again.output, fresh.output);
+    EXPECT_TRUE(sameSpans(again.spans, fresh.spans));
+    EXPECT_EQ(allocations, 0u);
+}
+
+TEST(MultichannelDeclicker, RetuneWritesThePassesAsConstructionDoes)
+{
+    const Channels audio = clickedChannels(2);
+    const std::vector<double> level = meanSquares(audio);
+    DeclickSettings chain = twoPasses();
+    const Declicked direct = declick(audio, false, 1, chain);
+    // Built with other values and the same shape, then retuned before the first block.
+    DeclickSettings other = chain;
+    other.passes = {DeclickPass{3.0f, {false, 1e-7}}, DeclickPass{4.0f, {true, 1.0}}};
+    MultichannelDeclicker declicker(other, std::vector<double>(2, 0.5), false, DeclickListen::repaired, chunk, 1);
+    EXPECT_EQ(testsupport::allocationsDuring([&] { declicker.retune(chain, level); }), 0u);
+    EXPECT_EQ(runChunks(declicker, audio).output, direct.output);
+}

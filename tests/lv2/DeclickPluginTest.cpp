@@ -1,8 +1,9 @@
 // The declick plug-ins loaded in-process through lilv, as a host loads them: run()
 // allocates nothing whatever the block size or control changes, the output does not
 // depend on how the host cuts its blocks, on which thread runs them or on other
-// instances, bypass is the input delayed by the reported latency, and listen and
-// engine changes fade in without a jump.
+// instances, bypass is the input delayed by the reported latency, the preset control
+// lists the library's presets, and listen, engine and preset changes fade in
+// without a jump.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -12,6 +13,7 @@
 
 #include "ClickedMusic.h"
 #include "PluginHost.h"
+#include "declick/DeclickPreset.h"
 
 namespace {
 
@@ -19,7 +21,11 @@ using lv2test::Channels;
 using lv2test::PluginHost;
 
 constexpr double rate = 48000.0;
-constexpr int expectedLatency = 1926 + 512;  // the engine's, plus one engine block of FIFO
+constexpr int engineLatency = 1926;
+constexpr int fifoBlock = 512;
+const int customPreset = static_cast<int>(declickPresets().size());
+// The default preset's chained engines, plus one engine block of FIFO.
+const int defaultLatency = defaultDeclickPreset().settings.passCount * engineLatency + fifoBlock;
 const std::vector<int> hostBlockSizes = {1, 32, 64, 100, 256, 1024, 4096};
 
 // Two seconds of music with clicks, seeded.
@@ -48,7 +54,7 @@ Channels renderWith(const char* uri, const Channels& in, int blockSize, void (*c
 
 void predictionEngine(PluginHost& host)
 {
-    host.set("preset", 3);
+    host.set("preset", static_cast<float>(customPreset));
     host.set("engine", 1);
     host.set("sensitivity", 4.0f);
 }
@@ -62,13 +68,31 @@ double largestStep(const std::vector<float>& x, std::size_t from, std::size_t to
     return step;
 }
 
-TEST(DeclickPlugin, ReportsTheEngineLatencyPlusOneEngineBlock)
+TEST(DeclickPlugin, ThePresetControlListsTheLibrarysPresetsThenCustom)
+{
+    PluginHost host(lv2test::monoUri, rate);
+    std::vector<std::string> expected;
+    for (const DeclickPreset& preset : declickPresets()) {
+        expected.emplace_back(preset.name);
+        expected.back()[0] = static_cast<char>(std::toupper(expected.back()[0]));
+    }
+    expected.emplace_back("Custom");
+    EXPECT_EQ(host.scaleLabels("preset"), expected);
+    EXPECT_EQ(declickPresets()[static_cast<std::size_t>(host.get("preset"))].name, defaultDeclickPreset().name);
+}
+
+TEST(DeclickPlugin, ReportsEachPresetsChainedEnginesPlusOneEngineBlock)
 {
     for (const char* uri : {lv2test::monoUri, lv2test::stereoUri}) {
-        PluginHost host(uri, rate);
-        Channels in(host.channels(), std::vector<float>(1)), out = in;
-        host.run(in, out, 0, 0);
-        EXPECT_EQ(host.latency(), expectedLatency) << uri;
+        for (int preset = 0; preset <= customPreset; ++preset) {
+            PluginHost host(uri, rate);
+            host.set("preset", static_cast<float>(preset));
+            host.reactivate();
+            Channels in(host.channels(), std::vector<float>(1)), out = in;
+            host.run(in, out, 0, 0);
+            const int passes = preset < customPreset ? declickPresets()[preset].settings.passCount : 1;
+            EXPECT_EQ(host.latency(), passes * engineLatency + fifoBlock) << uri << " preset " << preset;
+        }
     }
 }
 
@@ -83,11 +107,15 @@ TEST(DeclickPlugin, RunAllocatesNothingForAnyBlockSizeOrControlChange)
     const Channels in = clickedMusic(2);
     PluginHost host(lv2test::stereoUri, rate);
     std::size_t allocations = 0;
-    for (int size : hostBlockSizes) lv2test::render(host, in, fixedBlocks(size), allocations);
+    for (int preset = 0; preset <= customPreset; ++preset) {
+        host.set("preset", static_cast<float>(preset));
+        for (int size : hostBlockSizes) lv2test::render(host, in, fixedBlocks(size), allocations);
+        lv2test::render(host, in, varyingBlocks(static_cast<unsigned>(preset)), allocations);
+    }
     // Every control moved at some block: presets, engines both ways, listen modes, floor modes.
     std::mt19937 rng(5);
     const char* symbols[] = {"preset", "engine", "listen", "floor_mode", "enabled", "sensitivity", "floor"};
-    const float ranges[] = {3, 1, 2, 1, 1, 20, -10};
+    const float ranges[] = {static_cast<float>(customPreset), 1, 2, 1, 1, 20, -10};
     int block = 0;
     auto changing = [&](std::size_t) {
         if (++block % 7 == 0) {
@@ -98,7 +126,7 @@ TEST(DeclickPlugin, RunAllocatesNothingForAnyBlockSizeOrControlChange)
     };
     // Each pass starts with a change it is sure to see through: both engine changes, every mode.
     const std::vector<std::pair<const char*, float>> firstMoves = {
-        {"preset", 3}, {"engine", 1}, {"engine", 0}, {"listen", 1}, {"listen", 2}, {"floor_mode", 1}, {"enabled", 0}};
+        {"preset", 0}, {"preset", static_cast<float>(customPreset)}, {"engine", 1}, {"engine", 0}, {"listen", 1}, {"listen", 2}, {"floor_mode", 1}, {"enabled", 0}};
     for (const auto& [symbol, value] : firstMoves) {
         host.set(symbol, value);
         lv2test::render(host, in, changing, allocations);
@@ -152,16 +180,17 @@ TEST(DeclickPlugin, BypassIsTheInputDelayedByTheReportedLatency)
     }
 }
 
-// A clean 440 Hz tone at half scale, one mono plug-in in blocks of 256 with the
-// custom preset; `change` may move a control before the block at `offset`.
+// A clean 440 Hz tone at half scale, one mono plug-in in blocks of 256 starting with
+// `preset` (Custom: sensitivity 12); `change` may move a control before the block at
+// `offset`.
 template <typename Change>
-Channels renderTone(Change change)
+Channels renderTone(Change change, int preset = customPreset)
 {
     const int count = static_cast<int>(2 * rate);
     Channels in(1, std::vector<float>(count)), out = in;
     for (int t = 0; t < count; ++t) in[0][t] = static_cast<float>(0.5 * std::sin(2 * M_PI * 440.0 * t / rate));
     PluginHost host(lv2test::monoUri, rate);
-    host.set("preset", 3);
+    host.set("preset", static_cast<float>(preset));
     host.set("sensitivity", 12.0f);
     for (std::size_t offset = 0; offset < in[0].size(); offset += 256) {
         change(host, offset);
@@ -179,10 +208,36 @@ TEST(DeclickPlugin, EngineChangeKeepsTheSignalFlowing)
     const Channels run = renderTone([](PluginHost& host, std::size_t offset) {
         if (offset == switchAt) host.set("engine", 1);
     });
+    const int latency = engineLatency + fifoBlock;
     double error = 0.0;
-    for (std::size_t t = expectedLatency + 4096; t < run[0].size(); ++t)
-        error = std::max(error, std::fabs(double(run[0][t]) - run[1][t - expectedLatency]));
+    for (std::size_t t = latency + 4096; t < run[0].size(); ++t)
+        error = std::max(error, std::fabs(double(run[0][t]) - run[1][t - latency]));
     EXPECT_LT(error, 0.05);  // the engines' own repairs of a tone stay far below its 0.5
+}
+
+TEST(DeclickPlugin, PresetChangeToMorePassesFadesWithoutAJump)
+{
+    // One pass to the default's two: the audio moves by one engine latency, faded over 20 ms.
+    const int gentle = 1;
+    const Channels run = renderTone(
+        [](PluginHost& host, std::size_t offset) {
+            if (offset == switchAt) host.set("preset", 0.0f);
+        },
+        gentle);
+    // No step beyond what either preset makes of the tone plus the fade's (20 ms
+    // between two copies of the tone 1926 samples apart); a hard switch would step by
+    // up to twice the amplitude.
+    const std::size_t from = engineLatency + fifoBlock;
+    const auto steady = [&](int preset) {
+        const Channels alone = renderTone([](PluginHost&, std::size_t) {}, preset);
+        return largestStep(alone[0], from, alone[0].size());
+    };
+    const double presetStep = std::max(steady(gentle), steady(0));
+    EXPECT_LT(largestStep(run[0], from, run[0].size()), presetStep + 1.5 * 1.0 / (0.020 * rate));
+    double error = 0.0;
+    for (std::size_t t = run[0].size() - 4800; t < run[0].size(); ++t)
+        error = std::max(error, std::fabs(double(run[0][t]) - run[1][t - defaultLatency]));
+    EXPECT_LT(error, 0.05);
 }
 
 TEST(DeclickPlugin, ListenChangeFadesWithoutAJump)

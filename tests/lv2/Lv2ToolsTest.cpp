@@ -1,8 +1,9 @@
 // The installed ferrotip.lv2 checked with the LV2 command-line tools: lv2_validate
 // accepts it, lv2ls and lv2info list both plug-ins with every port, and lv2apply (a
-// real host, one sample per run) renders a file that, with the latency taken off,
-// equals `ferrotip declick` with the same settings bit for bit; bypass is the input
-// delayed by the latency exactly. Each test installs the bundle into its own
+// real host, one sample per run) renders a mono or stereo file that, with the
+// latency taken off, equals `ferrotip declick` with the same settings (a Custom
+// pass, or a preset with its floors given absolutely) bit for bit; bypass is the
+// input delayed by the latency exactly. Each test installs the bundle into its own
 // temporary prefix and removes it.
 #include <sndfile.h>
 #include <stdlib.h>
@@ -24,8 +25,20 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int rate = 48000;
-constexpr int latency = 1926 + 512;
+constexpr int engineLatency = 1926;
+constexpr int fifoBlock = 512;
+constexpr int customPreset = 4;
+// The default preset chains two engines.
+constexpr int defaultLatency = 2 * engineLatency + fifoBlock;
 constexpr const char* monoUri = "urn:ferrotip:lv2:declick-mono";
+constexpr const char* stereoUri = "urn:ferrotip:lv2:declick-stereo";
+
+// Interleaved frames of `channels` channels.
+struct Audio {
+    int channels;
+    std::vector<float> samples;
+    bool operator==(const Audio&) const = default;
+};
 
 struct Outcome {
     int status;
@@ -42,16 +55,22 @@ Outcome runCommand(const std::string& command)
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
 }
 
-void writeFloatWav(const fs::path& path, const std::vector<float>& samples)
+void writeFloatWav(const fs::path& path, const Audio& audio)
 {
     SF_INFO info{};
     info.samplerate = rate;
-    info.channels = 1;
+    info.channels = audio.channels;
     info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
     SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
     ASSERT_NE(file, nullptr) << path;
-    sf_writef_float(file, samples.data(), static_cast<sf_count_t>(samples.size()));
+    sf_writef_float(file, audio.samples.data(), static_cast<sf_count_t>(audio.samples.size() / audio.channels));
     sf_close(file);
+}
+
+Audio readFloatWav(const fs::path& path)
+{
+    auto file = testsupport::readSoundFile<float>(path.string());
+    return {file.info.channels, std::move(file.samples)};
 }
 
 class Lv2Tools : public ::testing::Test {
@@ -76,39 +95,46 @@ protected:
         return runCommand("LV2_PATH=\"" + (dir_ / "lib/lv2").string() + "\" " + arguments);
     }
 
-    // Renders `input` through the mono plug-in with lv2apply, fed `latency` zeros
-    // past its end, and returns the output with the latency taken off.
-    std::vector<float> lv2apply(std::vector<float> input, const std::string& controls)
+    // Renders `input` through the plug-in of its channel count with lv2apply, fed
+    // `latency` frames of silence past its end, and returns the output with the
+    // latency taken off.
+    Audio lv2apply(Audio input, const std::string& controls, int latency)
     {
-        input.resize(input.size() + latency, 0.0f);
+        const std::size_t delay = static_cast<std::size_t>(latency) * input.channels;
+        input.samples.resize(input.samples.size() + delay, 0.0f);
         writeFloatWav(dir_ / "padded.wav", input);
         const Outcome run = tool("lv2apply -i \"" + (dir_ / "padded.wav").string() + "\" -o \"" +
-                                 (dir_ / "plugin.wav").string() + "\" " + controls + " " + monoUri);
+                                 (dir_ / "plugin.wav").string() + "\" " + controls + " " +
+                                 (input.channels == 1 ? monoUri : stereoUri));
         EXPECT_EQ(run.status, 0) << run.output;
-        auto out = testsupport::readSoundFile<float>((dir_ / "plugin.wav").string()).samples;
-        EXPECT_EQ(out.size(), input.size());
-        out.erase(out.begin(), out.begin() + std::min<std::size_t>(latency, out.size()));
+        Audio out = readFloatWav(dir_ / "plugin.wav");
+        EXPECT_EQ(out.samples.size(), input.samples.size());
+        out.samples.erase(out.samples.begin(), out.samples.begin() + std::min(delay, out.samples.size()));
         return out;
     }
 
-    std::vector<float> declick(const std::vector<float>& input, const std::string& options)
+    Audio declick(const Audio& input, const std::string& options)
     {
         writeFloatWav(dir_ / "in.wav", input);
         const Outcome run = runCommand(std::string("\"" FERROTIP_CLI_PATH "\" declick -q \"") +
                                        (dir_ / "in.wav").string() + "\" \"" + (dir_ / "cli.wav").string() +
                                        "\" " + options);
         EXPECT_EQ(run.status, 0) << run.output;
-        return testsupport::readSoundFile<float>((dir_ / "cli.wav").string()).samples;
+        return readFloatWav(dir_ / "cli.wav");
     }
 
     fs::path dir_;
     fs::path bundle_;
 };
 
-// Two seconds of mono music with clicks, seeded.
-std::vector<float> clickedMusic()
+// Two seconds of music with clicks, seeded, interleaved.
+Audio clickedMusic(int channels)
 {
-    return lv2test::clickedMusic(1, 2 * rate, 41)[0];
+    const auto planar = lv2test::clickedMusic(channels, 2 * rate, 41);
+    Audio audio{channels, std::vector<float>(planar[0].size() * channels)};
+    for (std::size_t t = 0; t < planar[0].size(); ++t)
+        for (int c = 0; c < channels; ++c) audio.samples[t * channels + c] = planar[c][t];
+    return audio;
 }
 
 TEST_F(Lv2Tools, ValidateAcceptsTheInstalledBundle)
@@ -141,31 +167,49 @@ TEST_F(Lv2Tools, ListAndInfoShowBothPluginsWithEveryPort)
 
 TEST_F(Lv2Tools, ApplyEqualsTheCommandLineBitForBit)
 {
-    const auto input = clickedMusic();
     struct Case {
+        int channels;
         std::string controls, options;
+        int latency;
     };
+    const std::string custom = "-c preset " + std::to_string(customPreset) + " -c floor_mode 1 ";
+    const int onePass = engineLatency + fifoBlock;
     const std::vector<Case> cases = {
-        {"-c engine 0 -c sensitivity 3 -c floor_absolute 1e-7", "--engine standard --sensitivity 3 --floor 1e-7"},
-        {"-c engine 1 -c sensitivity 5 -c floor_absolute 1e-5", "--engine prediction --sensitivity 5 --floor 1e-5"},
-        {"-c engine 0 -c sensitivity 4 -c floor_absolute 1e-6 -c listen 1",
-         "--engine standard --sensitivity 4 --floor 1e-6 --listen difference"},
+        {1, custom + "-c engine 0 -c sensitivity 3 -c floor_absolute 1e-7",
+         "--block 512 --engine standard --sensitivity 3 --floor 1e-7", onePass},
+        {1, custom + "-c engine 1 -c sensitivity 5 -c floor_absolute 1e-5",
+         "--block 512 --engine prediction --sensitivity 5 --floor 1e-5", onePass},
+        {1, custom + "-c engine 0 -c sensitivity 4 -c floor_absolute 1e-6 -c listen 1",
+         "--block 512 --engine standard --sensitivity 4 --floor 1e-6 --listen difference", onePass},
+        // Stereo: one engine per channel on both sides.
+        {2, custom + "-c engine 0 -c sensitivity 5 -c floor_absolute 1e-5",
+         "--block 512 --engine standard --sensitivity 5 --floor 1e-5", onePass},
+        {2, custom + "-c engine 1 -c sensitivity 4 -c floor_absolute 1e-6",
+         "--block 512 --engine prediction --sensitivity 4 --floor 1e-6", onePass},
+        // The default preset's two chained passes, each pass's floor given absolutely.
+        {2, "-c preset 0 -c floor_mode 1 -c floor_absolute 1e-6", "--preset auto --floor 1e-6", defaultLatency},
+        {1, "-c preset 0 -c floor_mode 1 -c floor_absolute 1e-6 -c listen 1",
+         "--preset auto --floor 1e-6 --listen difference", defaultLatency},
+        {2, "-c preset 2 -c floor_mode 1 -c floor_absolute 1e-4", "--preset clicks --floor 1e-4", onePass},
     };
     for (const Case& c : cases) {
-        const auto plugin = lv2apply(input, "-c preset 3 -c floor_mode 1 " + c.controls);
-        const auto cli = declick(input, "--block 512 " + c.options);
-        EXPECT_EQ(plugin, cli) << c.controls;
-        EXPECT_NE(cli, input) << "the repair changed nothing: " << c.controls;
+        const Audio input = clickedMusic(c.channels);
+        const Audio plugin = lv2apply(input, c.controls, c.latency);
+        const Audio cli = declick(input, c.options);
+        EXPECT_TRUE(plugin == cli) << c.controls;
+        EXPECT_FALSE(cli == input) << "the repair changed nothing: " << c.controls;
     }
 }
 
 TEST_F(Lv2Tools, ApplyBypassIsTheInputDelayedByTheLatency)
 {
-    const auto input = clickedMusic();
-    EXPECT_EQ(lv2apply(input, "-c listen 2"), input);
-    // And nothing but silence comes before it.
-    const auto all = testsupport::readSoundFile<float>((dir_ / "plugin.wav").string()).samples;
-    EXPECT_TRUE(std::all_of(all.begin(), all.begin() + latency, [](float v) { return v == 0.0f; }));
+    for (int channels : {1, 2}) {
+        const Audio input = clickedMusic(channels);
+        EXPECT_TRUE(lv2apply(input, "-c listen 2", defaultLatency) == input) << channels << " channels";
+        // And nothing but silence comes before it.
+        const auto all = readFloatWav(dir_ / "plugin.wav").samples;
+        EXPECT_TRUE(std::all_of(all.begin(), all.begin() + defaultLatency * channels, [](float v) { return v == 0.0f; }));
+    }
 }
 
 }  // namespace

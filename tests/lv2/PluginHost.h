@@ -52,6 +52,32 @@ public:
         lilv_instance_activate(instance_);
     }
 
+    // Deactivates and activates again, as a host does to apply settings from the start.
+    void reactivate()
+    {
+        lilv_instance_deactivate(instance_);
+        lilv_instance_activate(instance_);
+    }
+
+    // The labels of a control's scale points, in the order of their values.
+    std::vector<std::string> scaleLabels(const char* symbol)
+    {
+        const LilvPort* port = lilv_plugin_get_port_by_index(plugin_, index(symbol));
+        LilvScalePoints* points = lilv_port_get_scale_points(plugin_, port);
+        std::vector<std::pair<float, std::string>> byValue;
+        LILV_FOREACH(scale_points, i, points)
+        {
+            const LilvScalePoint* point = lilv_scale_points_get(points, i);
+            byValue.emplace_back(lilv_node_as_float(lilv_scale_point_get_value(point)),
+                                 lilv_node_as_string(lilv_scale_point_get_label(point)));
+        }
+        lilv_scale_points_free(points);
+        std::sort(byValue.begin(), byValue.end());
+        std::vector<std::string> labels;
+        for (const auto& [value, label] : byValue) labels.push_back(label);
+        return labels;
+    }
+
     ~PluginHost()
     {
         lilv_instance_deactivate(instance_);

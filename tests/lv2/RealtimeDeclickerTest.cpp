@@ -1,5 +1,5 @@
-// The real-time declicker's floor: relative to the running mean square of the
-// input, or given absolutely, and applied at engine-block edges.
+// The real-time declicker's floors (relative to each channel's running mean square,
+// or given absolutely, applied at engine-block edges) and its latency per setting.
 #include "RealtimeDeclicker.h"
 
 #include <gtest/gtest.h>
@@ -9,52 +9,92 @@
 
 namespace {
 
-using ferrotip::lv2::DeclickSettings;
 using ferrotip::lv2::RealtimeDeclicker;
 
 constexpr double rate = 48000.0;
+constexpr int engineLatency = 1926;
 
-// Feeds `seconds` of a tone of amplitude `amplitude` in host blocks of 300.
-void feedTone(RealtimeDeclicker& declicker, double amplitude, double seconds)
+DeclickSettings onePass(DeclickPass pass)
 {
-    std::vector<float> in(300), out(300);
-    const float* input[] = {in.data()};
-    float* output[] = {out.data()};
+    DeclickSettings settings;
+    settings.passes[0] = pass;
+    return settings;
+}
+
+DeclickSettings twoPasses()
+{
+    DeclickSettings settings = onePass({8.0f, {true, 1e-6}});
+    settings.passes[1] = {16.0f, {true, 1e-3}};
+    settings.passCount = 2;
+    return settings;
+}
+
+// Feeds `seconds` of a tone in host blocks of 300, channel c at amplitudes[c].
+void feedTone(RealtimeDeclicker& declicker, const std::vector<double>& amplitudes, double seconds)
+{
+    const std::size_t channels = amplitudes.size();
+    std::vector<std::vector<float>> in(channels, std::vector<float>(300)), out = in;
+    std::vector<const float*> input;
+    std::vector<float*> output;
+    for (std::size_t c = 0; c < channels; ++c) {
+        input.push_back(in[c].data());
+        output.push_back(out[c].data());
+    }
     const int blocks = static_cast<int>(seconds * rate / 300);
     for (int b = 0; b < blocks; ++b) {
-        for (int i = 0; i < 300; ++i)
-            in[i] = static_cast<float>(amplitude * std::sin(2 * M_PI * 1000.0 * (b * 300 + i) / rate));
-        declicker.process(input, output, 300);
+        for (std::size_t c = 0; c < channels; ++c)
+            for (int i = 0; i < 300; ++i)
+                in[c][i] = static_cast<float>(amplitudes[c] * std::sin(2 * M_PI * 1000.0 * (b * 300 + i) / rate));
+        declicker.process(input.data(), output.data(), 300);
     }
 }
 
-TEST(RealtimeDeclicker, RelativeFloorFollowsTheMeanSquareOfTheLastTenSeconds)
+TEST(RealtimeDeclicker, RelativeFloorFollowsEachChannelsMeanSquareOfTheLastTenSeconds)
 {
-    RealtimeDeclicker declicker(1, rate);
-    DeclickSettings settings;
-    settings.floorRatio = 1e-3;
-    declicker.setSettings(settings);
-    feedTone(declicker, 0.5, 1.0);
-    EXPECT_NEAR(declicker.spectralFloor(), 1e-3 * 0.125, 1e-3 * 0.125 * 1e-2);
+    const DeclickSettings settings = onePass({12.0f, {true, 1e-3}});
+    RealtimeDeclicker declicker(2, rate, {&settings, 1});
+    declicker.setSettings(settings, DeclickListen::repaired);
+    feedTone(declicker, {0.5, 0.05}, 1.0);
+    EXPECT_NEAR(declicker.spectralFloor(0), 1e-3 * 0.125, 1e-3 * 0.125 * 1e-2);
+    EXPECT_NEAR(declicker.spectralFloor(1), 1e-3 * 0.00125, 1e-3 * 0.00125 * 1e-2);
     // Twenty seconds later at a tenth of the level, the window holds only the new level.
-    feedTone(declicker, 0.05, 20.0);
-    EXPECT_NEAR(declicker.spectralFloor(), 1e-3 * 0.00125, 1e-3 * 0.00125 * 1e-2);
+    feedTone(declicker, {0.05, 0.05}, 20.0);
+    EXPECT_NEAR(declicker.spectralFloor(0), 1e-3 * 0.00125, 1e-3 * 0.00125 * 1e-2);
 }
 
 TEST(RealtimeDeclicker, AbsoluteFloorIsWrittenAsGiven)
 {
-    RealtimeDeclicker declicker(1, rate);
-    DeclickSettings settings;
-    settings.absoluteFloor = true;
-    settings.floor = 3e-6f;
-    declicker.setSettings(settings);
-    feedTone(declicker, 0.5, 0.1);
-    EXPECT_EQ(declicker.spectralFloor(), 3e-6f);
+    const DeclickSettings settings = onePass({12.0f, {false, 3e-6}});
+    RealtimeDeclicker declicker(1, rate, {&settings, 1});
+    declicker.setSettings(settings, DeclickListen::repaired);
+    feedTone(declicker, {0.5}, 0.1);
+    EXPECT_EQ(declicker.spectralFloor(0), 3e-6f);
 }
 
-TEST(RealtimeDeclicker, LatencyIsTheEngineLatencyPlusOneEngineBlock)
+TEST(RealtimeDeclicker, LatencyIsTheChainedEnginesPlusOneEngineBlock)
 {
-    EXPECT_EQ(RealtimeDeclicker(2, rate).latency(), 1926 + RealtimeDeclicker::engineBlock);
+    const std::vector<DeclickSettings> possible = {onePass({12.0f, {true, 1e-3}}), twoPasses()};
+    RealtimeDeclicker declicker(2, rate, possible);
+    EXPECT_EQ(declicker.fifoBlock(), 512);
+    declicker.setSettings(possible[0], DeclickListen::repaired);
+    declicker.reset();
+    EXPECT_EQ(declicker.latency(), engineLatency + 512);
+    declicker.setSettings(possible[1], DeclickListen::repaired);
+    declicker.reset();
+    EXPECT_EQ(declicker.latency(), 2 * engineLatency + 512);
+}
+
+TEST(RealtimeDeclicker, ALaneChangeReportsTheNewLatencyOnceItIsHeard)
+{
+    const std::vector<DeclickSettings> possible = {onePass({12.0f, {true, 1e-3}}), twoPasses()};
+    RealtimeDeclicker declicker(1, rate, possible);
+    declicker.setSettings(possible[0], DeclickListen::repaired);
+    feedTone(declicker, {0.5}, 0.1);
+    declicker.setSettings(possible[1], DeclickListen::repaired);
+    feedTone(declicker, {0.5}, 0.05);  // still settling: the old lane is heard
+    EXPECT_EQ(declicker.latency(), engineLatency + 512);
+    feedTone(declicker, {0.5}, 0.5);
+    EXPECT_EQ(declicker.latency(), 2 * engineLatency + 512);
 }
 
 }  // namespace
