@@ -8,3 +8,4 @@ void addMethodsCommand(CLI::App& app);
 void addRepairCommand(CLI::App& app);
 void addDemoCommand(CLI::App& app);
 void addDeclickCommand(CLI::App& app);
+void addDeclipCommand(CLI::App& app);

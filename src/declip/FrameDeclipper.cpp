@@ -1,0 +1,100 @@
+#include "declip/FrameDeclipper.h"
+
+#include <algorithm>
+
+FrameDeclipper::FrameDeclipper(const Settings& settings)
+    : settings_(settings),
+      size_(settings.frameLength * settings.redundancy),
+      bins_(size_ / 2 + 1),
+      fft_(size_),
+      padded_(size_),
+      specRe_(bins_), specIm_(bins_), dualRe_(bins_), dualIm_(bins_), targetRe_(bins_), targetIm_(bins_),
+      magnitude_(bins_), ranked_(bins_)
+{
+}
+
+void FrameDeclipper::analyse(const float* frame)
+{
+    std::copy(frame, frame + settings_.frameLength, padded_.begin());
+    std::fill(padded_.begin() + settings_.frameLength, padded_.end(), 0.0f);
+    fft_.realForward(padded_.data(), specRe_.data(), specIm_.data());
+}
+
+void FrameDeclipper::synthesise(float* frame)
+{
+    for (int k = 0; k < bins_; ++k) {
+        targetRe_[k] -= dualRe_[k];
+        targetIm_[k] -= dualIm_[k];
+    }
+    fft_.realInverse(targetRe_.data(), targetIm_.data(), padded_.data());
+    for (int k = 0; k < bins_; ++k) {
+        targetRe_[k] += dualRe_[k];
+        targetIm_[k] += dualIm_[k];
+    }
+    std::copy(padded_.begin(), padded_.begin() + settings_.frameLength, frame);
+}
+
+void FrameDeclipper::keepLargest(int k)
+{
+    for (int bin = 0; bin < bins_; ++bin) {
+        targetRe_[bin] = specRe_[bin] + dualRe_[bin];
+        targetIm_[bin] = specIm_[bin] + dualIm_[bin];
+        const float re = targetRe_[bin];
+        const float im = targetIm_[bin];
+        const float squareRe = re * re;
+        const float squareIm = im * im;
+        magnitude_[bin] = squareRe + squareIm;
+    }
+    if (k >= bins_) return;
+    // The k-th largest magnitude is the same value whatever the sort's tie order;
+    // keeping every bin at or above it keeps the result independent of that order.
+    ranked_ = magnitude_;
+    std::nth_element(ranked_.begin(), ranked_.begin() + (k - 1), ranked_.end(), std::greater<float>());
+    const float threshold = ranked_[k - 1];
+    for (int bin = 0; bin < bins_; ++bin) {
+        if (magnitude_[bin] < threshold) targetRe_[bin] = targetIm_[bin] = 0.0f;
+    }
+}
+
+double FrameDeclipper::residualEnergy() const
+{
+    // Parseval over the full (Hermitian) spectrum, in the time domain's scale.
+    double energy = 0.0;
+    for (int bin = 0; bin < bins_; ++bin) {
+        const double re = static_cast<double>(specRe_[bin]) - targetRe_[bin];
+        const double im = static_cast<double>(specIm_[bin]) - targetIm_[bin];
+        const double squareRe = re * re;
+        const double squareIm = im * im;
+        const double power = squareRe + squareIm;
+        energy += (bin == 0 || bin == bins_ - 1) ? power : 2.0 * power;
+    }
+    return energy / size_;
+}
+
+int FrameDeclipper::restore(float* frame, const float* lower, const float* upper)
+{
+    const int length = settings_.frameLength;
+    double frameEnergy = 0.0;
+    for (int n = 0; n < length; ++n) frameEnergy += static_cast<double>(frame[n]) * frame[n];
+    const double tolerance = static_cast<double>(settings_.tolerance) * settings_.tolerance * frameEnergy;
+
+    std::fill(dualRe_.begin(), dualRe_.end(), 0.0f);
+    std::fill(dualIm_.begin(), dualIm_.end(), 0.0f);
+    analyse(frame);
+    int iteration = 0;
+    int k = settings_.sparsityStep;
+    while (iteration < settings_.maxIterations) {
+        ++iteration;
+        keepLargest(k);
+        synthesise(frame);
+        for (int n = 0; n < length; ++n) frame[n] = std::clamp(frame[n], lower[n], upper[n]);
+        analyse(frame);
+        if (residualEnergy() <= tolerance) break;
+        for (int bin = 0; bin < bins_; ++bin) {
+            dualRe_[bin] += specRe_[bin] - targetRe_[bin];
+            dualIm_[bin] += specIm_[bin] - targetIm_[bin];
+        }
+        k += settings_.sparsityStep;
+    }
+    return iteration;
+}
