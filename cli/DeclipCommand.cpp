@@ -353,7 +353,13 @@ void declipFile(const DeclipOptions& options)
     requireDistinctFiles(options.input, options.output);
     const bool floatFormat = isFloatFormat(reader.info());
     const auto gain = parseGain(options.gain.empty() ? (floatFormat ? "0dB" : "auto") : options.gain);
-    if (!options.report.empty()) spanFormatFor(options.report);
+    if (!options.report.empty()) {
+        try {
+            spanFormatFor(options.report);
+        } catch (const CliError& error) {
+            throw CliError(std::string("--report: ") + error.what());
+        }
+    }
     const auto started = std::chrono::steady_clock::now();
 
     const int passes = (level ? 1 : 2) + (gain ? 0 : 1);

@@ -81,7 +81,9 @@ float ClipLevelFinder::levelOf(const Polarity& polarity)
     for (int bin = densest; bin < densest + band; ++bin)
         if (bin < static_cast<int>(histogram.size()) && histogram[bin] >= halfMean) { level = bin; break; }
     constexpr int step = band / 4;
-    while (level - step >= 0 && bandCount(histogram, level - step, level) >= step * halfMean) level -= step;
+    const bool plateau = 2 * static_cast<std::int64_t>(histogram[top]) >= densestCount;  // hard clipping: one value
+    if (plateau) level = top;
+    while (!plateau && level - step >= 0 && bandCount(histogram, level - step, level) >= step * halfMean) level -= step;
     const std::int64_t below = bandCount(histogram, level - 4 * band, level);
     if (densestCount < minimumClipped || 4 * densestCount < humpOverBelow * below) return ClipLevels::none;
     return lowerEdge(level);

@@ -94,7 +94,7 @@ int FrameDeclipper::restore(float* frame, const float* lower, const float* upper
             dualRe_[bin] += specRe_[bin] - targetRe_[bin];
             dualIm_[bin] += specIm_[bin] - targetIm_[bin];
         }
-        k += settings_.sparsityStep;
+        k += settings_.sparsityStep + (settings_.sparsityShift > 0 ? k >> settings_.sparsityShift : 0);
     }
     return iteration;
 }

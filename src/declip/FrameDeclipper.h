@@ -6,7 +6,7 @@
 //   z = H_k(A x + u)                      keep the k largest DFT bins
 //   x = P(A* (z - u))                     project onto the consistent set
 //   u = u + A x - z
-// until ||A x - z|| <= tolerance, with k growing by `sparsityStep` each iteration.
+// until ||A x - z|| <= tolerance, with k growing each iteration.
 // A is the DFT of the frame zero-padded to redundancy * N (a tight frame, so A* A = I
 // up to the FFT's scale); P clamps each sample into [lower, upper]: a reliable
 // sample has lower == upper, a clipped one an open side.
@@ -26,8 +26,9 @@ public:
     struct Settings {
         int frameLength = 2048;
         int redundancy = 2;       // DFT size / frame length
-        int sparsityStep = 1;     // bins added to k per iteration
-        float tolerance = 0.01f;  // stop when ||A x - z|| <= tolerance * ||frame||
+        int sparsityStep = 2;     // bins added to k per iteration
+        int sparsityShift = 4;    // and k >> sparsityShift more (0: none): about 6% a step
+        float tolerance = 0.05f;  // stop when ||A x - z|| <= tolerance * ||frame||
         int maxIterations = 500;
     };
 

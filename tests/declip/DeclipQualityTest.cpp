@@ -1,6 +1,8 @@
 // Restoration quality on real music and speech, hard clipped to each input SDR of
 // the usual evaluation (1 to 20 dB): the improvement in SDR must stay above floors
-// set a little under what the declipper reaches on these short seeded excerpts.
+// set about 1 dB under what the declipper reached on these short seeded excerpts
+// (music 3 s at 44.1 kHz, speech 4 s at 8 kHz); scripts/bench-declip.sh prints the
+// full table on longer excerpts.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -22,16 +24,10 @@ struct Case {
 
 std::vector<float> declip(const std::vector<float>& clipped, ClipLevels levels)
 {
-    FrameDeclipper::Settings settings;
-    if (getenv("TOL")) settings.tolerance = atof(getenv("TOL"));
-    if (getenv("STEP")) settings.sparsityStep = atoi(getenv("STEP"));
-    if (getenv("FRAME")) settings.frameLength = atoi(getenv("FRAME"));
-    if (getenv("MAXIT")) settings.maxIterations = atoi(getenv("MAXIT"));
-    Declipper declipper(settings);
+    Declipper declipper;
     std::vector<float> restored(clipped.size());
-    const auto stats = declipper.restore(clipped.data(), static_cast<std::int64_t>(clipped.size()), 0, levels, 0,
+    declipper.restore(clipped.data(), static_cast<std::int64_t>(clipped.size()), 0, levels, 0,
                       static_cast<std::int64_t>(clipped.size()), restored.data());
-    std::printf("frames %lld iterations %lld\n", (long long)stats.framesSolved, (long long)stats.iterations);
     return restored;
 }
 
@@ -51,7 +47,6 @@ TEST_P(DeclipQuality, ImprovesSdrAboveFloor)
     ClipLevelFinder finder;
     finder.add(clipped.data(), static_cast<std::int64_t>(clipped.size()));
     const ClipLevels found = finder.levels();
-    std::printf("level %g found %g %g\n", level, found.positive, found.negative);
     EXPECT_NEAR(found.positive, level, 1e-3 * level) << "seed " << seed;
     EXPECT_NEAR(found.negative, level, 1e-3 * level) << "seed " << seed;
 
@@ -65,10 +60,10 @@ TEST_P(DeclipQuality, ImprovesSdrAboveFloor)
 
 INSTANTIATE_TEST_SUITE_P(
     MusicAndSpeech, DeclipQuality,
-    ::testing::Values(Case{"music", 1, 0}, Case{"music", 3, 0}, Case{"music", 5, 0}, Case{"music", 7, 0},
-                      Case{"music", 10, 0}, Case{"music", 15, 0}, Case{"music", 20, 0},
-                      Case{"speech", 1, 0}, Case{"speech", 3, 0}, Case{"speech", 5, 0}, Case{"speech", 7, 0},
-                      Case{"speech", 10, 0}, Case{"speech", 15, 0}, Case{"speech", 20, 0}),
+    ::testing::Values(Case{"music", 1, 3.3}, Case{"music", 3, 7.3}, Case{"music", 5, 7.6}, Case{"music", 7, 8.0},
+                      Case{"music", 10, 8.7}, Case{"music", 15, 10.5}, Case{"music", 20, 11.2},
+                      Case{"speech", 1, 3.0}, Case{"speech", 3, 3.8}, Case{"speech", 5, 3.9}, Case{"speech", 7, 7.8},
+                      Case{"speech", 10, 11.1}, Case{"speech", 15, 12.6}, Case{"speech", 20, 13.3}),
     [](const auto& info) {
         return std::string(info.param.material) + "_" + std::to_string(static_cast<int>(info.param.inputSdr)) + "dB";
     });
