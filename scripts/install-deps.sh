@@ -5,6 +5,7 @@ set -euo pipefail
 
 packages=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev libbenchmark-dev
           libsndfile1-dev libcli11-dev libfftw3-dev nlohmann-json3-dev)
+packages+=(lmms-common ktuberling-data ffmpeg bc)  # declip: music and speech for its tests; ffmpeg adeclip and bc for bench-declip.sh
 missing=()
 for package in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" ||
