@@ -29,7 +29,7 @@ void restoreClipped(benchmark::State& state)
     const float level = hardclip::levelForSdr(excerpt.samples, static_cast<double>(state.range(0)));
     const auto clipped = hardclip::clip(excerpt.samples, level);
     const auto length = static_cast<std::int64_t>(clipped.size());
-    Declipper declipper;
+    Declipper declipper(FrameDeclipper::Settings::forSampleRate(excerpt.sampleRate));
     std::vector<float> restored(clipped.size());
     for (auto _ : state) {
         declipper.restore(clipped.data(), length, 0, ClipLevels::symmetric(level), 0, length, restored.data());

@@ -171,6 +171,7 @@ public:
         : reader_(reader),
           path_(path),
           levels_(levels),
+          declipper_(FrameDeclipper::Settings::forSampleRate(reader.sampleRate())),
           channels_(reader.channels()),
           context_(declipper_.context()),
           capacity_(chunkFrames + 2 * context_),

@@ -2,6 +2,16 @@
 
 #include <algorithm>
 
+FrameDeclipper::Settings FrameDeclipper::Settings::forSampleRate(int sampleRate)
+{
+    Settings settings;
+    int length = 256;
+    // Nearest in log: step up while rate / 10 lies above the geometric midpoint.
+    while (length < 8192 && static_cast<double>(sampleRate) / 10.0 > length * 1.4142135623730951) length *= 2;
+    settings.frameLength = length;
+    return settings;
+}
+
 FrameDeclipper::FrameDeclipper(const Settings& settings)
     : settings_(settings),
       size_(settings.frameLength * settings.redundancy),

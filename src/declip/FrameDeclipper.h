@@ -30,6 +30,11 @@ public:
         int sparsityShift = 4;    // and k >> sparsityShift more (0: none): about 6% a step
         float tolerance = 0.05f;  // stop when ||A x - z|| <= tolerance * ||frame||
         int maxIterations = 500;
+
+        // Frames of about 0.1 s: the power of two nearest rate / 10, from 256 to 8192
+        // (4096 at 44.1 and 48 kHz, 1024 at 8 kHz). Shorter frames lose the sparsity
+        // that carries a long clipped run; longer ones cost more per sample.
+        static Settings forSampleRate(int sampleRate);
     };
 
     explicit FrameDeclipper(const Settings& settings);

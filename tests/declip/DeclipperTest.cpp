@@ -21,7 +21,7 @@ std::vector<float> restoreWhole(Declipper& declipper, const std::vector<float>& 
 
 TEST(Declipper, ChangesOnlyClippedSamplesAndKeepsThemBeyondTheLevel)
 {
-    Declipper declipper;
+    Declipper declipper(FrameDeclipper::Settings::forSampleRate(44100));
     const auto clean = declipsignals::tonal(20000, 21);
     const auto clipped = hardclip::clip(clean, level);
     const auto levels = ClipLevels::symmetric(level);
@@ -38,7 +38,7 @@ TEST(Declipper, ChangesOnlyClippedSamplesAndKeepsThemBeyondTheLevel)
 
 TEST(Declipper, CopiesAnUnclippedSignalWithoutSolvingAFrame)
 {
-    Declipper declipper;
+    Declipper declipper(FrameDeclipper::Settings::forSampleRate(44100));
     const auto clean = declipsignals::tonal(9000, 22);
     std::vector<float> out(clean.size());
     const auto stats = declipper.restore(clean.data(), 9000, 0, ClipLevels::symmetric(2.0f), 0, 9000, out.data());
@@ -48,7 +48,7 @@ TEST(Declipper, CopiesAnUnclippedSignalWithoutSolvingAFrame)
 
 TEST(Declipper, PiecesWithContextGiveTheSameBitsAsTheWhole)
 {
-    Declipper declipper;
+    Declipper declipper(FrameDeclipper::Settings::forSampleRate(44100));
     const auto clipped = hardclip::clip(declipsignals::tonal(12000, 23), level);
     const auto levels = ClipLevels::symmetric(level);
     const auto whole = restoreWhole(declipper, clipped, levels);

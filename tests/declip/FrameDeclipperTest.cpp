@@ -59,3 +59,17 @@ TEST(FrameDeclipper, GivesTheSameBitsEveryTime)
 }
 
 }  // namespace
+
+namespace {
+
+TEST(FrameDeclipper, FramesLastAboutATenthOfASecond)
+{
+    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(44100).frameLength, 4096);
+    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(48000).frameLength, 4096);
+    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(22050).frameLength, 2048);
+    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(8000).frameLength, 1024);
+    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(1000).frameLength, 256);
+    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(384000).frameLength, 8192);
+}
+
+}  // namespace
