@@ -81,6 +81,29 @@ double FrameDeclipper::residualEnergy() const
     return energy / size_;
 }
 
+// Where k starts: the number of the observed frame's largest bins that hold the
+// share of its energy left by the clipped share of its samples (at most 99%). A
+// lightly clipped frame is nearly its own restoration, and growing k from 1 there
+// only retraces what its spectrum already shows; a heavily clipped one starts low.
+int FrameDeclipper::warmStart(double clippedShare)
+{
+    const double share = std::min(0.99, 1.0 - clippedShare);
+    if (!(share > 0.0)) return 0;
+    double total = 0.0;
+    for (int bin = 0; bin < bins_; ++bin) {
+        const float re = specRe_[bin], im = specIm_[bin];
+        const float squareRe = re * re;
+        const float squareIm = im * im;
+        ranked_[bin] = squareRe + squareIm;
+        total += ranked_[bin];
+    }
+    std::sort(ranked_.begin(), ranked_.end(), std::greater<float>());
+    double sum = 0.0;
+    int k = 0;
+    while (k < bins_ && sum < share * total) sum += ranked_[k++];
+    return k;
+}
+
 int FrameDeclipper::restore(float* frame, const float* lower, const float* upper)
 {
     const int length = settings_.frameLength;
@@ -92,7 +115,9 @@ int FrameDeclipper::restore(float* frame, const float* lower, const float* upper
     std::fill(dualIm_.begin(), dualIm_.end(), 0.0f);
     analyse(frame);
     int iteration = 0;
-    int k = settings_.sparsityStep;
+    int clipped = 0;
+    for (int n = 0; n < length; ++n) clipped += lower[n] != upper[n];
+    int k = std::max(settings_.sparsityStep, warmStart(static_cast<double>(clipped) / length));
     while (iteration < settings_.maxIterations) {
         ++iteration;
         keepLargest(k);

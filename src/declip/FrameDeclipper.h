@@ -6,7 +6,8 @@
 //   z = H_k(A x + u)                      keep the k largest DFT bins
 //   x = P(A* (z - u))                     project onto the consistent set
 //   u = u + A x - z
-// until ||A x - z|| <= tolerance, with k growing each iteration.
+// until ||A x - z|| <= tolerance, with k growing each iteration from a start taken
+// from the observed frame's spectrum (see warmStart).
 // A is the DFT of the frame zero-padded to redundancy * N (a tight frame, so A* A = I
 // up to the FFT's scale); P clamps each sample into [lower, upper]: a reliable
 // sample has lower == upper, a clipped one an open side.
@@ -49,7 +50,8 @@ private:
     void analyse(const float* frame);           // spectrum_ = DFT of the padded frame
     void synthesise(float* frame);              // frame = first N samples of the inverse of target_
     void keepLargest(int k);                    // target_ = H_k(spectrum_ + dual_)
-    double residualEnergy() const;              // ||spectrum_ - target_||^2 in the time domain's scale
+    double residualEnergy() const;
+    int warmStart(double clippedShare);         // first k, from spectrum_              // ||spectrum_ - target_||^2 in the time domain's scale
 
     Settings settings_;
     int size_;   // DFT length
