@@ -117,8 +117,15 @@ int FrameDeclipper::restore(float* frame, const float* lower, const float* upper
     int iteration = 0;
     int clipped = 0;
     for (int n = 0; n < length; ++n) clipped += lower[n] != upper[n];
-    int k = std::max(settings_.sparsityStep, warmStart(static_cast<double>(clipped) / length));
-    while (iteration < settings_.maxIterations) {
+    const double clippedShare = static_cast<double>(clipped) / length;
+    // A heavily clipped frame needs k to grow one bin at a time to find the sparse
+    // signal behind its long runs; a lightly clipped one gets there in larger steps.
+    const bool slow = clippedShare > settings_.heavyShare;
+    const int step = slow ? 1 : settings_.sparsityStep;
+    const int shift = slow ? 0 : settings_.sparsityShift;
+    int k = std::max(step, warmStart(clippedShare));
+    const int iterations = slow ? settings_.heavyIterations : settings_.maxIterations;
+    while (iteration < iterations) {
         ++iteration;
         keepLargest(k);
         synthesise(frame);
@@ -129,7 +136,7 @@ int FrameDeclipper::restore(float* frame, const float* lower, const float* upper
             dualRe_[bin] += specRe_[bin] - targetRe_[bin];
             dualIm_[bin] += specIm_[bin] - targetIm_[bin];
         }
-        k += settings_.sparsityStep + (settings_.sparsityShift > 0 ? k >> settings_.sparsityShift : 0);
+        k += step + (shift > 0 ? k >> shift : 0);
     }
     return iteration;
 }

@@ -31,6 +31,10 @@ public:
         int sparsityShift = 4;    // and k >> sparsityShift more (0: none): about 6% a step
         float tolerance = 0.05f;  // stop when ||A x - z|| <= tolerance * ||frame||
         int maxIterations = 500;
+        // Frames with more than this share of clipped samples grow k by one bin per
+        // iteration, for at most heavyIterations iterations.
+        float heavyShare = 0.35f;
+        int heavyIterations = 200;
 
         // Frames of about 0.1 s: the power of two nearest rate / 10, from 256 to 8192
         // (4096 at 44.1 and 48 kHz, 1024 at 8 kHz). Shorter frames lose the sparsity
