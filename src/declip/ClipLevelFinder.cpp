@@ -11,6 +11,7 @@ constexpr int band = 24;                       // about 1% of magnitude
 constexpr int searchBins = ClipLevelFinder::binsPerOctave / 2;  // the top half octave
 constexpr std::int64_t minimumClipped = 16;
 constexpr std::int64_t humpOverBelow = 4;      // hump density over the density below it
+constexpr int referenceOffset = ClipLevelFinder::binsPerOctave / 4;  // about 16% below the level
 
 std::int64_t bandCount(const std::vector<std::uint32_t>& histogram, int first, int last)
 {
@@ -84,8 +85,12 @@ float ClipLevelFinder::levelOf(const Polarity& polarity)
     const bool plateau = 2 * static_cast<std::int64_t>(histogram[top]) >= densestCount;  // hard clipping: one value
     if (plateau) level = top;
     while (!plateau && level - step >= 0 && bandCount(histogram, level - step, level) >= step * halfMean) level -= step;
-    const std::int64_t below = bandCount(histogram, level - 4 * band, level);
-    if (densestCount < minimumClipped || 4 * densestCount < humpOverBelow * below) return ClipLevels::none;
+    // The natural density just below the hump, and well below it (a codec spreads
+    // the hump over a few percent): clipping stands out against one or the other.
+    const std::int64_t justBelow = bandCount(histogram, level - 4 * band, level) / 4;
+    const std::int64_t wellBelow = bandCount(histogram, level - referenceOffset - 2 * band, level - referenceOffset) / 2;
+    const bool standsOut = densestCount >= humpOverBelow * std::min(justBelow, wellBelow);
+    if (densestCount < minimumClipped || !standsOut) return ClipLevels::none;
     return lowerEdge(level);
 }
 
