@@ -9,3 +9,4 @@ void addRepairCommand(CLI::App& app);
 void addDemoCommand(CLI::App& app);
 void addDeclickCommand(CLI::App& app);
 void addScanCommand(CLI::App& app);
+void addDeclipCommand(CLI::App& app);

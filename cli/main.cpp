@@ -17,6 +17,7 @@ int main(int argc, char** argv)
 #ifdef FERROTIP_HAS_DECLICK
     addDeclickCommand(app);
 #endif
+    addDeclipCommand(app);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

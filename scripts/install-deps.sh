@@ -10,6 +10,7 @@ packages+=(help2man dpkg-dev man-db)  # man page, Debian package (dpkg-shlibdeps
 packages+=(alsa-utils extremetuxracer-data)  # real speech and music for the declick quality test
 packages+=(lv2-dev lilv-utils liblilv-dev sordi)  # LV2 plug-in: headers, lv2_validate (sord_validate), in-process and command-line hosts
 packages+=(hedgewars-data ktuberling-data)  # real music and speech for the dropout filler's quality test
+packages+=(lmms-common ktuberling-data)  # real music and speech for the declip quality test
 missing=()
 for package in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" ||

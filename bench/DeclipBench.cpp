@@ -1,0 +1,44 @@
+// Throughput of the declipper on 5 s of seeded real music (lmms-common samples),
+// hard clipped to the input SDRs of the usual evaluation. Only frames that hold a
+// clipped sample cost anything, so light clipping is the fast end.
+#include <benchmark/benchmark.h>
+
+#include <vector>
+
+#include "declip/DeclipMaterial.h"
+#include "declip/Declipper.h"
+#include "declip/HardClipper.h"
+
+namespace {
+
+constexpr double seconds = 5.0;
+
+const declipmaterial::Excerpt& music()
+{
+    static const auto excerpt = declipmaterial::excerpt(declipmaterial::musicFiles(), 20, seconds);
+    return excerpt;
+}
+
+void restoreClipped(benchmark::State& state)
+{
+    const auto& excerpt = music();
+    if (excerpt.samples.empty()) {
+        state.SkipWithError("lmms-common is not installed");
+        return;
+    }
+    const float level = hardclip::levelForSdr(excerpt.samples, static_cast<double>(state.range(0)));
+    const auto clipped = hardclip::clip(excerpt.samples, level);
+    const auto length = static_cast<std::int64_t>(clipped.size());
+    Declipper declipper(FrameDeclipper::Settings::forSampleRate(excerpt.sampleRate));
+    std::vector<float> restored(clipped.size());
+    for (auto _ : state) {
+        declipper.restore(clipped.data(), length, 0, ClipLevels::symmetric(level), 0, length, restored.data());
+        benchmark::DoNotOptimize(restored.data());
+    }
+    state.counters["x_realtime"] = benchmark::Counter(static_cast<double>(length) / excerpt.sampleRate,
+                                                      benchmark::Counter::kIsIterationInvariantRate);
+}
+
+BENCHMARK(restoreClipped)->ArgName("input_sdr_db")->Arg(1)->Arg(3)->Arg(7)->Arg(10)->Arg(20)->Unit(benchmark::kMillisecond);
+
+}  // namespace

@@ -1,0 +1,58 @@
+#!/usr/bin/env bash
+# One-run comparison of `ferrotip declip` with ffmpeg's adeclip (defaults, one
+# thread) on seeded excerpts of real music (lmms-common, 44.1 kHz) and speech
+# (ktuberling-data fr/it/es/nl, 8 kHz), hard clipped to input SDRs of 1 to 20 dB.
+# Prints the improvement in SDR (dB) and the processor time (user + system, one
+# thread each, so a busy machine does not skew the ratio) of each, and ferrotip's
+# real-time factor at 7 dB. adeclip's cost grows with the cube of the clipped
+# samples per window (about a minute per second of audio at 1 dB), so the heavy
+# clipping levels use shorter excerpts. Not run by CI.
+#
+#   scripts/bench-declip.sh [BUILD_DIR]   (default: build-release; needs the ferrotip
+#                                          and declip_material targets)
+set -euo pipefail
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+build=${1:-$root/build-release}
+ferrotip=$build/cli/ferrotip
+material=$build/bench/declip_material
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+command -v ffmpeg > /dev/null && command -v bc > /dev/null || { echo "needs ffmpeg and bc (apt-get install -y ffmpeg bc)" >&2; exit 1; }
+for program in "$ferrotip" "$material"; do
+  [ -x "$program" ] || { echo "no $program: build the ferrotip and declip_material targets first" >&2; exit 1; }
+done
+
+levels=(1 3 5 7 10 15 20)
+seconds_at() { case $1 in 1) echo 1 ;; 3) echo 2 ;; 5|7) echo 3 ;; *) echo 5 ;; esac; }
+# cpu_seconds LOG COMMAND...: runs COMMAND, stdout to LOG, prints its user + system time.
+cpu_seconds() {
+  local log=$1 TIMEFORMAT='%U %S' times
+  shift
+  times=$( { time "$@" > "$log"; } 2>&1 )
+  echo "$times" | awk '{ printf "%.3f", $1 + $2 }'
+}
+
+printf '%-7s %-9s %5s | %10s %10s | %9s %9s | %7s\n' material input_dB secs \
+  "ours_dSDR" "ffm_dSDR" "ours_cpu" "ffm_cpu" "speedup"
+for kind in music speech; do
+  for sdr in "${levels[@]}"; do
+    dir=$work/$kind-$sdr
+    mkdir -p "$dir"
+    secs=$(seconds_at "$sdr")
+    "$material" make "$kind" "$secs" "$sdr" "$dir"
+    ours=$(cpu_seconds "$dir/ours.log" "$ferrotip" declip -q "$dir/clipped.wav" "$dir/ours.wav")
+    theirs=$(cpu_seconds /dev/null ffmpeg -nostdin -v error -y -threads 1 -filter_threads 1 \
+      -i "$dir/clipped.wav" -af adeclip -c:a pcm_f32le "$dir/ffmpeg.wav")
+    before=$("$material" sdr "$dir/clean.wav" "$dir/clipped.wav")
+    after_ours=$("$material" sdr "$dir/clean.wav" "$dir/ours.wav")
+    after_theirs=$("$material" sdr "$dir/clean.wav" "$dir/ffmpeg.wav")
+    printf '%-7s %-9s %5s | %10.2f %10.2f | %9.2f %9.2f | %6.1fx\n' "$kind" "$sdr" "$secs" \
+      "$(echo "$after_ours - $before" | bc -l)" "$(echo "$after_theirs - $before" | bc -l)" \
+      "$ours" "$theirs" "$(echo "$theirs / $ours" | bc -l)"
+    if [ "$sdr" = 7 ]; then
+      echo "$kind at 7 dB: ferrotip restores $(echo "$secs / $ours" | bc -l | xargs printf '%.1f')x real time (processor time)" >> "$work/realtime"
+    fi
+  done
+done
+cat "$work/realtime"

@@ -1,0 +1,97 @@
+#include "declip/ClipLevelFinder.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+
+constexpr int lowestExponent = -24;            // |x| below 2^-25 lands in bin 0
+constexpr int octaves = 48;                    // up to 2^24
+constexpr int band = 24;                       // about 1% of magnitude
+constexpr int searchBins = ClipLevelFinder::binsPerOctave / 2;  // the top half octave
+constexpr std::int64_t minimumClipped = 16;
+constexpr std::int64_t humpOverBelow = 4;      // hump density over the density below it
+constexpr int referenceOffset = ClipLevelFinder::binsPerOctave / 4;  // about 16% below the level
+
+std::int64_t bandCount(const std::vector<std::uint32_t>& histogram, int first, int last)
+{
+    std::int64_t sum = 0;
+    for (int bin = std::max(first, 0); bin < std::min<int>(last, static_cast<int>(histogram.size())); ++bin)
+        sum += histogram[bin];
+    return sum;
+}
+
+}  // namespace
+
+ClipLevelFinder::ClipLevelFinder() { reset(); }
+
+void ClipLevelFinder::reset()
+{
+    for (Polarity* side : {&positive_, &negative_}) {
+        side->histogram.assign(static_cast<std::size_t>(octaves) * binsPerOctave, 0);
+        side->count = 0;
+    }
+}
+
+int ClipLevelFinder::binOf(float magnitude)
+{
+    int exponent = 0;
+    const double fraction = std::frexp(static_cast<double>(magnitude), &exponent);  // [0.5, 1)
+    const int octave = exponent - lowestExponent;
+    if (octave < 0) return 0;
+    if (octave >= octaves) return octaves * binsPerOctave - 1;
+    return octave * binsPerOctave + static_cast<int>((fraction - 0.5) * 2.0 * binsPerOctave);
+}
+
+float ClipLevelFinder::lowerEdge(int bin)
+{
+    const int octave = bin / binsPerOctave;
+    const double fraction = 0.5 + (bin % binsPerOctave) / (2.0 * binsPerOctave);
+    return static_cast<float>(std::ldexp(fraction, octave + lowestExponent));
+}
+
+void ClipLevelFinder::add(const float* samples, std::int64_t count)
+{
+    for (std::int64_t i = 0; i < count; ++i) {
+        const float x = samples[i];
+        if (!(x != 0.0f) || std::isnan(x)) continue;
+        Polarity& side = x > 0.0f ? positive_ : negative_;
+        ++side.histogram[binOf(std::fabs(x))];
+        ++side.count;
+    }
+}
+
+float ClipLevelFinder::levelOf(const Polarity& polarity)
+{
+    const auto& histogram = polarity.histogram;
+    int top = static_cast<int>(histogram.size()) - 1;
+    while (top > 0 && histogram[top] == 0) --top;
+    if (polarity.count == 0 || top == 0) return ClipLevels::none;
+
+    // The densest band in the top half octave; the highest one among equals.
+    int densest = top;
+    std::int64_t densestCount = 0;
+    for (int first = top; first >= std::max(top - searchBins, 0); --first) {
+        const std::int64_t count = bandCount(histogram, first, first + band);
+        if (count > densestCount) densest = first, densestCount = count;
+    }
+    // The hump's lower edge: the lowest bin of the band at half its mean density,
+    // then down while the density holds (codec ripple around the plateau).
+    const std::int64_t halfMean = std::max<std::int64_t>(densestCount / (2 * band), 1);
+    int level = densest + band - 1;
+    for (int bin = densest; bin < densest + band; ++bin)
+        if (bin < static_cast<int>(histogram.size()) && histogram[bin] >= halfMean) { level = bin; break; }
+    constexpr int step = band / 4;
+    const bool plateau = 2 * static_cast<std::int64_t>(histogram[top]) >= densestCount;  // hard clipping: one value
+    if (plateau) level = top;
+    while (!plateau && level - step >= 0 && bandCount(histogram, level - step, level) >= step * halfMean) level -= step;
+    // The natural density just below the hump, and well below it (a codec spreads
+    // the hump over a few percent): clipping stands out against one or the other.
+    const std::int64_t justBelow = bandCount(histogram, level - 4 * band, level) / 4;
+    const std::int64_t wellBelow = bandCount(histogram, level - referenceOffset - 2 * band, level - referenceOffset) / 2;
+    const bool standsOut = densestCount >= humpOverBelow * std::min(justBelow, wellBelow);
+    if (densestCount < minimumClipped || !standsOut) return ClipLevels::none;
+    return lowerEdge(level);
+}
+
+ClipLevels ClipLevelFinder::levels() const { return {levelOf(positive_), levelOf(negative_)}; }

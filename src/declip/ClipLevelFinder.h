@@ -1,0 +1,43 @@
+// Finds where a channel was clipped, from the samples alone, in one streaming pass.
+//
+// Clipping piles samples up at one magnitude: a spike in the histogram of |x| at
+// the top of its range, wherever the level sits (full scale or below). A lossy
+// codec applied after clipping spreads that spike into a narrow hump, mostly just
+// below and above the level, so the finder looks for a hump: within the top
+// half octave of the range the densest band, about 1% wide, must hold enough
+// samples and four times the density just below the hump or about 16% below it. The level is
+// the lower edge of that hump, so codec ripple at the plateau counts as clipped.
+// Each polarity is judged on its own (asymmetric clipping, DC offsets).
+//
+// Histogram: 2048 bins per octave of |x| from 2^-24 up, built with frexp, so the
+// same samples give the same levels on every platform. The constructor allocates;
+// add() and levels() do not. One object per channel, one thread at a time.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "declip/ClipLevels.h"
+
+class ClipLevelFinder {
+public:
+    ClipLevelFinder();
+
+    // Adds `count` samples (any scale; one channel).
+    void add(const float* samples, std::int64_t count);
+    ClipLevels levels() const;
+    void reset();
+
+    static constexpr int binsPerOctave = 2048;
+
+private:
+    struct Polarity {
+        std::vector<std::uint32_t> histogram;
+        std::int64_t count = 0;
+    };
+    static int binOf(float magnitude);
+    static float lowerEdge(int bin);
+    static float levelOf(const Polarity& polarity);
+
+    Polarity positive_, negative_;
+};

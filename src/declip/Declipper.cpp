@@ -1,0 +1,90 @@
+#include "declip/Declipper.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "signal/PortableCosine.h"
+
+namespace {
+
+constexpr double twoPi = 6.283185307179586476925286766559;
+
+std::int64_t floorDivide(std::int64_t value, std::int64_t divisor)
+{
+    const std::int64_t quotient = value / divisor;
+    return (value % divisor != 0 && value < 0) ? quotient - 1 : quotient;
+}
+
+}  // namespace
+
+Declipper::Declipper(const FrameDeclipper::Settings& settings)
+    : frame_(settings),
+      hann_(settings.frameLength),
+      samples_(settings.frameLength),
+      lower_(settings.frameLength),
+      upper_(settings.frameLength)
+{
+    const int length = settings.frameLength;
+    for (int n = 0; n < length; ++n)
+        hann_[n] = static_cast<float>(0.5 - 0.5 * standardLib::cosine(twoPi * n / length));
+}
+
+// Windows the frame at window[start ..] into samples_ with its bounds; false when
+// it holds no clipped sample.
+bool Declipper::loadFrame(const float* window, std::int64_t length, std::int64_t start, ClipLevels levels)
+{
+    bool clipped = false;
+    for (int n = 0; n < frameLength(); ++n) {
+        const std::int64_t at = start + n;
+        const float x = (at >= 0 && at < length) ? window[at] : 0.0f;
+        const float windowed = hann_[n] * x;
+        const int sign = levels.sign(x);
+        samples_[n] = windowed;
+        lower_[n] = sign < 0 ? -ClipLevels::none : windowed;
+        upper_[n] = sign > 0 ? ClipLevels::none : windowed;
+        clipped = clipped || sign != 0;
+    }
+    return clipped;
+}
+
+Declipper::Stats Declipper::restore(const float* window, std::int64_t length, std::int64_t origin,
+                                    ClipLevels levels, std::int64_t from, std::int64_t to, float* out)
+{
+    Stats stats;
+    const std::int64_t count = std::max<std::int64_t>(to - from, 0);
+    std::copy(window + from, window + from + count, out);
+    if (!levels.any() || count == 0) return stats;
+    sum_.assign(count, 0.0);
+    weight_.assign(count, 0.0);
+
+    // Frames on the absolute grid that overlap [from, to); only those with a clipped
+    // sample inside [from, to) matter there.
+    const std::int64_t firstFrame = floorDivide(origin + from - frameLength() + 1, hop());
+    const std::int64_t lastFrame = floorDivide(origin + to - 1, hop());
+    for (std::int64_t index = firstFrame; index <= lastFrame; ++index) {
+        const std::int64_t start = index * hop() - origin;
+        const std::int64_t overlapFirst = std::max(start, from);
+        const std::int64_t overlapEnd = std::min(start + frameLength(), to);
+        bool clippedInside = false;
+        for (std::int64_t i = overlapFirst; i < overlapEnd && !clippedInside; ++i)
+            clippedInside = levels.sign(window[i]) != 0;
+        if (!clippedInside) continue;
+        loadFrame(window, length, start, levels);
+        stats.iterations += frame_.restore(samples_.data(), lower_.data(), upper_.data());
+        ++stats.framesSolved;
+        // Least-squares overlap-add: each frame's estimate of w * x, weighted by w.
+        for (std::int64_t i = overlapFirst; i < overlapEnd; ++i) {
+            const double w = hann_[i - start];
+            sum_[i - from] += w * samples_[i - start];
+            weight_[i - from] += w * w;
+        }
+    }
+    for (std::int64_t i = from; i < to; ++i) {
+        const float observed = window[i];
+        const int sign = levels.sign(observed);
+        if (sign == 0 || !(weight_[i - from] > 0.0)) continue;
+        const float restored = static_cast<float>(sum_[i - from] / weight_[i - from]);
+        out[i - from] = sign > 0 ? std::max(restored, observed) : std::min(restored, observed);
+    }
+    return stats;
+}

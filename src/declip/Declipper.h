@@ -1,0 +1,52 @@
+// Restores the clipped samples of one channel over any stretch of it, frame by
+// frame: Hann frames of N samples (about 0.1 s) every N/4 samples on a grid fixed to
+// absolute sample positions, and only the frames that hold a clipped sample are
+// solved (FrameDeclipper); the others cost nothing. A clipped sample's value is
+// the overlap-add of its frames' solutions divided by the sum of their windows,
+// then projected once more onto the consistent set (at or beyond the clip level,
+// with the run's sign). Reliable samples are never changed: the restored signal
+// meets them without a crossfade (the limit of the crossfade of Zaviska, Rajmic
+// and Mokry, "Audio declipping performance enhancement via crossfading", Signal
+// Processing 2022, which keeps the reliable samples exactly).
+//
+// Because the grid is absolute and a frame's solution depends only on its own
+// samples, a caller may cut a long channel into pieces: restoring [from, to) of a
+// window needs context() samples of the channel on each side of it (samples beyond
+// the window count as reliable zeros, as at a file's ends), and then gives the same
+// bits whatever the cut. The constructor allocates; restore() does not beyond the
+// first call with a larger stretch. One thread at a time per object.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "declip/ClipLevels.h"
+#include "declip/FrameDeclipper.h"
+
+class Declipper {
+public:
+    struct Stats {
+        std::int64_t framesSolved = 0;
+        std::int64_t iterations = 0;
+    };
+
+    explicit Declipper(const FrameDeclipper::Settings& settings);
+
+    // window: `length` samples of one channel; window[0] is absolute sample `origin`.
+    // Writes out[i - from] for i in [from, to): the restored sample where it is
+    // clipped at `levels`, window[i] bit for bit otherwise.
+    Stats restore(const float* window, std::int64_t length, std::int64_t origin, ClipLevels levels,
+                  std::int64_t from, std::int64_t to, float* out);
+
+    int frameLength() const { return frame_.frameLength(); }
+    int hop() const { return frame_.frameLength() / 4; }
+    int context() const { return frame_.frameLength(); }
+
+private:
+    bool loadFrame(const float* window, std::int64_t length, std::int64_t start, ClipLevels levels);
+
+    FrameDeclipper frame_;
+    std::vector<float> hann_;
+    std::vector<float> samples_, lower_, upper_;
+    std::vector<double> sum_, weight_;
+};

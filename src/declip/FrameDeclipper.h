@@ -1,0 +1,67 @@
+// Restores the clipped samples of one windowed frame by sparsity in a redundant
+// DFT frame: the analysis-sparsity declipper A-SPADE of Kitic, Bertin and Gribonval
+// ("Sparsity and cosparsity for audio declipping: a flexible non-convex approach",
+// LVA/ICA 2015) in the form of Zaviska, Rajmic, Mokry and Prusa ("A proper version
+// of synthesis-based sparse audio declipper", ICASSP 2019). Alternating:
+//   z = H_k(A x + u)                      keep the k largest DFT bins
+//   x = P(A* (z - u))                     project onto the consistent set
+//   u = u + A x - z
+// until ||A x - z|| <= tolerance, with k growing each iteration from a start taken
+// from the observed frame's spectrum (see warmStart).
+// A is the DFT of the frame zero-padded to redundancy * N (a tight frame, so A* A = I
+// up to the FFT's scale); P clamps each sample into [lower, upper]: a reliable
+// sample has lower == upper, a clipped one an open side.
+//
+// Floats; any scale (the tolerance is relative to the frame's norm). The
+// constructor allocates; restore() does not. Results depend only on the inputs.
+// One thread at a time per object.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "signal/CFft.h"
+
+class FrameDeclipper {
+public:
+    struct Settings {
+        int frameLength = 2048;
+        int redundancy = 2;       // DFT size / frame length
+        int sparsityStep = 2;     // bins added to k per iteration
+        int sparsityShift = 4;    // and k >> sparsityShift more (0: none): about 6% a step
+        float tolerance = 0.05f;  // stop when ||A x - z|| <= tolerance * ||frame||
+        int maxIterations = 500;
+        // Frames with more than this share of clipped samples grow k by one bin per
+        // iteration, for at most heavyIterations iterations.
+        float heavyShare = 0.35f;
+        int heavyIterations = 200;
+
+        // Frames of about 0.1 s: the power of two nearest rate / 10, from 256 to 8192
+        // (4096 at 44.1 and 48 kHz, 1024 at 8 kHz). Shorter frames lose the sparsity
+        // that carries a long clipped run; longer ones cost more per sample.
+        static Settings forSampleRate(int sampleRate);
+    };
+
+    explicit FrameDeclipper(const Settings& settings);
+
+    // frame: N windowed samples, replaced by the restored ones (each within its
+    // bounds). lower/upper: N bounds. Returns the iterations used.
+    int restore(float* frame, const float* lower, const float* upper);
+
+    int frameLength() const { return settings_.frameLength; }
+
+private:
+    void analyse(const float* frame);           // spectrum_ = DFT of the padded frame
+    void synthesise(float* frame);              // frame = first N samples of the inverse of target_
+    void keepLargest(int k);                    // target_ = H_k(spectrum_ + dual_)
+    double residualEnergy() const;
+    int warmStart(double clippedShare);         // first k, from spectrum_              // ||spectrum_ - target_||^2 in the time domain's scale
+
+    Settings settings_;
+    int size_;   // DFT length
+    int bins_;   // size_ / 2 + 1
+    standardLib::CFft<float> fft_;
+    std::vector<float> padded_;
+    std::vector<float> specRe_, specIm_, dualRe_, dualIm_, targetRe_, targetIm_;
+    std::vector<float> magnitude_, ranked_;
+};

@@ -1,0 +1,142 @@
+// Runs `ferrotip declip` as a user would and checks the file it writes.
+#include <sndfile.h>
+#include <stdlib.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "support/CommandRunner.h"
+#include "support/SoundFileReader.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using testsupport::ferrotip;
+
+// Two channels of tones, `seconds` long, peak `peak`, hard clipped at `clip`.
+std::vector<float> clippedTones(double seconds, float peak, float clip)
+{
+    const int frames = static_cast<int>(seconds * 44100);
+    std::vector<float> data(static_cast<std::size_t>(frames) * 2);
+    for (int t = 0; t < frames; ++t)
+        for (int c = 0; c < 2; ++c) {
+            const double x = 0.6 * std::sin(0.031 * t + c) + 0.4 * std::sin(0.0071 * t * (1 + c));
+            data[t * 2 + c] = std::clamp(static_cast<float>(peak * x), -clip, clip);
+        }
+    return data;
+}
+
+void writeAudio(const std::string& path, const std::vector<float>& interleaved, int format)
+{
+    SF_INFO info{};
+    info.samplerate = 44100;
+    info.channels = 2;
+    info.format = format;
+    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
+    ASSERT_NE(file, nullptr) << sf_strerror(nullptr);
+    sf_writef_float(file, interleaved.data(), static_cast<sf_count_t>(interleaved.size() / 2));
+    sf_close(file);
+}
+
+class DeclipCommand : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        std::string pattern = (fs::temp_directory_path() / "ferrotip-declip-XXXXXX").string();
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        dir = pattern;
+    }
+    void TearDown() override { fs::remove_all(dir); }
+    std::string path(const std::string& name) const { return (dir / name).string(); }
+
+    fs::path dir;
+};
+
+constexpr int pcm16 = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+constexpr int float32 = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+
+TEST_F(DeclipCommand, AFileWithoutClippingComesBackBitForBit)
+{
+    writeAudio(path("in.wav"), clippedTones(1.0, 0.9f, 1.0f), pcm16);
+    const auto outcome = ferrotip("declip " + path("in.wav") + " " + path("out.wav"));
+    ASSERT_EQ(outcome.status, 0) << outcome.output;
+    EXPECT_NE(outcome.output.find("0 clipped runs"), std::string::npos) << outcome.output;
+    EXPECT_EQ(testsupport::readSoundFile<int>(path("out.wav")).samples,
+              testsupport::readSoundFile<int>(path("in.wav")).samples);
+}
+
+TEST_F(DeclipCommand, RestoresOnlyTheClippedSamplesOfAnIntegerFile)
+{
+    // Clipped below full scale, so the restored peaks fit and no gain is needed.
+    writeAudio(path("in.wav"), clippedTones(1.5, 0.8f, 0.5f), pcm16);
+    const auto outcome = ferrotip("declip -q " + path("in.wav") + " " + path("out.wav") + " --report " + path("runs.csv"));
+    ASSERT_EQ(outcome.status, 0) << outcome.output;
+    const auto in = testsupport::readSoundFile<int>(path("in.wav")).samples;
+    const auto out = testsupport::readSoundFile<int>(path("out.wav")).samples;
+    ASSERT_EQ(in.size(), out.size());
+    const int clip = *std::max_element(in.begin(), in.end());
+    std::size_t changed = 0;
+    for (std::size_t i = 0; i < in.size(); ++i) {
+        if (std::abs(in[i]) < clip) EXPECT_EQ(out[i], in[i]) << i;
+        if (in[i] == clip) EXPECT_GE(out[i], clip) << i;
+        if (in[i] == -clip) EXPECT_LE(out[i], -clip) << i;
+        changed += out[i] != in[i];
+    }
+    EXPECT_GT(changed, in.size() / 20);
+    std::ifstream report(path("runs.csv"));
+    std::string header;
+    std::getline(report, header);
+    EXPECT_EQ(header, "channel,first,last,start,end,label");
+}
+
+TEST_F(DeclipCommand, WritesFloatPeaksAboveFullScale)
+{
+    writeAudio(path("in.wav"), clippedTones(1.0, 1.6f, 1.0f), float32);
+    const auto outcome = ferrotip("declip " + path("in.wav") + " " + path("out.wav"));
+    ASSERT_EQ(outcome.status, 0) << outcome.output;
+    const auto out = testsupport::readSoundFile<float>(path("out.wav")).samples;
+    EXPECT_GT(*std::max_element(out.begin(), out.end()), 1.1f);
+}
+
+TEST_F(DeclipCommand, LowersAnIntegerFileToFitOrWarnsAtZeroDecibels)
+{
+    writeAudio(path("in.wav"), clippedTones(1.0, 1.6f, 1.0f), pcm16);
+    const auto fitted = ferrotip("declip " + path("in.wav") + " " + path("auto.wav"));
+    ASSERT_EQ(fitted.status, 0) << fitted.output;
+    EXPECT_NE(fitted.output.find("gain -"), std::string::npos) << fitted.output;
+    EXPECT_EQ(fitted.output.find("warning"), std::string::npos) << fitted.output;
+    const auto again = ferrotip("declip " + path("in.wav") + " " + path("zero.wav") + " --gain 0dB");
+    ASSERT_EQ(again.status, 0) << again.output;
+    EXPECT_NE(again.output.find("warning"), std::string::npos) << again.output;
+}
+
+TEST_F(DeclipCommand, RefusesBadArgumentsAndWritesNothing)
+{
+    writeAudio(path("in.wav"), clippedTones(0.2, 1.6f, 1.0f), pcm16);
+    for (const std::string arguments : {"--level 2dB", "--level 0", "--level 30dBFS", "--gain 3dB", "--gain loud",
+                                        "--report runs.xml"}) {
+        const auto outcome = ferrotip("declip " + path("in.wav") + " " + path("out.wav") + " " + arguments);
+        EXPECT_NE(outcome.status, 0) << arguments;
+        EXPECT_NE(outcome.output.find(arguments.substr(0, arguments.find(' '))), std::string::npos)
+            << arguments << ": " << outcome.output;
+        EXPECT_FALSE(fs::exists(path("out.wav"))) << arguments;
+    }
+    EXPECT_NE(ferrotip("declip " + path("in.wav") + " " + path("in.wav")).status, 0);
+}
+
+TEST_F(DeclipCommand, AGivenLevelOverridesTheSearch)
+{
+    writeAudio(path("in.wav"), clippedTones(0.5, 0.8f, 0.5f), float32);
+    const auto outcome = ferrotip("declip " + path("in.wav") + " " + path("out.wav") + " --level 0.99");
+    ASSERT_EQ(outcome.status, 0) << outcome.output;
+    EXPECT_NE(outcome.output.find("0 clipped runs"), std::string::npos) << outcome.output;
+}
+
+}  // namespace

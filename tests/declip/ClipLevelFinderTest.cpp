@@ -1,0 +1,84 @@
+#include "declip/ClipLevelFinder.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "declip/HardClipper.h"
+#include "declip/DeclipTestSignals.h"
+
+namespace {
+
+ClipLevels levelsOf(const std::vector<float>& signal)
+{
+    ClipLevelFinder finder;
+    finder.add(signal.data(), static_cast<std::int64_t>(signal.size()));
+    return finder.levels();
+}
+
+// One bin of the histogram at the level: how closely a plateau's level is found.
+constexpr float binTolerance = 1.0f / ClipLevelFinder::binsPerOctave;
+
+TEST(ClipLevelFinder, FindsNoClippingInAnUnclippedSignal)
+{
+    for (unsigned seed = 1; seed <= 5; ++seed) {
+        const ClipLevels levels = levelsOf(declipsignals::tonal(44100, seed));
+        EXPECT_FALSE(levels.any()) << "seed " << seed << ": " << levels.positive << ", " << levels.negative;
+    }
+}
+
+TEST(ClipLevelFinder, FindsAHardClipLevelBelowFullScale)
+{
+    for (float level : {0.8f, 0.5f, 0.05f}) {
+        const auto clipped = hardclip::clip(declipsignals::tonal(44100, 3), level);
+        const ClipLevels found = levelsOf(clipped);
+        EXPECT_NEAR(found.positive, level, level * binTolerance) << level;
+        EXPECT_NEAR(found.negative, level, level * binTolerance) << level;
+        EXPECT_LE(found.positive, level);
+    }
+}
+
+TEST(ClipLevelFinder, JudgesEachPolarityOnItsOwn)
+{
+    auto signal = declipsignals::tonal(44100, 4);
+    for (float& x : signal) x = std::min(x, 0.6f);
+    const ClipLevels found = levelsOf(signal);
+    EXPECT_NEAR(found.positive, 0.6f, 0.6f * binTolerance);
+    EXPECT_EQ(found.negative, ClipLevels::none);
+}
+
+TEST(ClipLevelFinder, ToleratesRippleAroundThePlateau)
+{
+    // A lossy codec after clipping leaves a plateau that wobbles by a few percent.
+    const float level = 0.7f;
+    for (float ripple : {0.01f, 0.04f}) {
+        auto clipped = hardclip::clip(declipsignals::tonal(44100, 5), level);
+        std::int64_t plateau = 0, flagged = 0;
+        for (std::size_t n = 0; n < clipped.size(); ++n)
+            if (std::fabs(clipped[n]) >= level) {
+                clipped[n] *= 1.0f + ripple * static_cast<float>(std::sin(0.9 * n));
+                ++plateau;
+            }
+        const ClipLevels found = levelsOf(clipped);
+        ASSERT_TRUE(found.any()) << ripple;
+        // The lower edge of the hump, within a growth step of the ripple's trough.
+        EXPECT_GE(found.positive, (1.0f - ripple - 0.005f) * level) << ripple;
+        EXPECT_LE(found.positive, 1.0f * level) << ripple;
+        for (float x : clipped) flagged += found.sign(x) != 0;
+        EXPECT_GE(flagged, plateau * 8 / 10) << ripple;
+        EXPECT_LE(flagged, plateau * 3 / 2) << ripple;  // with a few natural samples at the edge
+    }
+}
+
+TEST(ClipLevelFinder, ResetForgetsEverything)
+{
+    ClipLevelFinder finder;
+    const auto clipped = hardclip::clip(declipsignals::tonal(4410, 6), 0.5f);
+    finder.add(clipped.data(), static_cast<std::int64_t>(clipped.size()));
+    ASSERT_TRUE(finder.levels().any());
+    finder.reset();
+    EXPECT_FALSE(finder.levels().any());
+}
+
+}  // namespace

@@ -1,0 +1,79 @@
+// Real recordings for the declipper's tests and benchmarks, from Debian packages
+// that scripts/install-deps.sh installs: music from lmms-common (instrument and loop
+// samples) and speech from ktuberling-data (French, Italian, Spanish and Dutch
+// words). An excerpt is the first channel of files picked with the classic 15-bit
+// generator from `seed`, joined end to end until `seconds` are gathered, at the
+// first file's rate, scaled to a peak of 0.9. Empty when the files are missing.
+#pragma once
+
+#include <sndfile.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "ar/ClassicRand.h"
+
+namespace declipmaterial {
+
+struct Excerpt {
+    std::vector<float> samples;
+    int sampleRate = 0;
+};
+
+inline std::vector<std::string> filesUnder(const std::vector<std::string>& folders, const std::string& extension)
+{
+    std::vector<std::string> files;
+    for (const auto& folder : folders) {
+        std::error_code error;
+        for (std::filesystem::recursive_directory_iterator it(folder, error), end; !error && it != end;
+             it.increment(error))
+            if (it->is_regular_file() && it->path().extension() == extension) files.push_back(it->path().string());
+    }
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+inline std::vector<std::string> musicFiles() { return filesUnder({"/usr/share/lmms/samples"}, ".ogg"); }
+
+inline std::vector<std::string> speechFiles()
+{
+    const std::string root = "/usr/share/ktuberling/sounds/";
+    return filesUnder({root + "fr", root + "it", root + "es", root + "nl"}, ".wav");
+}
+
+// Appends the first channel of `path` when its rate is `rate` (or sets the rate).
+inline void appendFile(const std::string& path, Excerpt& excerpt)
+{
+    SF_INFO info{};
+    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
+    if (!file) return;
+    if (excerpt.sampleRate == 0) excerpt.sampleRate = info.samplerate;
+    if (info.samplerate == excerpt.sampleRate) {
+        std::vector<float> frames(static_cast<std::size_t>(info.frames) * info.channels);
+        const sf_count_t got = sf_readf_float(file, frames.data(), info.frames);
+        for (sf_count_t i = 0; i < got; ++i) excerpt.samples.push_back(frames[i * info.channels]);
+    }
+    sf_close(file);
+}
+
+inline Excerpt excerpt(const std::vector<std::string>& files, unsigned seed, double seconds)
+{
+    Excerpt result;
+    if (files.empty()) return result;
+    ferrotip::srand(seed);
+    for (int attempt = 0; attempt < 1000; ++attempt) {
+        if (result.sampleRate > 0 && result.samples.size() >= seconds * result.sampleRate) break;
+        appendFile(files[static_cast<std::size_t>(ferrotip::rand()) % files.size()], result);
+    }
+    if (result.sampleRate > 0) result.samples.resize(std::min<std::size_t>(result.samples.size(), seconds * result.sampleRate));
+    float peak = 0.0f;
+    for (float x : result.samples) peak = std::max(peak, std::fabs(x));
+    if (peak > 0.0f)
+        for (float& x : result.samples) x *= 0.9f / peak;
+    return result;
+}
+
+}  // namespace declipmaterial

@@ -1,0 +1,70 @@
+#include "declip/Declipper.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "declip/HardClipper.h"
+#include "declip/DeclipTestSignals.h"
+
+namespace {
+
+constexpr float level = 0.6f;
+
+std::vector<float> restoreWhole(Declipper& declipper, const std::vector<float>& clipped, ClipLevels levels)
+{
+    std::vector<float> out(clipped.size());
+    const auto length = static_cast<std::int64_t>(clipped.size());
+    declipper.restore(clipped.data(), length, 0, levels, 0, length, out.data());
+    return out;
+}
+
+TEST(Declipper, ChangesOnlyClippedSamplesAndKeepsThemBeyondTheLevel)
+{
+    Declipper declipper(FrameDeclipper::Settings::forSampleRate(44100));
+    const auto clean = declipsignals::tonal(20000, 21);
+    const auto clipped = hardclip::clip(clean, level);
+    const auto levels = ClipLevels::symmetric(level);
+    const auto restored = restoreWhole(declipper, clipped, levels);
+    for (std::size_t n = 0; n < clipped.size(); ++n) {
+        const int sign = levels.sign(clipped[n]);
+        if (sign == 0) EXPECT_EQ(restored[n], clipped[n]) << n;
+        if (sign > 0) EXPECT_GE(restored[n], level) << n;
+        if (sign < 0) EXPECT_LE(restored[n], -level) << n;
+    }
+    EXPECT_GT(hardclip::sdr(clean.data(), restored.data(), clean.size()),
+              hardclip::sdr(clean.data(), clipped.data(), clean.size()) + 10.0);
+}
+
+TEST(Declipper, CopiesAnUnclippedSignalWithoutSolvingAFrame)
+{
+    Declipper declipper(FrameDeclipper::Settings::forSampleRate(44100));
+    const auto clean = declipsignals::tonal(9000, 22);
+    std::vector<float> out(clean.size());
+    const auto stats = declipper.restore(clean.data(), 9000, 0, ClipLevels::symmetric(2.0f), 0, 9000, out.data());
+    EXPECT_EQ(out, clean);
+    EXPECT_EQ(stats.framesSolved, 0);
+}
+
+TEST(Declipper, PiecesWithContextGiveTheSameBitsAsTheWhole)
+{
+    Declipper declipper(FrameDeclipper::Settings::forSampleRate(44100));
+    const auto clipped = hardclip::clip(declipsignals::tonal(12000, 23), level);
+    const auto levels = ClipLevels::symmetric(level);
+    const auto whole = restoreWhole(declipper, clipped, levels);
+    const std::int64_t context = declipper.context();
+    for (std::int64_t piece : {777, 4096, 5000}) {
+        std::vector<float> joined;
+        for (std::int64_t from = 0; from < 12000; from += piece) {
+            const std::int64_t to = std::min<std::int64_t>(12000, from + piece);
+            const std::int64_t begin = std::max<std::int64_t>(0, from - context);
+            const std::int64_t end = std::min<std::int64_t>(12000, to + context);
+            std::vector<float> out(to - from);
+            declipper.restore(clipped.data() + begin, end - begin, begin, levels, from - begin, to - begin, out.data());
+            joined.insert(joined.end(), out.begin(), out.end());
+        }
+        EXPECT_EQ(joined, whole) << "pieces of " << piece;
+    }
+}
+
+}  // namespace
