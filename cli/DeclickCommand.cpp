@@ -17,6 +17,7 @@
 #include "AudioFile.h"
 #include "CliError.h"
 #include "Commands.h"
+#include "Progress.h"
 #include "DeclickRun.h"
 #include "SpanList.h"
 
@@ -52,36 +53,6 @@ std::vector<double> channelMeanSquares(const std::string& path)
     }
     return meter.meanSquares();
 }
-
-// A one-line bar on stderr, redrawn when the whole percentage changes.
-class Progress {
-public:
-    Progress(std::int64_t total, bool enabled) : total_(std::max<std::int64_t>(total, 1)), enabled_(enabled) {}
-    ~Progress() { finish(); }
-    // Clears the bar's line.
-    void finish()
-    {
-        if (enabled_ && drawn_ >= 0) std::fprintf(stderr, "\r%*s\r", barWidth + 8, "");
-        drawn_ = -1;
-    }
-    void update(std::int64_t done)
-    {
-        if (!enabled_) return;
-        const int percent = static_cast<int>(100 * std::min(done, total_) / total_);
-        if (percent == drawn_) return;
-        drawn_ = percent;
-        const int filled = percent * barWidth / 100;
-        std::fprintf(stderr, "\r[%s%s] %3d%%", std::string(filled, '#').c_str(),
-                     std::string(barWidth - filled, ' ').c_str(), percent);
-        std::fflush(stderr);
-    }
-
-private:
-    static constexpr int barWidth = 40;
-    std::int64_t total_;
-    bool enabled_;
-    int drawn_ = -1;
-};
 
 // Moves chunks between the file's interleaved frames (in the file's scale) and the
 // engines' channel rows (full scale 1).

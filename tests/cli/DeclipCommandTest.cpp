@@ -84,9 +84,15 @@ TEST_F(DeclipCommand, RestoresOnlyTheClippedSamplesOfAnIntegerFile)
     const int clip = *std::max_element(in.begin(), in.end());
     std::size_t changed = 0;
     for (std::size_t i = 0; i < in.size(); ++i) {
-        if (std::abs(in[i]) < clip) EXPECT_EQ(out[i], in[i]) << i;
-        if (in[i] == clip) EXPECT_GE(out[i], clip) << i;
-        if (in[i] == -clip) EXPECT_LE(out[i], -clip) << i;
+        if (std::abs(in[i]) < clip) {
+            EXPECT_EQ(out[i], in[i]) << i;
+        }
+        if (in[i] == clip) {
+            EXPECT_GE(out[i], clip) << i;
+        }
+        if (in[i] == -clip) {
+            EXPECT_LE(out[i], -clip) << i;
+        }
         changed += out[i] != in[i];
     }
     EXPECT_GT(changed, in.size() / 20);

@@ -28,9 +28,15 @@ TEST(Declipper, ChangesOnlyClippedSamplesAndKeepsThemBeyondTheLevel)
     const auto restored = restoreWhole(declipper, clipped, levels);
     for (std::size_t n = 0; n < clipped.size(); ++n) {
         const int sign = levels.sign(clipped[n]);
-        if (sign == 0) EXPECT_EQ(restored[n], clipped[n]) << n;
-        if (sign > 0) EXPECT_GE(restored[n], level) << n;
-        if (sign < 0) EXPECT_LE(restored[n], -level) << n;
+        if (sign == 0) {
+            EXPECT_EQ(restored[n], clipped[n]) << n;
+        }
+        if (sign > 0) {
+            EXPECT_GE(restored[n], level) << n;
+        }
+        if (sign < 0) {
+            EXPECT_LE(restored[n], -level) << n;
+        }
     }
     EXPECT_GT(hardclip::sdr(clean.data(), restored.data(), clean.size()),
               hardclip::sdr(clean.data(), clipped.data(), clean.size()) + 10.0);

@@ -35,7 +35,9 @@ TEST(FrameDeclipper, KeepsReliableSamplesAndBounds)
     for (int n = 0; n < 2048; ++n) {
         EXPECT_GE(frame.samples[n], frame.lower[n]) << n;
         EXPECT_LE(frame.samples[n], frame.upper[n]) << n;
-        if (frame.lower[n] == frame.upper[n]) EXPECT_EQ(frame.samples[n], observed[n]) << n;
+        if (frame.lower[n] == frame.upper[n]) {
+            EXPECT_EQ(frame.samples[n], observed[n]) << n;
+        }
     }
 }
 
