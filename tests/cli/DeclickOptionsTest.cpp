@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "SpanList.h"
+#include "support/SoundFileWriter.h"
 #include "support/CommandRunner.h"
 #include "support/SoundFileReader.h"
 
@@ -48,15 +49,7 @@ std::vector<int> portableClickedAudio(int frames)
 
 void writeIntWav(const std::string& path, const std::vector<int>& samples, int format)
 {
-    SF_INFO info{};
-    info.samplerate = 44100;
-    info.channels = 2;
-    info.format = format;
-    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
-    ASSERT_NE(file, nullptr) << sf_strerror(nullptr);
-    std::vector<short> pcm(samples.begin(), samples.end());
-    sf_writef_short(file, pcm.data(), static_cast<sf_count_t>(samples.size() / 2));
-    sf_close(file);
+    testsupport::writeSoundFile(path, std::vector<short>(samples.begin(), samples.end()), 2, 44100, format);
 }
 
 // FNV-1a over the bytes of the file's float samples.

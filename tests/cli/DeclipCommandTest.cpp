@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "support/SoundFileWriter.h"
 #include "support/CommandRunner.h"
 #include "support/SoundFileReader.h"
 
@@ -35,14 +36,7 @@ std::vector<float> clippedTones(double seconds, float peak, float clip)
 
 void writeAudio(const std::string& path, const std::vector<float>& interleaved, int format)
 {
-    SF_INFO info{};
-    info.samplerate = 44100;
-    info.channels = 2;
-    info.format = format;
-    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
-    ASSERT_NE(file, nullptr) << sf_strerror(nullptr);
-    sf_writef_float(file, interleaved.data(), static_cast<sf_count_t>(interleaved.size() / 2));
-    sf_close(file);
+    testsupport::writeSoundFile(path, interleaved, 2, 44100, format);
 }
 
 class DeclipCommand : public testing::Test {
