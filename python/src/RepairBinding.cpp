@@ -12,6 +12,7 @@
 
 #include "ArrayViews.h"
 #include "Bindings.h"
+#include "RegionPlan.h"
 #include "RepairWindow.h"
 #include "SampleCount.h"
 #include "ar/ClassicRand.h"
@@ -45,6 +46,52 @@ std::vector<Method> methods()
     return list;
 }
 
+// The array as the module's floats, frame-addressed; reading needs no GIL.
+class ArrayFrames : public FrameSource {
+public:
+    ArrayFrames(const AudioView& audio, int rate) : audio_(audio), rate_(rate) {}
+    int channels() const override { return static_cast<int>(audio_.channels); }
+    int sampleRate() const override { return rate_; }
+    std::int64_t frames() const override { return audio_.frames; }
+    void read(std::int64_t from, std::int64_t end, Channels& data, std::int64_t offset) override
+    {
+        for (std::int64_t c = 0; c < audio_.channels; ++c) audio_.copyFrames(c, from, end, data[c].data() + offset);
+    }
+
+private:
+    const AudioView& audio_;
+    int rate_;
+};
+
+// Regions repaired as `ferrotip repair` repairs them with auto, inpaint or --regions:
+// a new array with the patches in, only where a sample's value changed.
+py::tuple repairArrayRegions(const AudioView& audio, int rate, std::vector<Region> regions,
+                             const std::string& method)
+{
+    requireRegionsInside(regions, static_cast<int>(audio.channels), audio.frames, "the audio");
+    regions = merged(std::move(regions));
+    checkLengths(regions, method, rate);
+    py::array_t<float> repaired(audio.shape);
+    float* out = repaired.mutable_data();
+    RepairOutcome outcome;
+    {
+        py::gil_scoped_release released;
+        for (std::int64_t c = 0; c < audio.channels; ++c) audio.copyFrames(c, 0, audio.frames, out + c * audio.frames);
+        ArrayFrames frames(audio, rate);
+        ferrotip::srand(1);  // as in the command line's new process; see repair()
+        const std::vector<Patch> patches = repairAll(frames, regions);
+        for (const Patch& p : patches) {
+            for (std::size_t c = 0; c < p.samples.size(); ++c)
+                for (std::size_t i = 0; i < p.samples[c].size(); ++i) {
+                    float& sample = out[static_cast<std::int64_t>(c) * audio.frames + p.first + static_cast<std::int64_t>(i)];
+                    if (p.samples[c][i] != sample) sample = p.samples[c][i];
+                }
+        }
+        if (patches.size() == 1) outcome = patches[0].outcome;
+    }
+    return py::make_tuple(repaired, outcome.leftFade, outcome.rightFade);
+}
+
 constexpr const char* countForms = "an int (samples) or a str such as '4410', '1.25s' or '3ms'";
 
 py::tuple repair(const py::object& audioArgument, const py::object& rateArgument,
@@ -54,8 +101,15 @@ py::tuple repair(const py::object& audioArgument, const py::object& rateArgument
     const AudioView audio = audioView(audioArgument, "audio");
     const int rate = static_cast<int>(
         integerArgument(rateArgument, "rate", 1, std::numeric_limits<std::int32_t>::max()));
-    const MethodInfo method =
-        findMethod(argumentText(methodArgument, "method", "an int or a str (number or name)"));
+    const std::string methodText = argumentText(methodArgument, "method", "an int or a str (number or name)");
+    requireKnownMethod(methodText);
+    if (isRegionMethod(methodText)) {
+        const std::string startText = argumentText(startArgument, "start", countForms);
+        const std::string lengthText = argumentText(lengthArgument, "length", countForms);
+        return repairArrayRegions(audio, rate, {singleRegion(startText, lengthText, rate, "start", "length")},
+                                  methodText);
+    }
+    const MethodInfo method = findMethod(methodText);
     const std::int64_t start = parseSampleCount(argumentText(startArgument, "start", countForms), rate, "start");
     const std::int64_t length =
         parseSampleCount(argumentText(lengthArgument, "length", countForms), rate, "length");
@@ -118,8 +172,8 @@ Each is a Method with index, name, description, category, max_gap_ms,
 context_before_ms and context_after_ms.)");
 
     module.def("repair", &repair, py::arg("audio"), py::arg("rate"), py::arg("start"),
-               py::arg("length"), py::arg("method"),
-               R"(repair(audio, rate, start, length, method) -> (repaired, left_fade, right_fade)
+               py::arg("length"), py::arg("method") = "auto",
+               R"(repair(audio, rate, start, length, method="auto") -> (repaired, left_fade, right_fade)
 
 Repairs a damaged region of every channel of a numpy array.
 
@@ -129,14 +183,18 @@ audio   float32 numpy array shaped (channels, frames) or (frames,), in any
 rate    sample rate in Hz, 1 to 2147483647.
 start   first damaged frame, length the number of damaged frames: an int
         (samples) or a str in samples, seconds or ms ('4410', '1.25s', '3ms').
-method  number 0 to 6 or name, any case ('normal clicks'); see methods().
+method  "auto" (the default: chosen by the region's length), "inpaint" (the
+        gap filler for dropouts up to 250 ms), or a method's number 0 to 6 or
+        name, any case ('normal clicks'); see methods().
 
 The repair works on the window that `ferrotip repair` builds: the method's
 reach around the region, zeros beyond the array's ends. The result is a new
 array of the same shape, bit-identical to `ferrotip repair` on a float32 file
 with the same audio: each call starts the dither of the click methods afresh,
 so the result depends on the arguments alone. left_fade and right_fade are the
-crossfade lengths of the waveform methods (3 to 6), else 0. Bad arguments raise
+crossfade lengths of the waveform methods (3 to 6), else 0. With "auto" or
+"inpaint" the result is bit-identical to `ferrotip repair --method auto` or
+`--method inpaint`. Bad arguments raise
 ValueError with the command line's message; the GIL is released while the
 repair runs.
 
