@@ -6,7 +6,8 @@
 
 namespace ferrotip_python {
 
-void registerRepair(pybind11::module_& module);  // methods(), repair(), Method
+void registerRepair(pybind11::module_& module);  // methods(), repair(), repair_regions(), Method
+void registerDropouts(pybind11::module_& module);  // scan()
 void registerKalman(pybind11::module_& module);  // Kalman
 void registerDeclick(pybind11::module_& module);  // declick(), Declicker, mean_squares()
 

@@ -20,6 +20,7 @@ PYBIND11_MODULE(ferrotip, module)
     pybind11::options options;
     options.disable_function_signatures();
     ferrotip_python::registerRepair(module);
+    ferrotip_python::registerDropouts(module);
     ferrotip_python::registerKalman(module);
     ferrotip_python::registerDeclick(module);
 }

@@ -12,9 +12,11 @@
 
 #include "ArrayViews.h"
 #include "Bindings.h"
+#include "CliError.h"
 #include "RegionPlan.h"
 #include "RepairWindow.h"
 #include "SampleCount.h"
+#include "SpanList.h"
 #include "ar/ClassicRand.h"
 
 namespace py = pybind11;
@@ -145,6 +147,40 @@ py::tuple repair(const py::object& audioArgument, const py::object& rateArgument
     return py::make_tuple(repaired, outcome.leftFade, outcome.rightFade);
 }
 
+// One region from (start, end) in seconds or from a span as scan() lists it
+// (channel, first, last, start, end), whose samples and channel are taken.
+Region regionFrom(const py::handle& item, int rate, const std::string& where)
+{
+    const py::tuple fields = py::tuple(py::reinterpret_borrow<py::object>(item));
+    SampleSpan span;
+    if (fields.size() == 2) {
+        span = spanFromSeconds(fields[0].cast<double>(), fields[1].cast<double>(), rate, where);
+    } else if (fields.size() == 5) {
+        span = spanFromSamples(integerArgument(fields[1], "first", 0, std::numeric_limits<std::int64_t>::max()),
+                               integerArgument(fields[2], "last", 0, std::numeric_limits<std::int64_t>::max()),
+                               where);
+        setChannel(span, integerArgument(fields[0], "channel", 0, 65536), where);
+    } else {
+        throw py::type_error(where + " must be (start, end) in seconds or (channel, first, last, start, end)");
+    }
+    return {span.channel, span.first, span.last, where, {}};
+}
+
+py::object repairRegionList(const py::object& audioArgument, const py::object& rateArgument,
+                           const py::iterable& regionList, const py::object& methodArgument)
+{
+    const AudioView audio = audioView(audioArgument, "audio");
+    const int rate = static_cast<int>(
+        integerArgument(rateArgument, "rate", 1, std::numeric_limits<std::int32_t>::max()));
+    const std::string method = argumentText(methodArgument, "method", "an int or a str (number or name)");
+    requireKnownMethod(method);
+    std::vector<Region> regions;
+    for (const py::handle item : regionList)
+        regions.push_back(regionFrom(item, rate, "region " + std::to_string(regions.size() + 1)));
+    if (regions.empty()) throw CliError("regions lists no regions");
+    return repairArrayRegions(audio, rate, std::move(regions), method)[0];
+}
+
 }  // namespace
 
 void registerRepair(py::module_& module)
@@ -170,6 +206,24 @@ The seven repair methods, in the order of their numbers.
 
 Each is a Method with index, name, description, category, max_gap_ms,
 context_before_ms and context_after_ms.)");
+
+    module.def("repair_regions", &repairRegionList, py::arg("audio"), py::arg("rate"), py::arg("regions"),
+               py::arg("method") = "auto",
+               R"(repair_regions(audio, rate, regions, method="auto") -> repaired
+
+Repairs many regions in one pass, as `ferrotip repair --regions FILE` does.
+
+regions  an iterable of (start, end) pairs in seconds (end exclusive, rounded to
+         the nearest samples) or of spans as scan() returns them, (channel,
+         first, last, start, end), whose channel (1-based, 0 for all) and frames
+         are used.
+method   "auto" (the default), "inpaint", or a method's number or name.
+
+Every region is checked before anything is repaired; overlapping or adjacent
+ones are merged, and each is repaired from audio that already holds the repairs
+before it. The result, a new array, is bit-identical to the command line's on a
+float32 file. Bad regions raise ValueError naming the region; the GIL is
+released while the repairs run.)");
 
     module.def("repair", &repair, py::arg("audio"), py::arg("rate"), py::arg("start"),
                py::arg("length"), py::arg("method") = "auto",
