@@ -82,10 +82,13 @@ py::tuple repairArrayRegions(const AudioView& audio, int rate, std::vector<Regio
         ArrayFrames frames(audio, rate);
         ferrotip::srand(1);  // as in the command line's new process; see repair()
         const std::vector<Patch> patches = repairAll(frames, regions);
+        // A patch may reach into the zeros beyond the array's ends: those are not written.
         for (const Patch& p : patches) {
             for (std::size_t c = 0; c < p.samples.size(); ++c)
                 for (std::size_t i = 0; i < p.samples[c].size(); ++i) {
-                    float& sample = out[static_cast<std::int64_t>(c) * audio.frames + p.first + static_cast<std::int64_t>(i)];
+                    const std::int64_t f = p.first + static_cast<std::int64_t>(i);
+                    if (f < 0 || f >= audio.frames) continue;
+                    float& sample = out[static_cast<std::int64_t>(c) * audio.frames + f];
                     if (p.samples[c][i] != sample) sample = p.samples[c][i];
                 }
         }

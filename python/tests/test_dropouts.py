@@ -119,3 +119,14 @@ def test_scan_and_repair_regions_release_the_gil_and_agree_across_threads():
     assert same_bits(repaired, alone[0])
     assert all(same_bits(a, b) for a, b in zip(alone, together))
     assert run_at_once([lambda: ferrotip.scan(audio, RATE)] * 2) == [spans, spans]
+
+
+@pytest.mark.parametrize("method", ["3", "auto"])
+def test_regions_at_the_array_ends_as_the_cli_repairs_them(cli, tmp_path, method):
+    # The working window and a waveform method's crossfades reach past both ends.
+    audio = with_dropouts()
+    spans = [(0, 2, 801, 2 / RATE, 802 / RATE), (0, FRAMES - 801, FRAMES - 2, (FRAMES - 801) / RATE, (FRAMES - 1) / RATE)]
+    listing = [dict(zip(("channel", "first", "last", "start", "end"), s)) for s in spans]
+    done, expected, _ = cli_repair(cli, tmp_path, audio, listing, method)
+    assert done.returncode == 0, done.stderr
+    assert same_bits(ferrotip.repair_regions(audio, RATE, spans, method), expected)
