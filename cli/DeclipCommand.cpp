@@ -22,9 +22,8 @@
 #include "CliError.h"
 #include "Commands.h"
 #include "Progress.h"
+#include "DeclipRun.h"
 #include "SpanList.h"
-#include "declip/ClipLevelFinder.h"
-#include "declip/Declipper.h"
 
 namespace {
 
@@ -36,229 +35,11 @@ struct DeclipOptions {
     bool quiet = false;
 };
 
-constexpr std::int64_t chunkFrames = 65536;
-constexpr double minLevelDb = -60.0, maxLevelDb = 24.0;
-constexpr double minLevel = 0.001, maxLevel = 16.0;
-constexpr double minGainDb = -60.0, maxGainDb = 0.0;
-
-double fromDb(double db) { return std::pow(10.0, db / 20.0); }
-double toDb(double value) { return 20.0 * std::log10(value); }
-
-bool endsWith(const std::string& text, const std::string& suffix)
-{
-    return text.size() >= suffix.size() && text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
-}
-
-// A number that fills `text` exactly, or nothing.
-std::optional<double> parseNumber(const std::string& text)
-{
-    try {
-        std::size_t used = 0;
-        const double value = std::stod(text, &used);
-        if (used == text.size() && std::isfinite(value)) return value;
-    } catch (const std::exception&) {
-    }
-    return std::nullopt;
-}
-
-// --level: nothing for auto, else the level as a fraction of full scale.
-std::optional<double> parseLevel(const std::string& text)
-{
-    if (text == "auto") return std::nullopt;
-    const std::string range = "--level must be auto, a level in dBFS from " + std::to_string(int(minLevelDb)) +
-                              " to +" + std::to_string(int(maxLevelDb)) + " (-0.5dBFS) or a fraction of full scale from " +
-                              "0.001 to 16 (0.9), not '" + text + "'";
-    if (endsWith(text, "dBFS")) {
-        const auto db = parseNumber(text.substr(0, text.size() - 4));
-        if (!db || *db < minLevelDb || *db > maxLevelDb) throw CliError(range);
-        return fromDb(*db);
-    }
-    const auto value = parseNumber(text);
-    if (!value || *value < minLevel || *value > maxLevel) throw CliError(range);
-    return *value;
-}
-
-// --gain: nothing for auto, else the linear gain.
-std::optional<double> parseGain(const std::string& text)
-{
-    if (text == "auto") return std::nullopt;
-    const auto db = endsWith(text, "dB") ? parseNumber(text.substr(0, text.size() - 2)) : std::nullopt;
-    if (!db || *db < minGainDb || *db > maxGainDb)
-        throw CliError("--gain must be auto or a gain in dB from -60 to 0 (0dB, -3dB), not '" + text + "'");
-    return fromDb(*db);
-}
-
 bool isFloatFormat(const SF_INFO& info)
 {
     const int subtype = info.format & SF_FORMAT_SUBMASK;
     return subtype == SF_FORMAT_FLOAT || subtype == SF_FORMAT_DOUBLE;
 }
-
-// What the restoration found, for the summary and the report.
-struct ClipSummary {
-    std::int64_t runs = 0, samples = 0, instants = 0;
-    double positivePeak = 0.0, negativePeak = 0.0;  // before any gain, full scale 1
-    double peak() const { return std::max(positivePeak, negativePeak); }
-    std::vector<SampleSpan> spans;
-};
-
-// Tracks the clipped runs of each channel across chunk boundaries.
-class RunTracker {
-public:
-    RunTracker(int channels, bool keepSpans) : open_(channels), keepSpans_(keepSpans) {}
-
-    void sample(int channel, std::int64_t position, int sign, ClipSummary& summary)
-    {
-        Open& run = open_[channel];
-        if (run.sign != 0 && (sign != run.sign || position != run.last + 1)) close(channel, summary);
-        if (sign == 0) return;
-        ++summary.samples;
-        if (run.sign == 0) run = {sign, position, position}, ++summary.runs;
-        run.last = position;
-    }
-    void closeAll(ClipSummary& summary)
-    {
-        for (int c = 0; c < static_cast<int>(open_.size()); ++c) close(c, summary);
-    }
-
-private:
-    struct Open {
-        int sign = 0;
-        std::int64_t first = 0, last = 0;
-    };
-    void close(int channel, ClipSummary& summary)
-    {
-        Open& run = open_[channel];
-        if (run.sign != 0 && keepSpans_)
-            summary.spans.push_back({channel, run.first, run.last, run.sign > 0 ? "clipped +" : "clipped -"});
-        run.sign = 0;
-    }
-    std::vector<Open> open_;
-    bool keepSpans_;
-};
-
-std::vector<ClipLevels> findLevels(AudioReader& reader, Progress& progress)
-{
-    const int channels = reader.channels();
-    std::vector<ClipLevelFinder> finders(channels);
-    std::vector<double> frames(static_cast<std::size_t>(chunkFrames) * channels);
-    std::vector<float> row(chunkFrames);
-    std::int64_t done = 0;
-    while (done < reader.frames()) {
-        const std::int64_t got = reader.read(frames.data(), std::min(chunkFrames, reader.frames() - done));
-        if (got == 0) break;
-        for (int c = 0; c < channels; ++c) {
-            for (std::int64_t i = 0; i < got; ++i)
-                row[i] = static_cast<float>(frames[i * channels + c] / reader.fullScale());
-            finders[c].add(row.data(), got);
-        }
-        done += got;
-        progress.update(done);
-    }
-    reader.seek(0);
-    std::vector<ClipLevels> levels;
-    for (const auto& finder : finders) levels.push_back(finder.levels());
-    return levels;
-}
-
-using FrameSink = std::function<void(const double* interleaved, std::int64_t frames)>;
-
-// Streams the file through the declipper and hands the output, in the file's scale
-// and before any gain, to `sink` chunk by chunk.
-class RestorePass {
-public:
-    RestorePass(AudioReader& reader, const std::string& path, const std::vector<ClipLevels>& levels)
-        : reader_(reader),
-          path_(path),
-          levels_(levels),
-          declipper_(FrameDeclipper::Settings::forSampleRate(reader.sampleRate())),
-          channels_(reader.channels()),
-          context_(declipper_.context()),
-          capacity_(chunkFrames + 2 * context_),
-          raw_(static_cast<std::size_t>(capacity_) * channels_),
-          rows_(channels_, std::vector<float>(capacity_)),
-          restored_(channels_, std::vector<float>(chunkFrames)),
-          output_(static_cast<std::size_t>(chunkFrames) * channels_)
-    {
-    }
-
-    void run(const FrameSink& sink, ClipSummary& summary, RunTracker& runs, Progress& progress,
-             std::int64_t progressBase)
-    {
-        // The window holds absolute samples [origin_, origin_ + held_); before the
-        // file's start it holds reliable zeros.
-        origin_ = -context_;
-        held_ = context_;
-        const std::int64_t total = reader_.frames();
-        for (std::int64_t from = 0; from < total; from += chunkFrames) {
-            const std::int64_t to = std::min(total, from + chunkFrames);
-            fill(std::min(total, to + context_));
-            for (int c = 0; c < channels_; ++c)
-                declipper_.restore(rows_[c].data(), held_, origin_, levels_[c], from - origin_, to - origin_,
-                                   restored_[c].data());
-            interleave(from, to, summary, runs);
-            sink(output_.data(), to - from);
-            drop(to - context_);
-            progress.update(progressBase + to);
-        }
-        runs.closeAll(summary);
-    }
-
-private:
-    // Reads until the window reaches absolute sample `end`.
-    void fill(std::int64_t end)
-    {
-        const std::int64_t wanted = end - (origin_ + held_);
-        if (wanted <= 0) return;
-        const std::int64_t got = reader_.read(raw_.data() + held_ * channels_, wanted);
-        if (got != wanted) throw CliError("the input '" + path_ + "' ended early");
-        for (int c = 0; c < channels_; ++c)
-            for (std::int64_t i = 0; i < got; ++i)
-                rows_[c][held_ + i] = static_cast<float>(raw_[(held_ + i) * channels_ + c] / reader_.fullScale());
-        held_ += got;
-    }
-
-    // Keeps absolute samples from `keepFrom` on.
-    void drop(std::int64_t keepFrom)
-    {
-        const std::int64_t count = std::clamp<std::int64_t>(keepFrom - origin_, 0, held_);
-        std::copy(raw_.begin() + count * channels_, raw_.begin() + held_ * channels_, raw_.begin());
-        for (auto& row : rows_) std::copy(row.begin() + count, row.begin() + held_, row.begin());
-        origin_ += count;
-        held_ -= count;
-    }
-
-    void interleave(std::int64_t from, std::int64_t to, ClipSummary& summary, RunTracker& runs)
-    {
-        for (std::int64_t at = from; at < to; ++at) {
-            const std::int64_t local = at - origin_;
-            bool anyClipped = false;
-            for (int c = 0; c < channels_; ++c) {
-                const int sign = levels_[c].sign(rows_[c][local]);
-                const double value = sign == 0 ? raw_[local * channels_ + c]
-                                               : static_cast<double>(restored_[c][at - from]) * reader_.fullScale();
-                output_[(at - from) * channels_ + c] = value;
-                double& peak = value > 0.0 ? summary.positivePeak : summary.negativePeak;
-                peak = std::max(peak, std::fabs(value) / reader_.fullScale());
-                runs.sample(c, at, sign, summary);
-                anyClipped = anyClipped || sign != 0;
-            }
-            summary.instants += anyClipped ? 1 : 0;
-        }
-    }
-
-    AudioReader& reader_;
-    std::string path_;
-    const std::vector<ClipLevels>& levels_;
-    Declipper declipper_;
-    int channels_;
-    std::int64_t context_, capacity_;
-    std::vector<double> raw_;               // interleaved, file scale
-    std::vector<std::vector<float>> rows_;  // per channel, full scale 1
-    std::vector<std::vector<float>> restored_;
-    std::vector<double> output_;
-    std::int64_t origin_ = 0, held_ = 0;
-};
 
 // Writes frames scaled by `gain`; integer formats are held to their range, and
 // the samples that had to be clipped again are counted.
@@ -366,9 +147,7 @@ void declipFile(const DeclipOptions& options)
     const int passes = (level ? 1 : 2) + (gain ? 0 : 1);
     const std::int64_t total = reader.frames();
     Progress progress(total * passes, isatty(STDERR_FILENO) != 0 && !options.quiet);
-    const std::vector<ClipLevels> levels =
-        level ? std::vector<ClipLevels>(reader.channels(), ClipLevels::symmetric(static_cast<float>(*level)))
-              : findLevels(reader, progress);
+    const std::vector<ClipLevels> levels = clipLevels(reader, level, progress);
     const std::int64_t restoreBase = level ? 0 : total;
 
     ClipSummary summary;

@@ -8,6 +8,8 @@
 
 #include <string>
 
+#include "RegionPlan.h"
+
 struct RegionRequest {
     std::string input, output;
     std::string method = "auto";  // "auto", "inpaint", or a module method's number or name
@@ -15,14 +17,5 @@ struct RegionRequest {
     std::string regionsFile;      // a list of regions
 };
 
-// True for the methods only this path serves.
-bool isRegionMethod(const std::string& method);
-
-// Throws CliError listing auto, inpaint and the module's methods unless `method` is one.
-void requireKnownMethod(const std::string& method);
-
 // Throws CliError with a one-line reason when anything is wrong.
 void repairRegions(const RegionRequest& request);
-
-// Longest region auto and inpaint accept, in ms.
-inline constexpr int longestDropoutMs = 250;

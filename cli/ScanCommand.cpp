@@ -2,7 +2,6 @@
 // exact zeros or of one held value, 0.5 to 250 ms long, with sound on both sides),
 // per channel or for all channels, and writes them as a region list that
 // `ferrotip repair IN OUT --regions FILE` takes back. The file is streamed.
-#include <cmath>
 #include <cstdio>
 #include <memory>
 #include <vector>
@@ -10,8 +9,8 @@
 #include "AudioFile.h"
 #include "CliError.h"
 #include "Commands.h"
+#include "ScanCriteria.h"
 #include "SpanList.h"
-#include "inpaint/DropoutScanner.h"
 
 namespace {
 
@@ -19,26 +18,14 @@ struct ScanOptions {
     std::string input, report;
 };
 
-constexpr double shortestMs = 0.5, longestMs = 250.0, guardMs = 10.0, floorDb = -60.0;
 constexpr std::int64_t blockFrames = 65536;
-
-DropoutCriteria criteriaFor(int rate, double fullScale)
-{
-    DropoutCriteria c;
-    c.minRun = static_cast<int>(std::ceil(shortestMs * rate / 1000.0));
-    c.maxRun = static_cast<int>(std::floor(longestMs * rate / 1000.0));
-    c.guard = static_cast<int>(std::lround(guardMs * rate / 1000.0));
-    c.floor = std::pow(10.0, floorDb / 20.0) * fullScale;
-    c.clipLevel = 0.99 * fullScale;
-    return c;
-}
 
 void scanFile(const ScanOptions& options)
 {
     if (!options.report.empty()) spanFormatFor(options.report);  // a bad extension fails before the scan
     AudioReader reader(options.input);
     const int rate = reader.sampleRate();
-    DropoutScanner scanner(reader.channels(), criteriaFor(rate, reader.fullScale()));
+    DropoutScanner scanner(reader.channels(), dropoutCriteria(rate, reader.fullScale()));
     std::vector<double> block(blockFrames * reader.channels());
     for (std::int64_t position = 0; position < reader.frames();) {
         const std::int64_t got = reader.read(block.data(), blockFrames);

@@ -85,44 +85,6 @@ std::string formatJson(const std::vector<SampleSpan>& spans, int rate)
     return json{{"sample_rate", rate}, {"spans", std::move(list)}}.dump(2) + '\n';
 }
 
-// Where a list gives seconds: the sample nearest `value` seconds.
-std::int64_t sampleAt(double value, int rate, const std::string& where)
-{
-    if (!std::isfinite(value) || value < 0.0 || value > 1e9)
-        throw CliError(where + ": '" + std::to_string(value) + "' is not a time in seconds");
-    return static_cast<std::int64_t>(std::llround(value * rate));
-}
-
-// A span from seconds [start, end) or samples [first, last].
-SampleSpan spanFromSeconds(double start, double end, int rate, const std::string& where)
-{
-    SampleSpan span;
-    span.first = sampleAt(start, rate, where);
-    const std::int64_t stop = sampleAt(end, rate, where);
-    if (stop <= span.first)
-        throw CliError(where + ": the end (" + seconds(end) + " s) is not after the start (" + seconds(start) +
-                       " s)");
-    span.last = stop - 1;
-    return span;
-}
-
-SampleSpan spanFromSamples(std::int64_t first, std::int64_t last, const std::string& where)
-{
-    if (first < 0 || last < first)
-        throw CliError(where + ": samples " + std::to_string(first) + " to " + std::to_string(last) +
-                       " are not a span");
-    SampleSpan span;
-    span.first = first;
-    span.last = last;
-    return span;
-}
-
-void setChannel(SampleSpan& span, long long channel, const std::string& where)
-{
-    if (channel < 0 || channel > 65536)
-        throw CliError(where + ": channel " + std::to_string(channel) + " is not 0 (all) or a channel number");
-    span.channel = channel == 0 ? SampleSpan::allChannels : static_cast<int>(channel - 1);
-}
 
 double parseNumber(const std::string& field, const std::string& where, const char* what)
 {
@@ -303,6 +265,49 @@ void replaceFileWith(const std::string& path, const std::string& text)
 }
 
 }  // namespace
+
+namespace {
+
+// Where a list gives seconds: the sample nearest `value` seconds.
+std::int64_t sampleAt(double value, int rate, const std::string& where)
+{
+    if (!std::isfinite(value) || value < 0.0 || value > 1e9)
+        throw CliError(where + ": '" + std::to_string(value) + "' is not a time in seconds");
+    return static_cast<std::int64_t>(std::llround(value * rate));
+}
+
+}  // namespace
+
+// A span from seconds [start, end) or samples [first, last].
+SampleSpan spanFromSeconds(double start, double end, int rate, const std::string& where)
+{
+    SampleSpan span;
+    span.first = sampleAt(start, rate, where);
+    const std::int64_t stop = sampleAt(end, rate, where);
+    if (stop <= span.first)
+        throw CliError(where + ": the end (" + seconds(end) + " s) is not after the start (" + seconds(start) +
+                       " s)");
+    span.last = stop - 1;
+    return span;
+}
+
+SampleSpan spanFromSamples(std::int64_t first, std::int64_t last, const std::string& where)
+{
+    if (first < 0 || last < first)
+        throw CliError(where + ": samples " + std::to_string(first) + " to " + std::to_string(last) +
+                       " are not a span");
+    SampleSpan span;
+    span.first = first;
+    span.last = last;
+    return span;
+}
+
+void setChannel(SampleSpan& span, long long channel, const std::string& where)
+{
+    if (channel < 0 || channel > 65536)
+        throw CliError(where + ": channel " + std::to_string(channel) + " is not 0 (all) or a channel number");
+    span.channel = channel == 0 ? SampleSpan::allChannels : static_cast<int>(channel - 1);
+}
 
 SpanFormat spanFormatFor(const std::string& path)
 {

@@ -41,6 +41,13 @@ void writeSpanReport(const std::string& path, const std::vector<SampleSpan>& spa
 // unchecked against any file's length; a start after its end is an error.
 std::vector<SampleSpan> readSpanList(const std::string& path, int sampleRate);
 
+// One span from seconds [start, end) (the nearest samples) or from samples
+// [first, last]; setChannel takes a channel as on disk (0 for all). Each throws
+// CliError starting with `where` for values that make no span.
+SampleSpan spanFromSeconds(double start, double end, int rate, const std::string& where);
+SampleSpan spanFromSamples(std::int64_t first, std::int64_t last, const std::string& where);
+void setChannel(SampleSpan& span, long long channel, const std::string& where);
+
 // The same from text already read (`name` is used in error messages).
 std::vector<SampleSpan> parseSpans(const std::string& text, const std::string& name, int sampleRate,
                                    SpanFormat format);

@@ -6,8 +6,10 @@
 
 namespace ferrotip_python {
 
-void registerRepair(pybind11::module_& module);  // methods(), repair(), Method
+void registerRepair(pybind11::module_& module);  // methods(), repair(), repair_regions(), Method
+void registerDropouts(pybind11::module_& module);  // scan()
 void registerKalman(pybind11::module_& module);  // Kalman
 void registerDeclick(pybind11::module_& module);  // declick(), Declicker, mean_squares()
+void registerDeclip(pybind11::module_& module);  // declip()
 
 }  // namespace ferrotip_python

@@ -7,7 +7,8 @@ PYBIND11_MODULE(ferrotip, module)
 {
     module.doc() =
         "Audio repair on numpy arrays: the ferrotip repair methods, bit-identical to "
-        "`ferrotip repair`, click and crackle removal, bit-identical to `ferrotip declick`, "
+        "`ferrotip repair`, click and crackle removal, bit-identical to `ferrotip declick`, dropout "
+        "finding and filling, declipping, "
         "and the Kalman restoration filter.";
     pybind11::register_exception_translator([](std::exception_ptr error) {
         try {
@@ -20,6 +21,8 @@ PYBIND11_MODULE(ferrotip, module)
     pybind11::options options;
     options.disable_function_signatures();
     ferrotip_python::registerRepair(module);
+    ferrotip_python::registerDropouts(module);
     ferrotip_python::registerKalman(module);
     ferrotip_python::registerDeclick(module);
+    ferrotip_python::registerDeclip(module);
 }

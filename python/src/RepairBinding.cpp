@@ -12,8 +12,11 @@
 
 #include "ArrayViews.h"
 #include "Bindings.h"
+#include "CliError.h"
+#include "RegionPlan.h"
 #include "RepairWindow.h"
 #include "SampleCount.h"
+#include "SpanList.h"
 #include "ar/ClassicRand.h"
 
 namespace py = pybind11;
@@ -45,6 +48,55 @@ std::vector<Method> methods()
     return list;
 }
 
+// The array as the module's floats, frame-addressed; reading needs no GIL.
+class ArrayFrames : public FrameSource {
+public:
+    ArrayFrames(const AudioView& audio, int rate) : audio_(audio), rate_(rate) {}
+    int channels() const override { return static_cast<int>(audio_.channels); }
+    int sampleRate() const override { return rate_; }
+    std::int64_t frames() const override { return audio_.frames; }
+    void read(std::int64_t from, std::int64_t end, Channels& data, std::int64_t offset) override
+    {
+        for (std::int64_t c = 0; c < audio_.channels; ++c) audio_.copyFrames(c, from, end, data[c].data() + offset);
+    }
+
+private:
+    const AudioView& audio_;
+    int rate_;
+};
+
+// Regions repaired as `ferrotip repair` repairs them with auto, inpaint or --regions:
+// a new array with the patches in, only where a sample's value changed.
+py::tuple repairArrayRegions(const AudioView& audio, int rate, std::vector<Region> regions,
+                             const std::string& method)
+{
+    requireRegionsInside(regions, static_cast<int>(audio.channels), audio.frames, "the audio");
+    regions = merged(std::move(regions));
+    checkLengths(regions, method, rate);
+    py::array_t<float> repaired(audio.shape);
+    float* out = repaired.mutable_data();
+    RepairOutcome outcome;
+    {
+        py::gil_scoped_release released;
+        for (std::int64_t c = 0; c < audio.channels; ++c) audio.copyFrames(c, 0, audio.frames, out + c * audio.frames);
+        ArrayFrames frames(audio, rate);
+        ferrotip::srand(1);  // as in the command line's new process; see repair()
+        const std::vector<Patch> patches = repairAll(frames, regions);
+        // A patch may reach into the zeros beyond the array's ends: those are not written.
+        for (const Patch& p : patches) {
+            for (std::size_t c = 0; c < p.samples.size(); ++c)
+                for (std::size_t i = 0; i < p.samples[c].size(); ++i) {
+                    const std::int64_t f = p.first + static_cast<std::int64_t>(i);
+                    if (f < 0 || f >= audio.frames) continue;
+                    float& sample = out[static_cast<std::int64_t>(c) * audio.frames + f];
+                    if (p.samples[c][i] != sample) sample = p.samples[c][i];
+                }
+        }
+        if (patches.size() == 1) outcome = patches[0].outcome;
+    }
+    return py::make_tuple(repaired, outcome.leftFade, outcome.rightFade);
+}
+
 constexpr const char* countForms = "an int (samples) or a str such as '4410', '1.25s' or '3ms'";
 
 py::tuple repair(const py::object& audioArgument, const py::object& rateArgument,
@@ -54,8 +106,15 @@ py::tuple repair(const py::object& audioArgument, const py::object& rateArgument
     const AudioView audio = audioView(audioArgument, "audio");
     const int rate = static_cast<int>(
         integerArgument(rateArgument, "rate", 1, std::numeric_limits<std::int32_t>::max()));
-    const MethodInfo method =
-        findMethod(argumentText(methodArgument, "method", "an int or a str (number or name)"));
+    const std::string methodText = argumentText(methodArgument, "method", "an int or a str (number or name)");
+    requireKnownMethod(methodText);
+    if (isRegionMethod(methodText)) {
+        const std::string startText = argumentText(startArgument, "start", countForms);
+        const std::string lengthText = argumentText(lengthArgument, "length", countForms);
+        return repairArrayRegions(audio, rate, {singleRegion(startText, lengthText, rate, "start", "length")},
+                                  methodText);
+    }
+    const MethodInfo method = findMethod(methodText);
     const std::int64_t start = parseSampleCount(argumentText(startArgument, "start", countForms), rate, "start");
     const std::int64_t length =
         parseSampleCount(argumentText(lengthArgument, "length", countForms), rate, "length");
@@ -91,6 +150,40 @@ py::tuple repair(const py::object& audioArgument, const py::object& rateArgument
     return py::make_tuple(repaired, outcome.leftFade, outcome.rightFade);
 }
 
+// One region from (start, end) in seconds or from a span as scan() lists it
+// (channel, first, last, start, end), whose samples and channel are taken.
+Region regionFrom(const py::handle& item, int rate, const std::string& where)
+{
+    const py::tuple fields = py::tuple(py::reinterpret_borrow<py::object>(item));
+    SampleSpan span;
+    if (fields.size() == 2) {
+        span = spanFromSeconds(fields[0].cast<double>(), fields[1].cast<double>(), rate, where);
+    } else if (fields.size() == 5) {
+        span = spanFromSamples(integerArgument(fields[1], "first", 0, std::numeric_limits<std::int64_t>::max()),
+                               integerArgument(fields[2], "last", 0, std::numeric_limits<std::int64_t>::max()),
+                               where);
+        setChannel(span, integerArgument(fields[0], "channel", 0, 65536), where);
+    } else {
+        throw py::type_error(where + " must be (start, end) in seconds or (channel, first, last, start, end)");
+    }
+    return {span.channel, span.first, span.last, where, {}};
+}
+
+py::object repairRegionList(const py::object& audioArgument, const py::object& rateArgument,
+                           const py::iterable& regionList, const py::object& methodArgument)
+{
+    const AudioView audio = audioView(audioArgument, "audio");
+    const int rate = static_cast<int>(
+        integerArgument(rateArgument, "rate", 1, std::numeric_limits<std::int32_t>::max()));
+    const std::string method = argumentText(methodArgument, "method", "an int or a str (number or name)");
+    requireKnownMethod(method);
+    std::vector<Region> regions;
+    for (const py::handle item : regionList)
+        regions.push_back(regionFrom(item, rate, "region " + std::to_string(regions.size() + 1)));
+    if (regions.empty()) throw CliError("regions lists no regions");
+    return repairArrayRegions(audio, rate, std::move(regions), method)[0];
+}
+
 }  // namespace
 
 void registerRepair(py::module_& module)
@@ -117,9 +210,27 @@ The seven repair methods, in the order of their numbers.
 Each is a Method with index, name, description, category, max_gap_ms,
 context_before_ms and context_after_ms.)");
 
+    module.def("repair_regions", &repairRegionList, py::arg("audio"), py::arg("rate"), py::arg("regions"),
+               py::arg("method") = "auto",
+               R"(repair_regions(audio, rate, regions, method="auto") -> repaired
+
+Repairs many regions in one pass, as `ferrotip repair --regions FILE` does.
+
+regions  an iterable of (start, end) pairs in seconds (end exclusive, rounded to
+         the nearest samples) or of spans as scan() returns them, (channel,
+         first, last, start, end), whose channel (1-based, 0 for all) and frames
+         are used.
+method   "auto" (the default), "inpaint", or a method's number or name.
+
+Every region is checked before anything is repaired; overlapping or adjacent
+ones are merged, and each is repaired from audio that already holds the repairs
+before it. The result, a new array, is bit-identical to the command line's on a
+float32 file. Bad regions raise ValueError naming the region; the GIL is
+released while the repairs run.)");
+
     module.def("repair", &repair, py::arg("audio"), py::arg("rate"), py::arg("start"),
-               py::arg("length"), py::arg("method"),
-               R"(repair(audio, rate, start, length, method) -> (repaired, left_fade, right_fade)
+               py::arg("length"), py::arg("method") = "auto",
+               R"(repair(audio, rate, start, length, method="auto") -> (repaired, left_fade, right_fade)
 
 Repairs a damaged region of every channel of a numpy array.
 
@@ -129,14 +240,18 @@ audio   float32 numpy array shaped (channels, frames) or (frames,), in any
 rate    sample rate in Hz, 1 to 2147483647.
 start   first damaged frame, length the number of damaged frames: an int
         (samples) or a str in samples, seconds or ms ('4410', '1.25s', '3ms').
-method  number 0 to 6 or name, any case ('normal clicks'); see methods().
+method  "auto" (the default: chosen by the region's length), "inpaint" (the
+        gap filler for dropouts up to 250 ms), or a method's number 0 to 6 or
+        name, any case ('normal clicks'); see methods().
 
 The repair works on the window that `ferrotip repair` builds: the method's
 reach around the region, zeros beyond the array's ends. The result is a new
 array of the same shape, bit-identical to `ferrotip repair` on a float32 file
 with the same audio: each call starts the dither of the click methods afresh,
 so the result depends on the arguments alone. left_fade and right_fade are the
-crossfade lengths of the waveform methods (3 to 6), else 0. Bad arguments raise
+crossfade lengths of the waveform methods (3 to 6), else 0. With "auto" or
+"inpaint" the result is bit-identical to `ferrotip repair --method auto` or
+`--method inpaint`. Bad arguments raise
 ValueError with the command line's message; the GIL is released while the
 repair runs.
 

@@ -50,7 +50,8 @@ def cli_error(cli, tmp_path, audio, rate, start, length, method):
     prefix = "ferrotip: "
     assert done.stderr.startswith(prefix)
     message = done.stderr[len(prefix):].rstrip("\n").replace(f"'{source}'", "the audio")
-    return message.replace("--start '", "start '").replace("--length '", "length '")
+    message = message.replace("--start '", "start '").replace("--length '", "length '")
+    return message.replace("--length must", "length must")
 
 
 def same_bits(a, b):
@@ -90,6 +91,27 @@ def test_repair_is_bit_identical_to_the_cli(cli, tmp_path, method, where):
     assert not same_bits(repaired, audio)
     crossfade = min(max(length // 4, 80), 500) if method >= 3 else 0
     assert (left_fade, right_fade) == (crossfade, crossfade)
+
+
+# Dropouts for the gap filler and for auto's choice by length, from a few samples to
+# 250 ms, in the middle and so close to the ends that the context runs past them.
+@pytest.mark.parametrize("method", ["auto", "inpaint", "AUTO"])
+@pytest.mark.parametrize("start, length", [(FRAMES // 3, 300), (FRAMES // 2 + 5, 8), (20, 40),
+                                           (FRAMES - 2001, 2000), (4000, "250ms")])
+def test_auto_and_inpaint_are_bit_identical_to_the_cli(cli, tmp_path, method, start, length):
+    audio = damaged_recording()
+    expected, _ = repair_with_cli(cli, tmp_path, audio, RATE, start, length, method)
+    repaired, left_fade, right_fade = ferrotip.repair(audio, RATE, start, length, method)
+    assert same_bits(repaired, expected)
+    assert not same_bits(repaired, audio)
+    if method == "inpaint":
+        assert (left_fade, right_fade) == (0, 0)
+
+
+def test_method_defaults_to_auto_as_in_the_cli():
+    audio = damaged_recording()
+    assert same_bits(ferrotip.repair(audio, RATE, FRAMES // 3, 300)[0],
+                     ferrotip.repair(audio, RATE, FRAMES // 3, 300, "auto")[0])
 
 
 def test_mono_times_and_names_as_the_cli_takes_them(cli, tmp_path):
@@ -142,6 +164,11 @@ CLI_ERRORS = [
     pytest.param(RATE, FRAMES, 1, "0", id="region starting at the end"),
     pytest.param(400000, 100, 10, "4", id="rate above the tested range"),
     pytest.param(800, 100, 1, "1", id="rate below 1 kHz for a click method"),
+    pytest.param(RATE, 100, 2001, "inpaint", id="region longer than the gap filler takes"),
+    pytest.param(RATE, 100, 2001, "auto", id="region longer than auto takes"),
+    pytest.param(RATE, 100, 0, "auto", id="empty region for auto"),
+    pytest.param(RATE, FRAMES - 5, 10, "inpaint", id="region past the end for inpaint"),
+    pytest.param(RATE, "soon", 10, "auto", id="start that is no count for auto"),
 ]
 
 

@@ -1,0 +1,209 @@
+// What `declip` decides besides file I/O: the clip level option, the clip levels
+// found from the audio, the chunked restoration with one declipper frame of context
+// on each side, and the clipped runs it met. The command line and the Python module
+// run this same code; a Reader gives channels(), sampleRate(), frames(), fullScale(),
+// read(interleaved doubles, frames) and seek(frame), a Progress update(done).
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "CliError.h"
+#include "SpanList.h"
+#include "declip/ClipLevelFinder.h"
+#include "declip/Declipper.h"
+
+inline constexpr std::int64_t chunkFrames = 65536;
+
+inline double fromDb(double db) { return std::pow(10.0, db / 20.0); }
+inline double toDb(double value) { return 20.0 * std::log10(value); }
+
+// --level: nothing for auto, else the level as a fraction of full scale; `name`
+// labels the value in the message.
+std::optional<double> parseLevel(const std::string& text, const std::string& name = "--level");
+
+// --gain: nothing for auto, else the linear gain.
+std::optional<double> parseGain(const std::string& text);
+
+// What the restoration found, for the summary and the report.
+struct ClipSummary {
+    std::int64_t runs = 0, samples = 0, instants = 0;
+    double positivePeak = 0.0, negativePeak = 0.0;  // before any gain, full scale 1
+    double peak() const { return std::max(positivePeak, negativePeak); }
+    std::vector<SampleSpan> spans;
+};
+
+// Tracks the clipped runs of each channel across chunk boundaries.
+class RunTracker {
+public:
+    RunTracker(int channels, bool keepSpans) : open_(channels), keepSpans_(keepSpans) {}
+
+    void sample(int channel, std::int64_t position, int sign, ClipSummary& summary)
+    {
+        Open& run = open_[channel];
+        if (run.sign != 0 && (sign != run.sign || position != run.last + 1)) close(channel, summary);
+        if (sign == 0) return;
+        ++summary.samples;
+        if (run.sign == 0) run = {sign, position, position}, ++summary.runs;
+        run.last = position;
+    }
+    void closeAll(ClipSummary& summary)
+    {
+        for (int c = 0; c < static_cast<int>(open_.size()); ++c) close(c, summary);
+    }
+
+private:
+    struct Open {
+        int sign = 0;
+        std::int64_t first = 0, last = 0;
+    };
+    void close(int channel, ClipSummary& summary)
+    {
+        Open& run = open_[channel];
+        if (run.sign != 0 && keepSpans_)
+            summary.spans.push_back({channel, run.first, run.last, run.sign > 0 ? "clipped +" : "clipped -"});
+        run.sign = 0;
+    }
+    std::vector<Open> open_;
+    bool keepSpans_;
+};
+
+template <typename Reader, typename Progress>
+std::vector<ClipLevels> findLevels(Reader& reader, Progress& progress)
+{
+    const int channels = reader.channels();
+    std::vector<ClipLevelFinder> finders(channels);
+    std::vector<double> frames(static_cast<std::size_t>(chunkFrames) * channels);
+    std::vector<float> row(chunkFrames);
+    std::int64_t done = 0;
+    while (done < reader.frames()) {
+        const std::int64_t got = reader.read(frames.data(), std::min(chunkFrames, reader.frames() - done));
+        if (got == 0) break;
+        for (int c = 0; c < channels; ++c) {
+            for (std::int64_t i = 0; i < got; ++i)
+                row[i] = static_cast<float>(frames[i * channels + c] / reader.fullScale());
+            finders[c].add(row.data(), got);
+        }
+        done += got;
+        progress.update(done);
+    }
+    reader.seek(0);
+    std::vector<ClipLevels> levels;
+    for (const auto& finder : finders) levels.push_back(finder.levels());
+    return levels;
+}
+
+// The given level for every channel and polarity, or the levels found in the audio.
+template <typename Reader, typename Progress>
+std::vector<ClipLevels> clipLevels(Reader& reader, std::optional<double> level, Progress& progress)
+{
+    if (level) return std::vector<ClipLevels>(reader.channels(), ClipLevels::symmetric(static_cast<float>(*level)));
+    return findLevels(reader, progress);
+}
+
+using FrameSink = std::function<void(const double* interleaved, std::int64_t frames)>;
+
+// Streams the audio through the declipper and hands the output, in the file's scale
+// and before any gain, to `sink` chunk by chunk.
+template <typename Reader>
+class RestorePass {
+public:
+    RestorePass(Reader& reader, const std::string& path, const std::vector<ClipLevels>& levels)
+        : reader_(reader),
+          path_(path),
+          levels_(levels),
+          declipper_(FrameDeclipper::Settings::forSampleRate(reader.sampleRate())),
+          channels_(reader.channels()),
+          context_(declipper_.context()),
+          capacity_(chunkFrames + 2 * context_),
+          raw_(static_cast<std::size_t>(capacity_) * channels_),
+          rows_(channels_, std::vector<float>(capacity_)),
+          restored_(channels_, std::vector<float>(chunkFrames)),
+          output_(static_cast<std::size_t>(chunkFrames) * channels_)
+    {
+    }
+
+    template <typename Progress>
+    void run(const FrameSink& sink, ClipSummary& summary, RunTracker& runs, Progress& progress,
+             std::int64_t progressBase)
+    {
+        // The window holds absolute samples [origin_, origin_ + held_); before the
+        // file's start it holds reliable zeros.
+        origin_ = -context_;
+        held_ = context_;
+        const std::int64_t total = reader_.frames();
+        for (std::int64_t from = 0; from < total; from += chunkFrames) {
+            const std::int64_t to = std::min(total, from + chunkFrames);
+            fill(std::min(total, to + context_));
+            for (int c = 0; c < channels_; ++c)
+                declipper_.restore(rows_[c].data(), held_, origin_, levels_[c], from - origin_, to - origin_,
+                                   restored_[c].data());
+            interleave(from, to, summary, runs);
+            sink(output_.data(), to - from);
+            drop(to - context_);
+            progress.update(progressBase + to);
+        }
+        runs.closeAll(summary);
+    }
+
+private:
+    // Reads until the window reaches absolute sample `end`.
+    void fill(std::int64_t end)
+    {
+        const std::int64_t wanted = end - (origin_ + held_);
+        if (wanted <= 0) return;
+        const std::int64_t got = reader_.read(raw_.data() + held_ * channels_, wanted);
+        if (got != wanted) throw CliError("the input '" + path_ + "' ended early");
+        for (int c = 0; c < channels_; ++c)
+            for (std::int64_t i = 0; i < got; ++i)
+                rows_[c][held_ + i] = static_cast<float>(raw_[(held_ + i) * channels_ + c] / reader_.fullScale());
+        held_ += got;
+    }
+
+    // Keeps absolute samples from `keepFrom` on.
+    void drop(std::int64_t keepFrom)
+    {
+        const std::int64_t count = std::clamp<std::int64_t>(keepFrom - origin_, 0, held_);
+        std::copy(raw_.begin() + count * channels_, raw_.begin() + held_ * channels_, raw_.begin());
+        for (auto& row : rows_) std::copy(row.begin() + count, row.begin() + held_, row.begin());
+        origin_ += count;
+        held_ -= count;
+    }
+
+    void interleave(std::int64_t from, std::int64_t to, ClipSummary& summary, RunTracker& runs)
+    {
+        for (std::int64_t at = from; at < to; ++at) {
+            const std::int64_t local = at - origin_;
+            bool anyClipped = false;
+            for (int c = 0; c < channels_; ++c) {
+                const int sign = levels_[c].sign(rows_[c][local]);
+                const double value = sign == 0 ? raw_[local * channels_ + c]
+                                               : static_cast<double>(restored_[c][at - from]) * reader_.fullScale();
+                output_[(at - from) * channels_ + c] = value;
+                double& peak = value > 0.0 ? summary.positivePeak : summary.negativePeak;
+                peak = std::max(peak, std::fabs(value) / reader_.fullScale());
+                runs.sample(c, at, sign, summary);
+                anyClipped = anyClipped || sign != 0;
+            }
+            summary.instants += anyClipped ? 1 : 0;
+        }
+    }
+
+    Reader& reader_;
+    std::string path_;
+    const std::vector<ClipLevels>& levels_;
+    Declipper declipper_;
+    int channels_;
+    std::int64_t context_, capacity_;
+    std::vector<double> raw_;               // interleaved, file scale
+    std::vector<std::vector<float>> rows_;  // per channel, full scale 1
+    std::vector<std::vector<float>> restored_;
+    std::vector<double> output_;
+    std::int64_t origin_ = 0, held_ = 0;
+};
+

@@ -1,0 +1,116 @@
+// ferrotip.declip(): the clipped runs of a numpy array restored by the same level
+// finding and chunked restoration as `ferrotip declip`, so a float file and an
+// array give the same bits.
+#include <algorithm>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "ArrayViews.h"
+#include "Bindings.h"
+#include "DeclipRun.h"
+
+namespace py = pybind11;
+
+namespace ferrotip_python {
+
+namespace {
+
+// The array as interleaved frames in full scale 1, read front to back.
+class ArrayReader {
+public:
+    ArrayReader(const AudioView& audio, int rate) : audio_(audio), rate_(rate), row_(chunkFrames) {}
+    int channels() const { return static_cast<int>(audio_.channels); }
+    int sampleRate() const { return rate_; }
+    std::int64_t frames() const { return audio_.frames; }
+    double fullScale() const { return 1.0; }
+    void seek(std::int64_t frame) { position_ = frame; }
+    std::int64_t read(double* interleaved, std::int64_t count)
+    {
+        std::int64_t done = 0;
+        while (done < count && position_ < audio_.frames) {
+            const std::int64_t n = std::min({count - done, audio_.frames - position_, chunkFrames});
+            for (std::int64_t c = 0; c < audio_.channels; ++c) {
+                audio_.copyFrames(c, position_, position_ + n, row_.data());
+                for (std::int64_t i = 0; i < n; ++i) interleaved[(done + i) * audio_.channels + c] = row_[i];
+            }
+            done += n;
+            position_ += n;
+        }
+        return done;
+    }
+
+private:
+    const AudioView& audio_;
+    int rate_;
+    std::vector<float> row_;
+    std::int64_t position_ = 0;
+};
+
+struct NoProgress {
+    void update(std::int64_t) {}
+};
+
+py::tuple declip(const py::object& audioArgument, const py::object& rateArgument, const py::object& levelArgument)
+{
+    const AudioView audio = audioView(audioArgument, "audio");
+    const int rate = static_cast<int>(
+        integerArgument(rateArgument, "rate", 1, std::numeric_limits<std::int32_t>::max()));
+    // A float goes through its shortest repr, which reads back to the same double.
+    const std::string levelText = py::isinstance<py::float_>(levelArgument)
+                                      ? py::repr(levelArgument).cast<std::string>()
+                                      : argumentText(levelArgument, "level", "a str ('auto', '-0.5dBFS') or a float");
+    const auto level = parseLevel(levelText, "level");
+    py::array_t<float> restored(audio.shape);
+    float* out = restored.mutable_data();
+    ClipSummary summary;
+    {
+        py::gil_scoped_release released;
+        ArrayReader reader(audio, rate);
+        NoProgress progress;
+        const std::vector<ClipLevels> levels = clipLevels(reader, level, progress);
+        RunTracker runs(reader.channels(), true);
+        RestorePass restore(reader, "the audio", levels);
+        std::int64_t written = 0;
+        restore.run(
+            [&](const double* frames, std::int64_t count) {
+                for (std::int64_t f = 0; f < count; ++f)
+                    for (std::int64_t c = 0; c < audio.channels; ++c)
+                        out[c * audio.frames + written + f] = static_cast<float>(frames[f * audio.channels + c]);
+                written += count;
+            },
+            summary, runs, progress, 0);
+    }
+    py::list spans;
+    for (const SampleSpan& s : summary.spans)
+        spans.append(py::make_tuple(s.channel + 1, s.first, s.last, static_cast<double>(s.first) / rate,
+                                    static_cast<double>(s.last + 1) / rate, s.label));
+    return py::make_tuple(restored, spans);
+}
+
+}  // namespace
+
+void registerDeclip(py::module_& module)
+{
+    module.def("declip", &declip, py::arg("audio"), py::arg("rate"), py::arg("level") = "auto",
+               R"(declip(audio, rate, level="auto") -> (restored, spans)
+
+Restores the clipped peaks of every channel: runs at or beyond the clip level
+are refilled with values at or beyond it, with the run's sign; every other
+sample keeps its bits.
+
+audio   float32 numpy array shaped (channels, frames) or (frames,), read in place.
+rate    sample rate in Hz.
+level   "auto" (found per channel and polarity), a level in dBFS ("-0.5dBFS"),
+        or a fraction of full scale (0.9 or "0.9").
+
+restored is a new float32 array whose peaks may exceed full scale; no gain is
+applied, as `ferrotip declip` does for float files, and the result is
+bit-identical to it. To fit integer samples, scale it yourself, e.g. by
+min(1, 1 / abs(restored).max()). spans lists the clipped runs as the command
+line's report does: (channel (1-based), first, last, start, end, label), label
+"clipped +" or "clipped -". Bad arguments raise ValueError with the command
+line's message; the GIL is released while the restoration runs.)");
+}
+
+}  // namespace ferrotip_python
