@@ -18,6 +18,7 @@
 #include "support/SoundFileWriter.h"
 #include "support/CommandRunner.h"
 #include "support/SoundFileReader.h"
+#include "support/TempDir.h"
 
 namespace fs = std::filesystem;
 
@@ -80,13 +81,9 @@ class DeclickOptions : public testing::Test {
 protected:
     void SetUp() override
     {
-        std::string pattern = (fs::temp_directory_path() / "ferrotip-declick-options-XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        dir = pattern;
         writeIntWav(path("in.wav"), portableClickedAudio(2 * 44100 + 77), SF_FORMAT_WAV | SF_FORMAT_PCM_16);
     }
-    void TearDown() override { fs::remove_all(dir); }
-    std::string path(const std::string& name) const { return (dir / name).string(); }
+    std::string path(const std::string& name) const { return dir / name; }
     std::string run(const std::string& arguments, const std::string& out = "out.wav")
     {
         const auto outcome = ferrotip("declick -q " + arguments + " " + path("in.wav") + " " + path(out));
@@ -94,7 +91,7 @@ protected:
         return outcome.output;
     }
 
-    fs::path dir;
+    testsupport::TempDir dir{"ferrotip-declick-options"};
 };
 
 TEST_F(DeclickOptions, OneSharedEngineWithExplicitSettingsKeepsTheEarlierOutputBitForBit)

@@ -14,6 +14,7 @@
 #include "support/SoundFileWriter.h"
 #include "support/CommandRunner.h"
 #include "support/SoundFileReader.h"
+#include "support/TempDir.h"
 
 namespace fs = std::filesystem;
 
@@ -41,16 +42,9 @@ void writeAudio(const std::string& path, const std::vector<float>& interleaved, 
 
 class DeclipCommand : public testing::Test {
 protected:
-    void SetUp() override
-    {
-        std::string pattern = (fs::temp_directory_path() / "ferrotip-declip-XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        dir = pattern;
-    }
-    void TearDown() override { fs::remove_all(dir); }
-    std::string path(const std::string& name) const { return (dir / name).string(); }
+    std::string path(const std::string& name) const { return dir / name; }
 
-    fs::path dir;
+    testsupport::TempDir dir{"ferrotip-declip"};
 };
 
 constexpr int pcm16 = SF_FORMAT_WAV | SF_FORMAT_PCM_16;

@@ -13,6 +13,7 @@
 
 #include "declick/DamageMaterial.h"
 #include "support/CommandRunner.h"
+#include "support/TempDir.h"
 
 namespace fs = std::filesystem;
 namespace dm = declickmaterial;
@@ -34,19 +35,12 @@ protected:
         for (const auto& path : speechRecordings)
             if (!fs::exists(path)) GTEST_SKIP() << "needs alsa-utils' sounds (scripts/install-deps.sh): " << path;
         if (!fs::exists(musicRecording)) GTEST_SKIP() << "needs extremetuxracer-data (scripts/install-deps.sh)";
-        std::string pattern = (fs::temp_directory_path() / "ferrotip-declick-quality-XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        dir = pattern;
-    }
-    void TearDown() override
-    {
-        if (!dir.empty()) fs::remove_all(dir);
     }
 
     // SNR of the default preset's output against `clean`, with `damaged` as input.
     double declickedSnr(const dm::Audio& clean, const dm::Audio& damaged)
     {
-        const std::string in = (dir / "in.wav").string(), out = (dir / "out.wav").string();
+        const std::string in = dir / "in.wav", out = dir / "out.wav";
         dm::writeAudio(in, damaged);
         const auto outcome = testsupport::ferrotip("declick -q " + in + " " + out);
         EXPECT_EQ(outcome.status, 0) << outcome.output;
@@ -62,7 +56,7 @@ protected:
     static dm::Audio music() { return dm::excerpt(dm::readAudio(musicRecording), 20.0, 6.0); }
     static dm::Audio speech() { return dm::readConcatenated(speechRecordings); }
 
-    fs::path dir;
+    testsupport::TempDir dir{"ferrotip-declick-quality"};
 };
 
 TEST_F(DeclickQuality, CleanRecordingsComeBackAt40DbOrBetter)

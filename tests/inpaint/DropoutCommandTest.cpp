@@ -16,6 +16,7 @@
 #include "inpaint/DropoutMaterial.h"
 #include "support/CommandRunner.h"
 #include "support/SoundFileReader.h"
+#include "support/TempDir.h"
 
 namespace fs = std::filesystem;
 
@@ -25,14 +26,7 @@ using testsupport::ferrotip;
 
 class DropoutCommand : public testing::Test {
 protected:
-    void SetUp() override
-    {
-        std::string pattern = (fs::temp_directory_path() / "ferrotip-dropout-XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        dir = pattern;
-    }
-    void TearDown() override { fs::remove_all(dir); }
-    std::string path(const std::string& name) const { return (dir / name).string(); }
+    std::string path(const std::string& name) const { return dir / name; }
 
     // 6 s of music (or a synthetic tone without it), with three dropouts: 10 ms on both
     // channels, 3 ms on the second, 120 ms on both.
@@ -67,7 +61,7 @@ protected:
     static constexpr int rate = 44100;
     const std::vector<Span> dropouts = {{-1, 44100, 44100 + 440}, {1, 88200, 88200 + 131}, {-1, 150000, 150000 + 5291}};
     std::vector<short> clean, damaged;
-    fs::path dir;
+    testsupport::TempDir dir{"ferrotip-dropout"};
 };
 
 // The 16-bit samples of a file (read in the full 32-bit scale).

@@ -19,6 +19,7 @@
 
 #include "ClickedMusic.h"
 #include "support/SoundFileReader.h"
+#include "support/TempDir.h"
 
 namespace {
 
@@ -77,22 +78,17 @@ class Lv2Tools : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        char pattern[] = "/tmp/ferrotip-lv2-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        dir_ = pattern;
         const Outcome install = runCommand(std::string("\"" FERROTIP_CMAKE "\" --install \"" FERROTIP_BINARY_DIR
-                                                       "\" --component lv2 --prefix \"") + dir_.string() + "\"");
+                                                       "\" --component lv2 --prefix \"") + dir_.path().string() + "\"");
         ASSERT_EQ(install.status, 0) << install.output;
-        bundle_ = dir_ / "lib/lv2/ferrotip.lv2";
+        bundle_ = dir_.path() / "lib/lv2/ferrotip.lv2";
         ASSERT_TRUE(fs::exists(bundle_ / "ferrotip_lv2.so"));
     }
-
-    void TearDown() override { fs::remove_all(dir_); }
 
     // An LV2 tool run with only the installed bundle on its search path.
     Outcome tool(const std::string& arguments)
     {
-        return runCommand("LV2_PATH=\"" + (dir_ / "lib/lv2").string() + "\" " + arguments);
+        return runCommand("LV2_PATH=\"" + (dir_.path() / "lib/lv2").string() + "\" " + arguments);
     }
 
     // Renders `input` through the plug-in of its channel count with lv2apply, fed
@@ -103,8 +99,8 @@ protected:
         const std::size_t delay = static_cast<std::size_t>(latency) * input.channels;
         input.samples.resize(input.samples.size() + delay, 0.0f);
         writeFloatWav(dir_ / "padded.wav", input);
-        const Outcome run = tool("lv2apply -i \"" + (dir_ / "padded.wav").string() + "\" -o \"" +
-                                 (dir_ / "plugin.wav").string() + "\" " + controls + " " +
+        const Outcome run = tool("lv2apply -i \"" + (dir_ / "padded.wav") + "\" -o \"" +
+                                 (dir_ / "plugin.wav") + "\" " + controls + " " +
                                  (input.channels == 1 ? monoUri : stereoUri));
         EXPECT_EQ(run.status, 0) << run.output;
         Audio out = readFloatWav(dir_ / "plugin.wav");
@@ -117,13 +113,13 @@ protected:
     {
         writeFloatWav(dir_ / "in.wav", input);
         const Outcome run = runCommand(std::string("\"" FERROTIP_CLI_PATH "\" declick -q \"") +
-                                       (dir_ / "in.wav").string() + "\" \"" + (dir_ / "cli.wav").string() +
+                                       (dir_ / "in.wav") + "\" \"" + (dir_ / "cli.wav") +
                                        "\" " + options);
         EXPECT_EQ(run.status, 0) << run.output;
         return readFloatWav(dir_ / "cli.wav");
     }
 
-    fs::path dir_;
+    testsupport::TempDir dir_{"ferrotip-lv2"};
     fs::path bundle_;
 };
 
