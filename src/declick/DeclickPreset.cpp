@@ -11,10 +11,11 @@ namespace {
 // floor how much of each bin counts as tonal and is never touched. A low floor
 // leaves fine crackle in the residual where it is found; a high one lets loud,
 // long clicks reach the residual too. `auto` chains the two: first only what
-// stands far out with the high floor, then fine crackle with the low one. In that
-// order the loud clicks are gone before the crackle pass judges its hops, and the
-// high-floor pass, which rewrites more of each span, repairs little that was clean
-// (on speech it is what decides how clean clean audio comes back).
+// stands far out with the high floor, then fine crackle with the low one, which
+// then judges hops whose loud clicks are gone. The high-floor pass rewrites much
+// of each span it marks, so its sensitivity decides how much clean speech it
+// touches: 18 keeps clean speech and faint crackle on speech about 5 dB better
+// than 16, for a few tenths of a dB on clicks in music.
 constexpr DeclickPass fineCracklePass{8.0f, {true, 1e-6}};
 constexpr DeclickPass gentlePass{12.0f, {true, 1e-3}};
 constexpr DeclickPass standingOutPass{18.0f, {true, 1e-3}};
