@@ -112,10 +112,11 @@ void FftCrackleDetector::hopStep()
 {
     detectSilence();
     position_ = 0;
-    // Both processors take the same input so that each keeps its own frame history;
-    // the residual processor's forward spectrum is overwritten by the split.
+    // Only the tonal processor transforms the input. The residual processor's
+    // forward step would see the same input, and all it leaves behind is its spectrum,
+    // which the split overwrites in every bin the inverse reads, and its copy of the
+    // hop, which only its own forward step reads: skipping it changes no bit.
     tonalFft_->forward(tonalTime_.rows(), tonalRe_.rows(), tonalIm_.rows());
-    residualFft_->forward(residualTime_.rows(), residualRe_.rows(), residualIm_.rows());
     splitSpectra();
     tonalFft_->inverse(tonalTime_.rows(), tonalRe_.rows(), tonalIm_.rows());
     residualFft_->inverse(residualTime_.rows(), residualRe_.rows(), residualIm_.rows());

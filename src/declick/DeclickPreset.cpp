@@ -10,18 +10,21 @@ namespace {
 // The sensitivity sets how far a sample's roughness must stand out of its hop; the
 // floor how much of each bin counts as tonal and is never touched. A low floor
 // leaves fine crackle in the residual where it is found; a high one lets loud,
-// long clicks reach the residual too. `auto` chains the two: fine crackle first,
-// then what stands far out.
+// long clicks reach the residual too. `auto` chains the two: first only what
+// stands far out with the high floor, then fine crackle with the low one, which
+// then judges hops whose loud clicks are gone. The high-floor pass rewrites much
+// of each span it marks, so its sensitivity decides how much clean speech it
+// touches: 18 keeps clean speech and faint crackle on speech about 5 dB better
+// than 16, for a few tenths of a dB on clicks in music.
 constexpr DeclickPass fineCracklePass{8.0f, {true, 1e-6}};
 constexpr DeclickPass gentlePass{12.0f, {true, 1e-3}};
-// After the crackle pass, only what stands far out: clean speech stays clean.
-constexpr DeclickPass standingOutPass{16.0f, {true, 1e-3}};
+constexpr DeclickPass standingOutPass{18.0f, {true, 1e-3}};
 
 constexpr DeclickSettings onePass(DeclickPass pass) { return {DeclickEngineKind::standard, 512, {pass, pass}, 1}; }
 
 constexpr std::array presets{
-    DeclickPreset{"auto", "any recording: fine crackle, then the clicks that stand out; leaves clean audio as it is",
-                  {DeclickEngineKind::standard, 512, {fineCracklePass, standingOutPass}, 2}},
+    DeclickPreset{"auto", "any recording: the clicks that stand out, then fine crackle; leaves clean audio as it is",
+                  {DeclickEngineKind::standard, 512, {standingOutPass, fineCracklePass}, 2}},
     DeclickPreset{"gentle", "clear clicks only, in one pass", onePass(gentlePass)},
     DeclickPreset{"clicks", "loud clicks and scratches of up to a few milliseconds, in one pass",
                   onePass({5.0f, {true, 1e-2}})},

@@ -1,6 +1,6 @@
 // Quality of `ferrotip declick` at its default preset on real recordings with seeded
 // damage: music (an excerpt of a game soundtrack) and speech (the ALSA channel
-// announcements). The floors sit about 1 dB under what the default preset reached
+// announcements). The floors sit half a dB to a dB under what the default preset reached
 // when they were set; scripts/bench-declick.sh prints the full table beside ffmpeg's
 // adeclick.
 #include <stdlib.h>
@@ -66,7 +66,7 @@ TEST_F(DeclickQuality, CleanRecordingsComeBackAt40DbOrBetter)
     EXPECT_GE(declickedSnr(cleanSpeech, cleanSpeech), 40.0);
 }
 
-// Gains over the damaged input, dB, about 1 dB under those reached when set.
+// Gains over the damaged input, dB, half a dB or so under those reached when set.
 struct Floors {
     double clicks;
     double crackle;
@@ -74,7 +74,7 @@ struct Floors {
 
 TEST_F(DeclickQuality, ClicksAndFineCrackleAreRemoved)
 {
-    const std::pair<dm::Audio, Floors> materials[] = {{music(), {6.0, 2.5}}, {speech(), {7.0, 1.0}}};
+    const std::pair<dm::Audio, Floors> materials[] = {{music(), {6.5, 2.8}}, {speech(), {7.5, 5.0}}};
     for (const auto& [clean, floors] : materials) {
         for (const auto& [kind, gain] : {std::pair{dm::clicks, floors.clicks}, std::pair{dm::crackle, floors.crackle}}) {
             const dm::Audio input = damaged(clean, kind);
