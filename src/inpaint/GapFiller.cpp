@@ -23,13 +23,14 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
     : settings_(settings),
       contextSamples(msToSamples(longest(settings, &InpaintCandidate::contextMs), sampleRate)),
       order(std::min(msToSamples(longest(settings, &InpaintCandidate::orderMs), sampleRate), contextSamples)),
+      holdOutMaxGap(msToSamples(settings.holdOutMaxGapMs, sampleRate)),
       patternMinGap(msToSamples(settings.patternMinGapMs, sampleRate)),
       patternReach(msToSamples(settings.patternReachMs, sampleRate)),
       patternBorder(msToSamples(settings.patternBorderMs, sampleRate)),
       maxGap_(maxGap),
       maxChannels_(maxChannels),
       segmentCapacity(2 * contextLength(maxGap) + maxGap),
-      estimator(maxChannels * (2 * contextSamples + maxGap), 2 * maxChannels, order),
+      estimator(maxChannels * (2 * contextSamples + maxGap), 6 * maxChannels, order),
       flooring(order),
       normal(2 * arContext(maxGap) + maxGap, order),
       solver(maxGap, 3 * maxChannels),
@@ -99,21 +100,37 @@ void GapFiller::load(float* const* channels, int channelCount, int start, const 
     }
 }
 
+// Adds segment(c)[from, to) to the estimate, without the validation stretches when
+// they are held out.
+void GapFiller::addContext(int c, const Layout& at, int from, int to, bool holdOut)
+{
+    const double* s = segment(c);
+    if (holdOut && settings_.validate)
+        for (int side = 0; side < 2; ++side) {
+            const int v = validationStart(at, side);
+            if (v >= from && v < to) {
+                estimator.add(s + from, v - from);
+                from = v + at.length;
+            }
+        }
+    if (to > from) estimator.add(s + from, to - from);
+}
+
 void GapFiller::estimate(int channelCount, const Layout& at, const InpaintCandidate& settings, int context,
-                         int modelOrder, bool firstPass)
+                         int modelOrder, bool firstPass, bool holdOut)
 {
     if (settings.autocorrelation) {
         normal.setModel(autocorrelationModel(channelCount, at, context, modelOrder), modelOrder);
         return;
     }
     estimator.begin(modelOrder);
+    const int g = at.gap();
     for (int c = 0; c < channelCount; ++c) {
-        const double* s = segment(c) + at.gap();
         if (firstPass) {
-            estimator.add(s - context, context);
-            estimator.add(s + at.length, context);
+            addContext(c, at, g - context, g, holdOut);
+            addContext(c, at, g + at.length, g + at.length + context, holdOut);
         } else {
-            estimator.add(s - context, 2 * context + at.length);
+            addContext(c, at, g - context, g + at.length + context, holdOut);
         }
     }
     // Burg's spectra of high order reach depths that make the fill's normal equations
@@ -177,10 +194,9 @@ bool GapFiller::patternFill(int channelCount, const Layout& at)
     return search.fill(at.gap(), at.length, patternBorder, rows.get()) >= settings_.patternTrust;
 }
 
-void GapFiller::keepCandidate(int candidate, int channelCount, const Layout& at)
+void GapFiller::keepCandidate(int candidate, int channelCount, const Layout& at, int firstStretch, int stretches)
 {
-    const int stretches = settings_.validate ? 3 : 1;
-    for (int r = 0; r < stretches * channelCount; ++r)
+    for (int r = firstStretch * channelCount; r < stretches * channelCount; ++r)
         std::copy_n(rows[r], at.length,
                     candidateFills.get() + (static_cast<std::size_t>(candidate) * 3 * maxChannels_ + r) * maxGap_);
 }
@@ -245,12 +261,19 @@ void GapFiller::fillFromModels(int channelCount, const Layout& at)
     for (int candidate = 0; candidate < candidates; ++candidate) {
         if (at.length > candidateMaxGap[candidate]) continue;
         const InpaintCandidate& model = settings_.candidates[candidate];
-        for (int c = 0; c < channelCount; ++c) std::fill_n(segment(c) + at.gap(), at.length, 0.0);
-        for (int pass = 0; pass < model.passes; ++pass) {
-            estimate(channelCount, at, model, candidateContext[candidate], candidateOrder[candidate], pass == 0);
-            solve(channelCount, at, candidateOrder[candidate]);
+        const int stretches = settings_.validate ? 3 : 1;
+        const bool holdOut = settings_.validate && at.length <= holdOutMaxGap && !model.autocorrelation;
+        for (int heldOut = holdOut ? 1 : 0; heldOut >= 0; --heldOut) {
+            for (int c = 0; c < channelCount; ++c) std::fill_n(segment(c) + at.gap(), at.length, 0.0);
+            for (int pass = 0; pass < model.passes; ++pass) {
+                estimate(channelCount, at, model, candidateContext[candidate], candidateOrder[candidate], pass == 0,
+                         heldOut == 1);
+                solve(channelCount, at, candidateOrder[candidate]);
+            }
+            if (heldOut) keepCandidate(activeCandidates, channelCount, at, 1, stretches);
+            else keepCandidate(activeCandidates, channelCount, at, 0, holdOut ? 1 : stretches);
         }
-        keepCandidate(activeCandidates++, channelCount, at);
+        ++activeCandidates;
     }
     combineCandidates(channelCount, at);
 }

@@ -10,9 +10,14 @@
 // One banded Toeplitz system, solved by Levinson's recursion with FFT products for
 // the right-hand sides, serves every channel. The same model also fills two stretches
 // of known audio of the gap's length just outside the gap's reach. With several
-// candidate context lengths, each gives a fill, and the least-squares weights that
-// would have restored those known stretches best combine them (with one candidate,
-// a gain of at most 1), which keeps an unreliable fill from doing worse than silence.
+// candidate models (context, order, passes), each gives a fill, and the least-squares
+// weights that would have restored those known stretches best combine them (with one
+// candidate, a gain of at most 1), which keeps an unreliable fill from doing worse
+// than silence. For short gaps the stretches are restored by models estimated without
+// them, so a model that merely fits its context well is not favoured.
+//
+// Long gaps first look for a passage of the surrounding second whose borders match
+// the gap's (PatternSearch); a close match replaces the models' fill.
 //
 // Samples are floats in any scale; only the gap's samples are written. The caller
 // provides contextLength(length) samples before and after the gap (zeros where the
@@ -48,7 +53,7 @@ struct InpaintSettings {
     // The long model (order 1024 at 44.1 kHz from 90 ms each side) serves every gap;
     // quickly changing sound (speech) is better told by a short context and a lower
     // order, and short gaps leave the time for it.
-    InpaintCandidate candidates[maxCandidates] = {{90.0, 23.2, 1, 0.0}, {32.0, 11.6, 1, 20.0}};
+    InpaintCandidate candidates[maxCandidates] = {{90.0, 23.2, 1, 0.0}, {32.0, 11.6, 2, 40.0}};
     // Gaps of patternMinGapMs or more first try the similarity search over
     // patternReachMs on each side with borders of patternBorderMs: a passage whose
     // borders match the gap's as well as patternTrust fills it instead of the models
@@ -57,10 +62,12 @@ struct InpaintSettings {
     double patternReachMs = 1000.0;
     double patternBorderMs = 23.2;
     double patternTrust = 0.9;  // the least normalised correlation of the borders that wins
-    bool validate = true;      // weight the fills by their restorations of known audio
-    double whiteFloor = 1e-8;
-    double ridge = 1e-3;
-    int combine = 0;  // 0 least squares, 1 pick the best, 2 convex  // white floor under the model's spectrum, relative to its power
+    bool validate = true;  // weight the fills by their restorations of known audio
+    // Gaps up to holdOutMaxGapMs restore the validation stretches from a second
+    // estimate of each Burg model that leaves them out (twice the estimation work), so
+    // the weights judge each model on audio it did not fit.
+    double holdOutMaxGapMs = 40.0;
+    double whiteFloor = 1e-8;  // white floor under the model's spectrum, relative to its power
 };
 
 class GapFiller {
@@ -88,10 +95,11 @@ private:
     double* segment(int channel) const;
     double* rightHandSide(int row) const;
     void load(float* const* channels, int channelCount, int start, const Layout& at);
+    void addContext(int c, const Layout& at, int from, int to, bool holdOut);
     void estimate(int channelCount, const Layout& at, const InpaintCandidate& settings, int context, int modelOrder,
-                  bool firstPass);
+                  bool firstPass, bool holdOut);
     const double* autocorrelationModel(int channelCount, const Layout& at, int context, int modelOrder);
-    void keepCandidate(int candidate, int channelCount, const Layout& at);
+    void keepCandidate(int candidate, int channelCount, const Layout& at, int firstStretch, int stretches);
     void combineCandidates(int channelCount, const Layout& at);
     void fillFromModels(int channelCount, const Layout& at);
     void solve(int channelCount, const Layout& at, int modelOrder);
@@ -105,7 +113,7 @@ private:
     int candidateMaxGap[InpaintSettings::maxCandidates] = {};
     int contextSamples;  // the longest candidate's
     int order;           // the highest candidate's
-    int patternMinGap, patternReach, patternBorder;
+    int holdOutMaxGap, patternMinGap, patternReach, patternBorder;
     int maxGap_;
     int maxChannels_;
     int segmentCapacity;
