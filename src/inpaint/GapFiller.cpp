@@ -41,7 +41,6 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
       rows(new double*[3 * maxChannels]()),
       segmentRows(new const double*[maxChannels]()),
       column(new double[order + 1]()),
-      lags(new double[order + 1]()),
       candidateFills(new double[static_cast<std::size_t>(InpaintSettings::maxCandidates + 1) * 3 * maxChannels * maxGap]())
 {
     for (const InpaintCandidate& candidate : settings.candidates) {
@@ -116,13 +115,9 @@ void GapFiller::addContext(int c, const Layout& at, int from, int to, bool holdO
     if (to > from) estimator.add(s + from, to - from);
 }
 
-void GapFiller::estimate(int channelCount, const Layout& at, const InpaintCandidate& settings, int context,
-                         int modelOrder, bool firstPass, bool holdOut)
+void GapFiller::estimate(int channelCount, const Layout& at, int context, int modelOrder, bool firstPass,
+                         bool holdOut)
 {
-    if (settings.autocorrelation) {
-        normal.setModel(autocorrelationModel(channelCount, at, context, modelOrder), modelOrder);
-        return;
-    }
     estimator.begin(modelOrder);
     const int g = at.gap();
     for (int c = 0; c < channelCount; ++c) {
@@ -136,26 +131,6 @@ void GapFiller::estimate(int channelCount, const Layout& at, const InpaintCandid
     // Burg's spectra of high order reach depths that make the fill's normal equations
     // singular in double precision; a white floor far below the signal bounds them.
     normal.setModel(flooring.floored(estimator.model(), modelOrder, settings_.whiteFloor), modelOrder);
-}
-
-// Lags of the context and the gap as it stands (zeros before the first fill), summed
-// over the channels, each sum in eight partial sums joined in a fixed tree.
-const double* GapFiller::autocorrelationModel(int channelCount, const Layout& at, int context, int modelOrder)
-{
-    const int n = 2 * context + at.length;
-    for (int lag = 0; lag <= modelOrder; ++lag) {
-        double partial[8] = {};
-        for (int c = 0; c < channelCount; ++c) {
-            const double* x = segment(c) + at.gap() - context;
-            int i = 0;
-            for (; i + 8 <= n - lag; i += 8)
-                for (int k = 0; k < 8; ++k) partial[k] += x[i + k] * x[i + k + lag];
-            for (int k = 0; i < n - lag; ++i, ++k) partial[k] += x[i] * x[i + lag];
-        }
-        lags[lag] = ((partial[0] + partial[1]) + (partial[2] + partial[3])) +
-                    ((partial[4] + partial[5]) + (partial[6] + partial[7]));
-    }
-    return flooring.fromLags(lags.get(), modelOrder, settings_.whiteFloor);
 }
 
 // The least-squares fill of the gap (and of the validation stretches) given the model:
@@ -262,11 +237,11 @@ void GapFiller::fillFromModels(int channelCount, const Layout& at)
         if (at.length > candidateMaxGap[candidate]) continue;
         const InpaintCandidate& model = settings_.candidates[candidate];
         const int stretches = settings_.validate ? 3 : 1;
-        const bool holdOut = settings_.validate && at.length <= holdOutMaxGap && !model.autocorrelation;
+        const bool holdOut = settings_.validate && at.length <= holdOutMaxGap;
         for (int heldOut = holdOut ? 1 : 0; heldOut >= 0; --heldOut) {
             for (int c = 0; c < channelCount; ++c) std::fill_n(segment(c) + at.gap(), at.length, 0.0);
             for (int pass = 0; pass < model.passes; ++pass) {
-                estimate(channelCount, at, model, candidateContext[candidate], candidateOrder[candidate], pass == 0,
+                estimate(channelCount, at, candidateContext[candidate], candidateOrder[candidate], pass == 0,
                          heldOut == 1);
                 solve(channelCount, at, candidateOrder[candidate]);
             }

@@ -43,9 +43,6 @@ struct InpaintCandidate {
     double orderMs = 0.0;    // at most the context
     int passes = 1;
     double maxGapMs = 0.0;
-    // The autocorrelation (Yule-Walker) estimate over the context and the current fill
-    // instead of Burg's over the context: smoother spectra, for a short context.
-    bool autocorrelation = false;
 };
 
 struct InpaintSettings {
@@ -96,9 +93,7 @@ private:
     double* rightHandSide(int row) const;
     void load(float* const* channels, int channelCount, int start, const Layout& at);
     void addContext(int c, const Layout& at, int from, int to, bool holdOut);
-    void estimate(int channelCount, const Layout& at, const InpaintCandidate& settings, int context, int modelOrder,
-                  bool firstPass, bool holdOut);
-    const double* autocorrelationModel(int channelCount, const Layout& at, int context, int modelOrder);
+    void estimate(int channelCount, const Layout& at, int context, int modelOrder, bool firstPass, bool holdOut);
     void keepCandidate(int candidate, int channelCount, const Layout& at, int firstStretch, int stretches);
     void combineCandidates(int channelCount, const Layout& at);
     void fillFromModels(int channelCount, const Layout& at);
@@ -128,7 +123,6 @@ private:
     std::unique_ptr<double*[]> rows;      // 3 * maxChannels right-hand sides
     std::unique_ptr<const double*[]> segmentRows;  // maxChannels
     std::unique_ptr<double[]> column;     // order + 1
-    std::unique_ptr<double[]> lags;       // order + 1
     std::unique_ptr<double[]> candidateFills;  // maxCandidates x 3 x maxChannels x maxGap
     double weights[InpaintSettings::maxCandidates] = {};
 };

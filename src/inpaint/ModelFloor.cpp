@@ -60,11 +60,3 @@ const double* ModelFloor::floored(const double* a, int order, double floor)
     return coefficients.get();
 }
 
-const double* ModelFloor::fromLags(const double* r, int order, double floor)
-{
-    order = std::min(order, maxOrder_);
-    std::copy_n(r, order + 1, lags.get());
-    lags[0] *= 1.0 + floor;
-    levinsonDurbin(order);
-    return coefficients.get();
-}

@@ -19,8 +19,6 @@ public:
 
     // The floored model of a[0..order] (order <= maxOrder), valid until the next call.
     const double* floored(const double* a, int order, double floor);
-    // The model of autocorrelation lags r[0..order] (Yule-Walker) under the same floor.
-    const double* fromLags(const double* r, int order, double floor);
 
 private:
     void autocorrelationOf(const double* a, int order);

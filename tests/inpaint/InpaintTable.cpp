@@ -5,9 +5,9 @@
 // Fillers: zero, m0..m6 (the module's methods), classic and gapwise (the plain
 // references; at 100 ms and above on the first --long-gaps gaps only, as they are
 // slow), inpaint, auto. INPAINT_CANDIDATES (a comma list of candidates, each
-// context:order:passes:maxGap in ms, then 1 for an
-// autocorrelation estimate), INPAINT_PATTERN
-// (minGap:reach:border:trust), INPAINT_WHITE and INPAINT_NO_VALIDATION set the filler's parameters for experiments.
+// context:order:passes:maxGap in ms), INPAINT_HOLD_OUT_MS, INPAINT_PATTERN
+// (minGap:reach:border:trust), INPAINT_WHITE and INPAINT_NO_VALIDATION set the
+// filler's parameters for experiments.
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -38,11 +38,8 @@ InpaintSettings settingsFromEnvironment()
         const auto parts = split(v);
         for (int i = 0; i < InpaintSettings::maxCandidates; ++i) {
             InpaintCandidate c;
-            int autocorrelation = 0;
             if (i < static_cast<int>(parts.size()))
-                std::sscanf(parts[i].c_str(), "%lf:%lf:%d:%lf:%d", &c.contextMs, &c.orderMs, &c.passes, &c.maxGapMs,
-                            &autocorrelation);
-            c.autocorrelation = autocorrelation != 0;
+                std::sscanf(parts[i].c_str(), "%lf:%lf:%d:%lf", &c.contextMs, &c.orderMs, &c.passes, &c.maxGapMs);
             s.candidates[i] = c;
         }
     }
