@@ -24,18 +24,25 @@ std::vector<double> repeatingNoise(int count, int period, unsigned seed)
     return x;
 }
 
+// The search's fill of the hole in one channel x, and its score.
+double searchFill(const std::vector<double>& x, int hole, int length, int border, std::vector<double>& fill)
+{
+    fill.assign(length, 1.0);
+    PatternSearch search(static_cast<int>(x.size()), 1);
+    const double* segments[1] = {x.data()};
+    double* out[1] = {fill.data()};
+    search.begin(segments, 1, static_cast<int>(x.size()));
+    return search.fill(hole, length, border, out);
+}
+
 TEST(PatternSearch, FindsTheRepetitionAndCopiesIt)
 {
     const int count = 40000, hole = 20000, length = 3000, border = 500;
     auto x = repeatingNoise(count, 7001, 1);
     const std::vector<double> original = x;
     std::fill_n(x.begin() + hole, length, 0.0);
-    std::vector<double> fill(length);
-    PatternSearch search(count, 1);
-    const double* segments[1] = {x.data()};
-    double* out[1] = {fill.data()};
-    search.begin(segments, 1, count);
-    EXPECT_GT(search.fill(hole, length, border, out), 0.999);
+    std::vector<double> fill;
+    EXPECT_GT(searchFill(x, hole, length, border, fill), 0.999);
     for (int i = 0; i < length; ++i) ASSERT_NEAR(fill[i], original[hole + i], 1e-9) << i;
 }
 
@@ -46,12 +53,8 @@ TEST(PatternSearch, ScalesAQuieterRepetitionToTheBorders)
     for (int i = 0; i < hole - border - length; ++i) x[i] *= 0.5;  // the earlier cycles are quieter
     const std::vector<double> original = x;
     std::fill_n(x.begin() + hole, length, 0.0);
-    std::vector<double> fill(length);
-    PatternSearch search(count, 1);
-    const double* segments[1] = {x.data()};
-    double* out[1] = {fill.data()};
-    search.begin(segments, 1, count);
-    search.fill(hole, length, border, out);
+    std::vector<double> fill;
+    searchFill(x, hole, length, border, fill);
     for (int i = 0; i < length; ++i) ASSERT_NEAR(fill[i], original[hole + i], 1e-9) << i;
 }
 
@@ -59,12 +62,8 @@ TEST(PatternSearch, NoRoomMeansNoMatch)
 {
     const int count = 4000, hole = 1000, length = 2000, border = 500;
     auto x = repeatingNoise(count, 700, 3);
-    std::vector<double> fill(length, 1.0);
-    PatternSearch search(count, 1);
-    const double* segments[1] = {x.data()};
-    double* out[1] = {fill.data()};
-    search.begin(segments, 1, count);
-    EXPECT_EQ(search.fill(hole, length, border, out), 0.0);
+    std::vector<double> fill;
+    EXPECT_EQ(searchFill(x, hole, length, border, fill), 0.0);
     for (double v : fill) ASSERT_EQ(v, 0.0);
 }
 
