@@ -27,6 +27,7 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
       patternMinGap(msToSamples(settings.patternMinGapMs, sampleRate)),
       patternReach(msToSamples(settings.patternReachMs, sampleRate)),
       patternBorder(msToSamples(settings.patternBorderMs, sampleRate)),
+      patternLongGap(msToSamples(settings.patternLongGapMs, sampleRate)),
       maxGap_(maxGap),
       maxChannels_(maxChannels),
       segmentCapacity(2 * contextLength(maxGap) + maxGap),
@@ -166,7 +167,12 @@ bool GapFiller::patternFill(int channelCount, const Layout& at)
         rows[c] = candidateFills.get() + static_cast<std::size_t>(c) * maxGap_;
     }
     search.begin(segmentRows.get(), channelCount, at.total);
-    return search.fill(at.gap(), at.length, patternBorder, rows.get()) >= settings_.patternTrust;
+    const int border = std::max(patternBorder, static_cast<int>(settings_.patternBorderShare * at.length));
+    const double along = patternLongGap > patternMinGap
+                             ? std::clamp(double(at.length - patternMinGap) / (patternLongGap - patternMinGap), 0.0, 1.0)
+                             : 1.0;
+    const double trust = settings_.patternTrust + along * (settings_.patternLongTrust - settings_.patternTrust);
+    return search.fill(at.gap(), at.length, border, rows.get()) >= trust;
 }
 
 void GapFiller::keepCandidate(int candidate, int channelCount, const Layout& at, int firstStretch, int stretches)

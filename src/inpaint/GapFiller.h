@@ -59,6 +59,12 @@ struct InpaintSettings {
     double patternReachMs = 1000.0;
     double patternBorderMs = 23.2;
     double patternTrust = 0.9;  // the least normalised correlation of the borders that wins
+    // Longer gaps match borders of at least patternBorderShare of their length, and
+    // the trust falls linearly to patternLongTrust at patternLongGapMs: the longer the
+    // gap, the less of it a model's fill carries, so a looser match is worth taking.
+    double patternBorderShare = 0.3;
+    double patternLongTrust = 0.7;
+    double patternLongGapMs = 250.0;
     bool validate = true;  // weight the fills by their restorations of known audio
     // Gaps up to holdOutMaxGapMs restore the validation stretches from a second
     // estimate of each Burg model that leaves them out (twice the estimation work), so
@@ -108,7 +114,7 @@ private:
     int candidateMaxGap[InpaintSettings::maxCandidates] = {};
     int contextSamples;  // the longest candidate's
     int order;           // the highest candidate's
-    int holdOutMaxGap, patternMinGap, patternReach, patternBorder;
+    int holdOutMaxGap, patternMinGap, patternReach, patternBorder, patternLongGap;
     int maxGap_;
     int maxChannels_;
     int segmentCapacity;

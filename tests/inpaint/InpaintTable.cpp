@@ -6,8 +6,8 @@
 // references; at 100 ms and above on the first --long-gaps gaps only, as they are
 // slow), inpaint, auto. INPAINT_CANDIDATES (a comma list of candidates, each
 // context:order:passes:maxGap in ms), INPAINT_HOLD_OUT_MS, INPAINT_PATTERN
-// (minGap:reach:border:trust), INPAINT_WHITE and INPAINT_NO_VALIDATION set the
-// filler's parameters for experiments.
+// (minGap:reach:border:trust), INPAINT_LONG (borderShare:longTrust:longGap),
+// INPAINT_WHITE and INPAINT_NO_VALIDATION set the filler's parameters for experiments.
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -46,6 +46,8 @@ InpaintSettings settingsFromEnvironment()
     if (const char* v = std::getenv("INPAINT_PATTERN"))
         std::sscanf(v, "%lf:%lf:%lf:%lf", &s.patternMinGapMs, &s.patternReachMs, &s.patternBorderMs,
                     &s.patternTrust);
+    if (const char* v = std::getenv("INPAINT_LONG"))
+        std::sscanf(v, "%lf:%lf:%lf", &s.patternBorderShare, &s.patternLongTrust, &s.patternLongGapMs);
     if (const char* v = std::getenv("INPAINT_HOLD_OUT_MS")) s.holdOutMaxGapMs = std::atof(v);
     if (std::getenv("INPAINT_NO_VALIDATION")) s.validate = false;
     if (const char* v = std::getenv("INPAINT_WHITE")) s.whiteFloor = std::atof(v);
