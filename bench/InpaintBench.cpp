@@ -36,7 +36,7 @@ void BM_Inpaint(benchmark::State& state)
     const int gap = static_cast<int>(state.range(0) * rate / 1000);
     // A trust no match reaches: long gaps pay for the search and the models, their worst case.
     InpaintSettings settings;
-    settings.patternTrust = 2.0;
+    settings.patternTrust = settings.patternLongTrust = 2.0;
     GapFiller filler(rate, gap, 2, settings);
     const int context = filler.contextLength(gap);
     auto original = stereoMaterial(2 * context + gap);
