@@ -59,4 +59,3 @@ const double* ModelFloor::floored(const double* a, int order, double floor)
     levinsonDurbin(order);
     return coefficients.get();
 }
-
