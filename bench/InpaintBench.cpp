@@ -34,7 +34,10 @@ std::vector<std::vector<float>> stereoMaterial(int count)
 void BM_Inpaint(benchmark::State& state)
 {
     const int gap = static_cast<int>(state.range(0) * rate / 1000);
-    GapFiller filler(rate, gap, 2);
+    // A trust no match reaches: long gaps pay for the search and the models, their worst case.
+    InpaintSettings settings;
+    settings.patternTrust = settings.patternLongTrust = 2.0;
+    GapFiller filler(rate, gap, 2, settings);
     const int context = filler.contextLength(gap);
     auto original = stereoMaterial(2 * context + gap);
     auto channels = original;

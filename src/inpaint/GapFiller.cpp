@@ -7,53 +7,71 @@ namespace {
 
 int msToSamples(double ms, int rate) { return std::max(1, static_cast<int>(std::lround(ms * rate / 1000.0))); }
 
-int longestContext(const InpaintSettings& settings, int rate)
+double longest(const InpaintSettings& settings, double InpaintCandidate::*field)
 {
-    double longest = 0.0;
-    for (double ms : settings.contextMs) longest = std::max(longest, ms);
-    return msToSamples(longest, rate);
+    double most = 0.0;
+    for (const InpaintCandidate& candidate : settings.candidates) {
+        if (candidate.contextMs <= 0.0) break;
+        most = std::max(most, candidate.*field);
+    }
+    return most;
 }
 
 }  // namespace
 
 GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSettings settings)
     : settings_(settings),
-      contextSamples(longestContext(settings, sampleRate)),
-      order(std::min(msToSamples(settings.orderMs, sampleRate), contextSamples)),
+      contextSamples(msToSamples(longest(settings, &InpaintCandidate::contextMs), sampleRate)),
+      order(std::min(msToSamples(longest(settings, &InpaintCandidate::orderMs), sampleRate), contextSamples)),
+      holdOutMaxGap(msToSamples(settings.holdOutMaxGapMs, sampleRate)),
+      patternMinGap(msToSamples(settings.patternMinGapMs, sampleRate)),
+      patternReach(msToSamples(settings.patternReachMs, sampleRate)),
+      patternBorder(msToSamples(settings.patternBorderMs, sampleRate)),
+      patternLongGap(msToSamples(settings.patternLongGapMs, sampleRate)),
       maxGap_(maxGap),
       maxChannels_(maxChannels),
       segmentCapacity(2 * contextLength(maxGap) + maxGap),
-      estimator(maxChannels * (2 * contextSamples + maxGap), 2 * maxChannels, order),
+      estimator(maxChannels * (2 * contextSamples + maxGap), 6 * maxChannels, order),
       flooring(order),
-      normal(segmentCapacity, order),
+      normal(2 * arContext(maxGap) + maxGap, order),
       solver(maxGap, 3 * maxChannels),
+      search(maxGap >= patternMinGap ? segmentCapacity : 16, maxChannels),
       segments(new double[static_cast<std::size_t>(maxChannels) * segmentCapacity]()),
       work(new double[segmentCapacity]()),
       rightHandSides(new double[static_cast<std::size_t>(3) * maxChannels * maxGap]()),
       rows(new double*[3 * maxChannels]()),
+      segmentRows(new const double*[maxChannels]()),
       column(new double[order + 1]()),
       candidateFills(new double[static_cast<std::size_t>(InpaintSettings::maxCandidates + 1) * 3 * maxChannels * maxGap]())
 {
-    for (double ms : settings.contextMs) {
-        if (ms <= 0.0) break;
-        candidateContext[candidates++] = std::max(order, msToSamples(ms, sampleRate));
+    for (const InpaintCandidate& candidate : settings.candidates) {
+        if (candidate.contextMs <= 0.0) break;
+        const int context = msToSamples(candidate.contextMs, sampleRate);
+        candidateOrder[candidates] = std::min(context, msToSamples(candidate.orderMs, sampleRate));
+        candidateContext[candidates] = context;
+        candidateMaxGap[candidates] = candidate.maxGapMs > 0.0 ? msToSamples(candidate.maxGapMs, sampleRate) : maxGap;
+        ++candidates;
     }
-    shortGap = settings.shortContextMs > 0.0 ? msToSamples(settings.shortGapMs, sampleRate) : 0;
-    candidateContext[candidates] = std::min(contextSamples, std::max(order, msToSamples(settings.shortContextMs, sampleRate)));
 }
 
 // The validation stretches sit a model order away from the gap (their residuals never
 // reach it) with a model order of known audio beyond them.
-int GapFiller::contextLength(int length) const
+int GapFiller::arContext(int length) const
 {
     const int validationReach = settings_.validate ? 2 * order + length : 0;
     return std::max(contextSamples, validationReach);
 }
 
+int GapFiller::contextLength(int length) const
+{
+    const int reach = arContext(length);
+    return length >= patternMinGap ? std::max(reach, patternReach) : reach;
+}
+
 GapFiller::Layout GapFiller::layout(int length) const
 {
     const int reach = contextLength(length);
-    return {length, reach, 2 * reach + length};
+    return {length, arContext(length), reach, 2 * reach + length};
 }
 
 double* GapFiller::segment(int channel) const
@@ -82,51 +100,84 @@ void GapFiller::load(float* const* channels, int channelCount, int start, const 
     }
 }
 
-void GapFiller::estimate(int channelCount, const Layout& at, int context, bool sidesOnly)
+// Adds segment(c)[from, to) to the estimate, without the validation stretches when
+// they are held out.
+void GapFiller::addContext(int c, const Layout& at, int from, int to, bool holdOut)
 {
-    estimator.begin(order);
+    const double* s = segment(c);
+    if (holdOut && settings_.validate)
+        for (int side = 0; side < 2; ++side) {
+            const int v = validationStart(at, side);
+            if (v >= from && v < to) {
+                estimator.add(s + from, v - from);
+                from = v + at.length;
+            }
+        }
+    if (to > from) estimator.add(s + from, to - from);
+}
+
+void GapFiller::estimate(int channelCount, const Layout& at, int context, int modelOrder, bool firstPass,
+                         bool holdOut)
+{
+    estimator.begin(modelOrder);
+    const int g = at.gap();
     for (int c = 0; c < channelCount; ++c) {
-        const double* s = segment(c) + at.gap();
-        if (sidesOnly) {
-            estimator.add(s - context, context);
-            estimator.add(s + at.length, context);
+        if (firstPass) {
+            addContext(c, at, g - context, g, holdOut);
+            addContext(c, at, g + at.length, g + at.length + context, holdOut);
         } else {
-            estimator.add(s - context, 2 * context + at.length);
+            addContext(c, at, g - context, g + at.length + context, holdOut);
         }
     }
     // Burg's spectra of high order reach depths that make the fill's normal equations
     // singular in double precision; a white floor far below the signal bounds them.
-    normal.setModel(flooring.floored(estimator.model(), order, settings_.whiteFloor), order);
+    normal.setModel(flooring.floored(estimator.model(), modelOrder, settings_.whiteFloor), modelOrder);
 }
 
 // The least-squares fill of the gap (and of the validation stretches) given the model:
 // T x = -(A^T A s)[gap] with the unknowns zero in s, T[i][j] = c[|i - j|].
-void GapFiller::solve(int channelCount, const Layout& at)
+void GapFiller::solve(int channelCount, const Layout& at, int modelOrder)
 {
     const int stretches = settings_.validate ? 3 : 1;
     for (int c = 0; c < channelCount; ++c) {
         double* q = work.get();
-        std::copy_n(segment(c), at.total, q);
-        std::fill_n(q + at.gap(), at.length, 0.0);
+        std::copy_n(segment(c) + at.arStart(), at.arTotal(), q);
+        std::fill_n(q + at.arReach, at.length, 0.0);
         for (int side = 0; side + 1 < stretches; ++side)
-            std::fill_n(q + validationStart(at, side), at.length, 0.0);
-        normal.apply(q, at.total, q);
+            std::fill_n(q + validationStart(at, side) - at.arStart(), at.length, 0.0);
+        normal.apply(q, at.arTotal(), q);
         for (int v = 0; v < stretches; ++v) {
-            const double* from = q + (v == 0 ? at.gap() : validationStart(at, v - 1));
+            const double* from = q + (v == 0 ? at.gap() : validationStart(at, v - 1)) - at.arStart();
             double* rhs = rightHandSide(v * channelCount + c);
             for (int i = 0; i < at.length; ++i) rhs[i] = -from[i];
             rows[v * channelCount + c] = rhs;
         }
     }
-    std::copy_n(normal.modelAutocorrelation(), order + 1, column.get());
-    solver.solve(column.get(), order, at.length, rows.get(), stretches * channelCount);
+    std::copy_n(normal.modelAutocorrelation(), modelOrder + 1, column.get());
+    solver.solve(column.get(), modelOrder, at.length, rows.get(), stretches * channelCount);
     for (int c = 0; c < channelCount; ++c) std::copy_n(rows[c], at.length, segment(c) + at.gap());
 }
 
-void GapFiller::keepCandidate(int candidate, int channelCount, const Layout& at)
+// The similarity search's fill of the gap, written to the first candidate's rows;
+// true when its borders match well enough to stand for the gap.
+bool GapFiller::patternFill(int channelCount, const Layout& at)
 {
-    const int stretches = settings_.validate ? 3 : 1;
-    for (int r = 0; r < stretches * channelCount; ++r)
+    for (int c = 0; c < channelCount; ++c) {
+        segmentRows[c] = segment(c);
+        rows[c] = candidateFills.get() + static_cast<std::size_t>(c) * maxGap_;
+    }
+    search.begin(segmentRows.get(), channelCount, at.total);
+    const int border = std::max(patternBorder, static_cast<int>(settings_.patternBorderShare * at.length));
+    const double along = patternLongGap > patternMinGap
+                             ? std::clamp(double(at.length - patternMinGap) / (patternLongGap - patternMinGap), 0.0, 1.0)
+                             : 1.0;
+    const double trust = settings_.patternTrust + along * (settings_.patternLongTrust - settings_.patternTrust);
+    return search.fill(at.gap(), at.length, border, rows.get()) >= trust;
+}
+
+void GapFiller::keepCandidate(int candidate, int channelCount, const Layout& at, int firstStretch, int stretches)
+{
+    for (int r = firstStretch * channelCount; r < stretches * channelCount; ++r)
         std::copy_n(rows[r], at.length,
                     candidateFills.get() + (static_cast<std::size_t>(candidate) * 3 * maxChannels_ + r) * maxGap_);
 }
@@ -185,20 +236,40 @@ void GapFiller::combineCandidates(int channelCount, const Layout& at)
         for (int i = 0; i < k; ++i) weights[i] = 0.0;
 }
 
+void GapFiller::fillFromModels(int channelCount, const Layout& at)
+{
+    activeCandidates = 0;
+    for (int candidate = 0; candidate < candidates; ++candidate) {
+        if (at.length > candidateMaxGap[candidate]) continue;
+        const InpaintCandidate& model = settings_.candidates[candidate];
+        const int stretches = settings_.validate ? 3 : 1;
+        const bool holdOut = settings_.validate && at.length <= holdOutMaxGap;
+        for (int heldOut = holdOut ? 1 : 0; heldOut >= 0; --heldOut) {
+            for (int c = 0; c < channelCount; ++c) std::fill_n(segment(c) + at.gap(), at.length, 0.0);
+            for (int pass = 0; pass < model.passes; ++pass) {
+                estimate(channelCount, at, candidateContext[candidate], candidateOrder[candidate], pass == 0,
+                         heldOut == 1);
+                solve(channelCount, at, candidateOrder[candidate]);
+            }
+            if (heldOut) keepCandidate(activeCandidates, channelCount, at, 1, stretches);
+            else keepCandidate(activeCandidates, channelCount, at, 0, holdOut ? 1 : stretches);
+        }
+        ++activeCandidates;
+    }
+    combineCandidates(channelCount, at);
+}
+
 void GapFiller::fill(float* const* channels, int channelCount, int start, int length)
 {
     if (length <= 0 || channelCount <= 0) return;
     const Layout at = layout(length);
     load(channels, channelCount, start, at);
-    activeCandidates = candidates + (length <= shortGap ? 1 : 0);
-    for (int candidate = 0; candidate < activeCandidates; ++candidate) {
-        for (int pass = 0; pass < settings_.passes; ++pass) {
-            estimate(channelCount, at, candidateContext[candidate], pass == 0);
-            solve(channelCount, at);
-        }
-        keepCandidate(candidate, channelCount, at);
+    if (length >= patternMinGap && patternFill(channelCount, at)) {
+        activeCandidates = 1;
+        weights[0] = 1.0;
+    } else {
+        fillFromModels(channelCount, at);
     }
-    combineCandidates(channelCount, at);
     for (int c = 0; c < channelCount; ++c)
         for (int i = 0; i < length; ++i) {
             double sum = 0.0;

@@ -10,9 +10,14 @@
 // One banded Toeplitz system, solved by Levinson's recursion with FFT products for
 // the right-hand sides, serves every channel. The same model also fills two stretches
 // of known audio of the gap's length just outside the gap's reach. With several
-// candidate context lengths, each gives a fill, and the least-squares weights that
-// would have restored those known stretches best combine them (with one candidate,
-// a gain of at most 1), which keeps an unreliable fill from doing worse than silence.
+// candidate models (context, order, passes), each gives a fill, and the least-squares
+// weights that would have restored those known stretches best combine them (with one
+// candidate, a gain of at most 1), which keeps an unreliable fill from doing worse
+// than silence. For short gaps the stretches are restored by models estimated without
+// them, so a model that merely fits its context well is not favoured.
+//
+// Long gaps first look for a passage of the surrounding second whose borders match
+// the gap's (PatternSearch); a close match replaces the models' fill.
 //
 // Samples are floats in any scale; only the gap's samples are written. The caller
 // provides contextLength(length) samples before and after the gap (zeros where the
@@ -27,20 +32,44 @@
 #include "inpaint/BurgEstimator.h"
 #include "inpaint/ModelFloor.h"
 #include "inpaint/NormalProduct.h"
+#include "inpaint/PatternSearch.h"
 #include "inpaint/ToeplitzSolver.h"
+
+// One candidate model: its context on each side, its AR order, its model / fill
+// passes (later passes take the model across the current fill, as Janssen's
+// iteration does) and the longest gap it serves (0: every gap).
+struct InpaintCandidate {
+    double contextMs = 0.0;  // 0 ends the list
+    double orderMs = 0.0;    // at most the context
+    int passes = 1;
+    double maxGapMs = 0.0;
+};
 
 struct InpaintSettings {
     static constexpr int maxCandidates = 4;
-    // Context on each side for each candidate model (0 ends the list).
-    double contextMs[maxCandidates] = {90.0, 0.0, 0.0, 0.0};
-    // Gaps up to shortGapMs add a candidate with shortContextMs of context: quickly
-    // changing sound (speech) is better told by a short context, and short gaps leave
-    // the time for a second model.
-    double shortGapMs = 20.0;
-    double shortContextMs = 32.0;
-    double orderMs = 23.2;     // AR order in time (1024 samples at 44.1 kHz), at most the context
-    int passes = 1;            // model / fill passes
-    bool validate = true;      // scale the fill by its reliability on known audio
+    // The long model (order 1024 at 44.1 kHz from 90 ms each side) serves every gap;
+    // quickly changing sound (speech) is better told by a short context and a lower
+    // order, and short gaps leave the time for it.
+    InpaintCandidate candidates[maxCandidates] = {{90.0, 23.2, 1, 0.0}, {32.0, 11.6, 2, 40.0}};
+    // Gaps of patternMinGapMs or more first try the similarity search over
+    // patternReachMs on each side with borders of patternBorderMs: a passage whose
+    // borders match the gap's as well as patternTrust fills it instead of the models
+    // (repeating sound, such as voiced speech, which AR extrapolation lets fade).
+    double patternMinGapMs = 80.0;
+    double patternReachMs = 1000.0;
+    double patternBorderMs = 23.2;
+    double patternTrust = 0.9;  // the least normalised correlation of the borders that wins
+    // Longer gaps match borders of at least patternBorderShare of their length, and
+    // the trust falls linearly to patternLongTrust at patternLongGapMs: the longer the
+    // gap, the less of it a model's fill carries, so a looser match is worth taking.
+    double patternBorderShare = 0.3;
+    double patternLongTrust = 0.7;
+    double patternLongGapMs = 250.0;
+    bool validate = true;  // weight the fills by their restorations of known audio
+    // Gaps up to holdOutMaxGapMs restore the validation stretches from a second
+    // estimate of each Burg model that leaves them out (twice the estimation work), so
+    // the weights judge each model on audio it did not fit.
+    double holdOutMaxGapMs = 40.0;
     double whiteFloor = 1e-8;  // white floor under the model's spectrum, relative to its power
 };
 
@@ -55,27 +84,37 @@ public:
     void fill(float* const* channels, int channelCount, int start, int length);
 
 private:
+    // The segment holds `reach` samples on each side of the gap; the models and the
+    // least-squares fills use the inner arReach of them.
     struct Layout {
-        int length, reach, total;
+        int length, arReach, reach, total;
         int gap() const { return reach; }
+        int arStart() const { return reach - arReach; }
+        int arTotal() const { return 2 * arReach + length; }
     };
+    int arContext(int length) const;
+    bool patternFill(int channelCount, const Layout& at);
     Layout layout(int length) const;
     double* segment(int channel) const;
     double* rightHandSide(int row) const;
     void load(float* const* channels, int channelCount, int start, const Layout& at);
-    void estimate(int channelCount, const Layout& at, int context, bool sidesOnly);
-    void keepCandidate(int candidate, int channelCount, const Layout& at);
+    void addContext(int c, const Layout& at, int from, int to, bool holdOut);
+    void estimate(int channelCount, const Layout& at, int context, int modelOrder, bool firstPass, bool holdOut);
+    void keepCandidate(int candidate, int channelCount, const Layout& at, int firstStretch, int stretches);
     void combineCandidates(int channelCount, const Layout& at);
-    void solve(int channelCount, const Layout& at);
+    void fillFromModels(int channelCount, const Layout& at);
+    void solve(int channelCount, const Layout& at, int modelOrder);
     int validationStart(const Layout& at, int side) const;
 
     InpaintSettings settings_;
-    int candidates = 0;        // for long gaps; short gaps use one more
+    int candidates = 0;
     int activeCandidates = 0;  // of the gap being filled
-    int shortGap = 0;
-    int candidateContext[InpaintSettings::maxCandidates + 1] = {};
+    int candidateContext[InpaintSettings::maxCandidates] = {};
+    int candidateOrder[InpaintSettings::maxCandidates] = {};
+    int candidateMaxGap[InpaintSettings::maxCandidates] = {};
     int contextSamples;  // the longest candidate's
-    int order;
+    int order;           // the highest candidate's
+    int holdOutMaxGap, patternMinGap, patternReach, patternBorder, patternLongGap;
     int maxGap_;
     int maxChannels_;
     int segmentCapacity;
@@ -83,11 +122,13 @@ private:
     ModelFloor flooring;
     NormalProduct normal;
     ToeplitzSolver solver;
+    PatternSearch search;
     std::unique_ptr<double[]> segments;   // maxChannels rows of segmentCapacity
     std::unique_ptr<double[]> work;       // segmentCapacity
     std::unique_ptr<double[]> rightHandSides;  // 3 * maxChannels rows of maxGap
     std::unique_ptr<double*[]> rows;      // 3 * maxChannels right-hand sides
+    std::unique_ptr<const double*[]> segmentRows;  // maxChannels
     std::unique_ptr<double[]> column;     // order + 1
-    std::unique_ptr<double[]> candidateFills;  // (maxCandidates + 1) x 3 x maxChannels x maxGap
-    double weights[InpaintSettings::maxCandidates + 1] = {};
+    std::unique_ptr<double[]> candidateFills;  // maxCandidates x 3 x maxChannels x maxGap
+    double weights[InpaintSettings::maxCandidates] = {};
 };

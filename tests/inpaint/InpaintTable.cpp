@@ -4,9 +4,10 @@
 //                 [--materials music,speech] [--files N]
 // Fillers: zero, m0..m6 (the module's methods), classic and gapwise (the plain
 // references; at 100 ms and above on the first --long-gaps gaps only, as they are
-// slow), inpaint, auto. INPAINT_CONTEXT_MS (a comma list of candidates),
-// INPAINT_ORDER_MS, INPAINT_PASSES, INPAINT_WHITE and INPAINT_NO_VALIDATION set the
-// filler's parameters for experiments.
+// slow), inpaint, auto. INPAINT_CANDIDATES (a comma list of candidates, each
+// context:order:passes:maxGap in ms), INPAINT_HOLD_OUT_MS, INPAINT_PATTERN
+// (minGap:reach:border:trust), INPAINT_LONG (borderShare:longTrust:longGap),
+// INPAINT_WHITE and INPAINT_NO_VALIDATION set the filler's parameters for experiments.
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -33,13 +34,21 @@ std::vector<std::string> split(const std::string& text)
 InpaintSettings settingsFromEnvironment()
 {
     InpaintSettings s;
-    if (const char* v = std::getenv("INPAINT_CONTEXT_MS")) {
+    if (const char* v = std::getenv("INPAINT_CANDIDATES")) {
         const auto parts = split(v);
-        for (int i = 0; i < InpaintSettings::maxCandidates; ++i)
-            s.contextMs[i] = i < static_cast<int>(parts.size()) ? std::atof(parts[i].c_str()) : 0.0;
+        for (int i = 0; i < InpaintSettings::maxCandidates; ++i) {
+            InpaintCandidate c;
+            if (i < static_cast<int>(parts.size()))
+                std::sscanf(parts[i].c_str(), "%lf:%lf:%d:%lf", &c.contextMs, &c.orderMs, &c.passes, &c.maxGapMs);
+            s.candidates[i] = c;
+        }
     }
-    if (const char* v = std::getenv("INPAINT_ORDER_MS")) s.orderMs = std::atof(v);
-    if (const char* v = std::getenv("INPAINT_PASSES")) s.passes = std::atoi(v);
+    if (const char* v = std::getenv("INPAINT_PATTERN"))
+        std::sscanf(v, "%lf:%lf:%lf:%lf", &s.patternMinGapMs, &s.patternReachMs, &s.patternBorderMs,
+                    &s.patternTrust);
+    if (const char* v = std::getenv("INPAINT_LONG"))
+        std::sscanf(v, "%lf:%lf:%lf", &s.patternBorderShare, &s.patternLongTrust, &s.patternLongGapMs);
+    if (const char* v = std::getenv("INPAINT_HOLD_OUT_MS")) s.holdOutMaxGapMs = std::atof(v);
     if (std::getenv("INPAINT_NO_VALIDATION")) s.validate = false;
     if (const char* v = std::getenv("INPAINT_WHITE")) s.whiteFloor = std::atof(v);
     return s;

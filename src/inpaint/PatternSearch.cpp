@@ -1,0 +1,97 @@
+#include "inpaint/PatternSearch.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "inpaint/TransformSize.h"
+
+PatternSearch::PatternSearch(int maxLength, int maxChannels)
+    : size(transformSizeFor(maxLength)),
+      maxChannels_(maxChannels),
+      fft(size),
+      spectraRe(new double[static_cast<std::size_t>(maxChannels) * (size / 2 + 1)]()),
+      spectraIm(new double[static_cast<std::size_t>(maxChannels) * (size / 2 + 1)]()),
+      accRe(new double[size / 2 + 1]()),
+      accIm(new double[size / 2 + 1]()),
+      re(new double[size / 2 + 1]()),
+      im(new double[size / 2 + 1]()),
+      work(new double[size]()),
+      energy(new double[maxLength + 1]())
+{
+}
+
+void PatternSearch::begin(const double* const* segments, int channelCount, int count)
+{
+    channels = std::min(channelCount, maxChannels_);
+    count_ = count;
+    segments_ = segments;
+    const int bins = size / 2 + 1;
+    for (int c = 0; c < channels; ++c) {
+        std::copy_n(segments[c], count, work.get());
+        std::fill(work.get() + count, work.get() + size, 0.0);
+        fft.realForward(work.get(), spectraRe.get() + c * bins, spectraIm.get() + c * bins);
+    }
+    energy[0] = 0.0;
+    for (int i = 0; i < count; ++i) {
+        double sum = 0.0;
+        for (int c = 0; c < channels; ++c) sum += segments[c][i] * segments[c][i];
+        energy[i + 1] = energy[i] + sum;
+    }
+}
+
+// Sum of squares over the two borders of the window starting at u.
+double PatternSearch::windowEnergy(int u, int length, int border) const
+{
+    return (energy[u + border] - energy[u]) + (energy[u + 2 * border + length] - energy[u + border + length]);
+}
+
+// work[u] = sum over channels and border samples j of t[j] x[u + j], the template t
+// being the hole's borders with zeros between them; returns the template's energy.
+double PatternSearch::correlationAt(int hole, int length, int border)
+{
+    const int bins = size / 2 + 1;
+    std::fill_n(accRe.get(), bins, 0.0);
+    std::fill_n(accIm.get(), bins, 0.0);
+    for (int c = 0; c < channels; ++c) {
+        const double* x = segments_[c];
+        std::fill(work.get(), work.get() + size, 0.0);
+        std::copy_n(x + hole - border, border, work.get());
+        std::copy_n(x + hole + length, border, work.get() + border + length);
+        fft.realForward(work.get(), re.get(), im.get());
+        const double* xr = spectraRe.get() + c * bins;
+        const double* xi = spectraIm.get() + c * bins;
+        for (int k = 0; k < bins; ++k) {
+            accRe[k] += xr[k] * re[k] + xi[k] * im[k];
+            accIm[k] += xi[k] * re[k] - xr[k] * im[k];
+        }
+    }
+    fft.realInverse(accRe.get(), accIm.get(), work.get());
+    return windowEnergy(hole - border, length, border);
+}
+
+double PatternSearch::fill(int hole, int length, int border, double* const* out)
+{
+    for (int c = 0; c < channels; ++c) std::fill_n(out[c], length, 0.0);
+    border = std::min(border, hole);
+    if (border <= 0 || hole + length + border > count_) return 0.0;
+    const double templateEnergy = correlationAt(hole, length, border);
+    if (!(templateEnergy > 0.0)) return 0.0;
+    const int span = 2 * border + length;
+    int best = -1;
+    double bestScore = 0.0;
+    for (int u = 0; u + span <= count_; ++u) {
+        if (u < hole + length && u + span > hole) continue;
+        const double e = windowEnergy(u, length, border);
+        if (!(e > 1e-12 * templateEnergy)) continue;
+        const double score = work[u] / std::sqrt(e * templateEnergy);
+        if (score > bestScore) {
+            bestScore = score;
+            best = u;
+        }
+    }
+    if (best < 0) return 0.0;
+    const double gain = work[best] / windowEnergy(best, length, border);
+    for (int c = 0; c < channels; ++c)
+        for (int i = 0; i < length; ++i) out[c][i] = gain * segments_[c][best + border + i];
+    return bestScore;
+}
