@@ -6,8 +6,8 @@ FrameDeclipper::Settings FrameDeclipper::Settings::forSampleRate(int sampleRate)
 {
     Settings settings;
     int length = 256;
-    // Nearest in log: step up while rate / 10 lies above the geometric midpoint.
-    while (length < 8192 && static_cast<double>(sampleRate) / 10.0 > length * 1.4142135623730951) length *= 2;
+    // Nearest in log: step up while 0.15 s lies above the geometric midpoint.
+    while (length < 8192 && sampleRate * 0.15 > length * 1.4142135623730951) length *= 2;
     settings.frameLength = length;
     return settings;
 }
