@@ -75,4 +75,12 @@ TEST(FrameDeclipper, FramesLastAboutASixthOfASecond)
     EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(384000).frameLength, 8192);
 }
 
+TEST(FrameDeclipper, OversamplesOnlyShortFrames)
+{
+    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(44100).redundancy, 1);
+    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(22050).redundancy, 1);
+    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(16000).redundancy, 2);
+    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(8000).redundancy, 2);
+}
+
 }  // namespace
