@@ -39,6 +39,6 @@ void restoreClipped(benchmark::State& state)
                                                       benchmark::Counter::kIsIterationInvariantRate);
 }
 
-BENCHMARK(restoreClipped)->ArgName("input_sdr_db")->Arg(1)->Arg(3)->Arg(7)->Arg(10)->Arg(20)->Unit(benchmark::kMillisecond);
+BENCHMARK(restoreClipped)->ArgName("input_sdr_db")->Arg(1)->Arg(3)->Arg(5)->Arg(7)->Arg(10)->Arg(15)->Arg(20)->Unit(benchmark::kMillisecond);
 
 }  // namespace

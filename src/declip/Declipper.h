@@ -1,5 +1,5 @@
 // Restores the clipped samples of one channel over any stretch of it, frame by
-// frame: Hann frames of N samples (about 0.1 s) every N/4 samples on a grid fixed to
+// frame: Hann frames of N samples (about 0.15 s) every N/4 samples on a grid fixed to
 // absolute sample positions, and only the frames that hold a clipped sample are
 // solved (FrameDeclipper); the others cost nothing. A clipped sample's value is
 // the overlap-add of its frames' solutions divided by the sum of their windows,

@@ -64,14 +64,23 @@ TEST(FrameDeclipper, GivesTheSameBitsEveryTime)
 
 namespace {
 
-TEST(FrameDeclipper, FramesLastAboutATenthOfASecond)
+TEST(FrameDeclipper, FramesLastAboutASixthOfASecond)
 {
-    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(44100).frameLength, 4096);
-    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(48000).frameLength, 4096);
-    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(22050).frameLength, 2048);
+    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(44100).frameLength, 8192);
+    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(48000).frameLength, 8192);
+    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(22050).frameLength, 4096);
+    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(16000).frameLength, 2048);
     EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(8000).frameLength, 1024);
     EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(1000).frameLength, 256);
     EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(384000).frameLength, 8192);
+}
+
+TEST(FrameDeclipper, OversamplesOnlyShortFrames)
+{
+    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(44100).redundancy, 1);
+    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(22050).redundancy, 1);
+    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(16000).redundancy, 2);
+    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(8000).redundancy, 2);
 }
 
 }  // namespace
