@@ -21,8 +21,9 @@ double updatedError(double error, double reflection)
     return error - reflection * reflection * error;
 }
 
-// Levinson-Durbin keeping every order in `rows`; errors may be null.
-void levinsonDurbinTable(const double* r, double** rows, int order, double* errors)
+// Levinson-Durbin keeping every order in `rows`; errors may be null. Returns the
+// highest order whose row it completed.
+int levinsonDurbinTable(const double* r, double** rows, int order, double* errors)
 {
     const double k1 = -r[1] / r[0];
     rows[0][0] = 1.0;
@@ -38,13 +39,14 @@ void levinsonDurbinTable(const double* r, double** rows, int order, double* erro
         const double k = -predictionCorrelation(previous, r, m) / error;
         if (isUnstable(k)) {
             for (int j = m; j <= order; ++j) row[j] = 0.0;
-            return;
+            return m - 1;
         }
         for (int j = 1; j < m; ++j) row[j] = previous[j] + k * previous[m - j];
         row[m] = k;
         error = updatedError(error, k);
         if (errors != nullptr) errors[m] = error;
     }
+    return order > 1 ? order : 1;
 }
 
 }  // namespace
@@ -96,9 +98,9 @@ void levinsonDurbinOrders(const double* r, double** rows, int order, double* ord
     levinsonDurbinTable(r, rows, order, orderErrors);
 }
 
-void levinsonDurbinRows(const double* r, double** rows, int order)
+int levinsonDurbinRows(const double* r, double** rows, int order)
 {
-    levinsonDurbinTable(r, rows, order, nullptr);
+    return levinsonDurbinTable(r, rows, order, nullptr);
 }
 
 namespace {

@@ -30,8 +30,10 @@ void levinsonDurbin(const double* autocorrelation, double* coefficients, int ord
 void levinsonDurbinOrders(const double* autocorrelation, double** rows, int order,
                           double* orderErrors);
 
-// levinsonDurbinOrders without the error output.
-void levinsonDurbinRows(const double* autocorrelation, double** rows, int order);
+// levinsonDurbinOrders without the error output. Returns the highest order whose row
+// it completed: `order` (at least 1), or m - 1 when step m was unstable. An unstable
+// step m writes only entries 0 and m..order of row m; later rows keep what they held.
+int levinsonDurbinRows(const double* autocorrelation, double** rows, int order);
 
 // Burg's method from samples. Returns 0, or -1 when a stage's residual energy is
 // exactly zero (coefficients then hold 1.0 and zeros).

@@ -30,6 +30,9 @@ inline int rand() noexcept
     return static_cast<int>((state >> 16) & 0x7fffu);
 }
 
+// This thread's generator state: srand(randState()) later resumes the sequence here.
+inline std::uint32_t randState() noexcept { return detail::classicRandState; }
+
 // Restarts this thread's sequence; seed 1 gives the sequence of a fresh thread.
 void srand(unsigned int seed) noexcept;
 

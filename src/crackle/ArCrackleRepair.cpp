@@ -33,7 +33,10 @@ ArCrackleRepair::ArCrackleRepair(int channels, int /*requestedMaxSpan*/, int blo
       spans_(blockSize / 2 + 1),
       gapSolver_(std::make_unique<ArWorkspace>(2 * maxSpanLength, maxSpanLength)),
       correlator_(std::make_unique<standardLib::Correlation<double>>(correlationSize)),
-      passes_(passes)
+      passes_(passes),
+      deferred_(deferredCapacity),
+      deferredSamples_(deferredCapacity, std::min(blockSize, correlationSize)),
+      replayRows_(3, 3)
 {
     // Periodic Hann, scaled by 1/blockSize.
     for (int k = 0; k < blockSize_; ++k) {
@@ -53,6 +56,19 @@ void ArCrackleRepair::reset()
     std::fill(spanStart_.begin(), spanStart_.end(), 0);
     std::fill(spanEnd_.begin(), spanEnd_.end(), 0);
     gapSolver_->clear();
+    deferredCount_ = 0;  // their rows were cleared with the table
+}
+
+void ArCrackleRepair::setDeferredLimit(int blocks)
+{
+    settleDeferred(true);
+    deferredLimit_ = std::clamp(blocks, 0, deferredCapacity);
+}
+
+const double* ArCrackleRepair::modelRow(int order)
+{
+    if (order <= 2) settleDeferred(true);
+    return lpcRows_[order];
 }
 
 int ArCrackleRepair::process(float** in, float** out, int** marks)
@@ -86,6 +102,10 @@ void ArCrackleRepair::repairChannel(int c)
     // The model order follows the longest span, so every span finds its row.
     int order = 2 * (longest > 0 ? longest : 1);
     if (order >= maxOrder_) order = maxOrder_ - 1;
+    if (spanCount == 0 && deferredLimit_ > 0) {
+        deferEstimates(c);
+        return;
+    }
     for (int pass = 0; pass < passes_; ++pass) {
         estimateModel(c, order);
         for (int s = 0; s < spanCount; ++s) solveSpan(c, spans_[s].first, spans_[s].second);
@@ -94,6 +114,20 @@ void ArCrackleRepair::repairChannel(int c)
 
 void ArCrackleRepair::estimateModel(int c, int order)
 {
+    correlateBlock(workSamples_[c] + historyLength(), order);
+    if (!(autocorr_[0] > silentEnergy)) {
+        settleDeferred(true);  // the block keeps the whole model
+        return;
+    }
+    const int completed = levinsonDurbinRows(autocorr_.data(), lpcRows_.rows(), order);
+    // A stop at the second order leaves row 2's entry 1 as it was; any later stop
+    // has rewritten everything a waiting estimate could have written.
+    if (completed < 2) settleDeferred(false);
+    deferredCount_ = 0;
+}
+
+void ArCrackleRepair::correlateBlock(const float* block, int order)
+{
     // The correlator reads only the first correlationSize samples of what it is
     // given, so only those are weighted; the dither of the rest of the block is still
     // drawn (skipped over) so that the sequence moves on by one value per sample.
@@ -101,7 +135,6 @@ void ArCrackleRepair::estimateModel(int c, int order)
     int* draws = ditherDraws_.data();
     ferrotip::randFill(draws, used);
     ferrotip::randSkip(static_cast<std::uint64_t>(blockSize_ - used));
-    const float* block = workSamples_[c] + historyLength();
     double* weighted = windowedBlock_.data();
     const double* window = hannWindow_.data();
     for (int k = 0; k < used; ++k) {
@@ -109,7 +142,59 @@ void ArCrackleRepair::estimateModel(int c, int order)
         weighted[k] = static_cast<double>(block[k]) * window[k] + static_cast<double>(dither);
     }
     correlator_->autocorrelate(weighted, used, autocorr_.data(), order + 1);
-    if (autocorr_[0] > silentEnergy) levinsonDurbinRows(autocorr_.data(), lpcRows_.rows(), order);
+}
+
+void ArCrackleRepair::deferEstimates(int c)
+{
+    if (passes_ <= 0) return;
+    if (deferredCount_ == deferredLimit_) settleDeferred(true);
+    deferred_[deferredCount_] = {ferrotip::randState(), passes_};
+    std::copy_n(workSamples_[c] + historyLength(), deferredSamples_.columnCount(), deferredSamples_[deferredCount_]);
+    ++deferredCount_;
+    // Each pass draws one dither value per sample of the block.
+    ferrotip::randSkip(static_cast<std::uint64_t>(blockSize_) * static_cast<std::uint64_t>(passes_));
+}
+
+int ArCrackleRepair::replayEstimate(int slot, int pass)
+{
+    // The order-2 estimate of the block's pass, into replayRows_, on the dither it
+    // drew then; this thread's sequence is left where it was. 0 for a silent block,
+    // else the order Levinson completed.
+    const std::uint32_t current = ferrotip::randState();
+    ferrotip::srand(deferred_[slot].randState);
+    ferrotip::randSkip(static_cast<std::uint64_t>(blockSize_) * static_cast<std::uint64_t>(pass));
+    correlateBlock(deferredSamples_[slot], 2);
+    ferrotip::srand(current);
+    if (!(autocorr_[0] > silentEnergy)) return 0;
+    return levinsonDurbinRows(autocorr_.data(), replayRows_.rows(), 2);
+}
+
+void ArCrackleRepair::settleDeferred(bool wholeModel)
+{
+    // Newest first: the newest estimate that was not silent wrote rows 0 and 1 and
+    // entries 0 and 2 of row 2; entry 1 of row 2 comes from the newest one that was
+    // also stable at the second order. What no waiting estimate wrote stays.
+    bool needEntries = wholeModel;
+    for (int slot = deferredCount_ - 1; slot >= 0; --slot) {
+        for (int pass = deferred_[slot].passes - 1; pass >= 0; --pass) {
+            const int completed = replayEstimate(slot, pass);
+            if (completed == 0) continue;
+            if (needEntries) {
+                lpcRows_[0][0] = replayRows_[0][0];
+                lpcRows_[1][0] = replayRows_[1][0];
+                lpcRows_[1][1] = replayRows_[1][1];
+                lpcRows_[2][0] = replayRows_[2][0];
+                lpcRows_[2][2] = replayRows_[2][2];
+                needEntries = false;
+            }
+            if (completed >= 2) {
+                lpcRows_[2][1] = replayRows_[2][1];
+                deferredCount_ = 0;
+                return;
+            }
+        }
+    }
+    deferredCount_ = 0;
 }
 
 template <typename OnSpan>

@@ -8,8 +8,16 @@
 // rewritten with the marks of the samples handed back. in and out may be the same
 // arrays. Construction allocates everything; process allocates nothing. The dither
 // uses this thread's ferrotip::rand sequence. One thread at a time.
+//
+// A block without spans only ever writes rows 0..2 of the model table, which are read
+// again only by a later block that keeps rows it did not write (silent, or unstable
+// at the second order) or through modelRow. Such a block therefore just moves the
+// dither sequence on and keeps its samples and dither state; its estimates are
+// replayed, newest first, only when their rows are read or the queue is full. The
+// table and the dither sequence are bit for bit those of estimating every block.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -31,8 +39,13 @@ public:
     void setPasses(int passes) { passes_ = passes; }
     int getLatency() const { return 3 * maxSpan_; }
 
+    // Channel blocks without spans whose estimates may wait, up to deferredCapacity;
+    // 0 estimates every block at once (the reference for the waiting path).
+    static constexpr int deferredCapacity = 16;
+    void setDeferredLimit(int blocks);
+
     // Row `order` of the model table as the last estimation left it.
-    const double* modelRow(int order) const { return lpcRows_[order]; }
+    const double* modelRow(int order);
     int passes() const { return passes_; }
     // Bounds of the last span the last scan of the channel met.
     int lastSpanStart(int channel) const { return spanStart_[channel]; }
@@ -48,6 +61,10 @@ private:
 
     void repairChannel(int c);
     void estimateModel(int c, int order);
+    void correlateBlock(const float* block, int order);
+    void deferEstimates(int c);
+    int replayEstimate(int slot, int pass);
+    void settleDeferred(bool wholeModel);
     void solveSpan(int c, int start, int end);
     template <typename OnSpan>
     void scanSpans(int c, OnSpan onSpan);
@@ -76,4 +93,15 @@ private:
     std::unique_ptr<ArWorkspace> gapSolver_;
     std::unique_ptr<standardLib::Correlation<double>> correlator_;
     int passes_;
+    // Waiting estimates, oldest first: the correlator's samples of a channel block and
+    // the dither state before its first pass.
+    struct DeferredBlock {
+        std::uint32_t randState;
+        int passes;
+    };
+    std::vector<DeferredBlock> deferred_;
+    standardLib::CBuffer2D<float> deferredSamples_;
+    int deferredCount_ = 0;
+    int deferredLimit_ = deferredCapacity;
+    standardLib::CBuffer2D<double> replayRows_;  // rows 0..2 of a replayed estimate
 };

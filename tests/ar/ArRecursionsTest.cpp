@@ -204,6 +204,19 @@ TEST(LevinsonDurbinRows, MatchesOrdersWithoutErrors)
     EXPECT_EQ(withErrors.storage, without.storage);
 }
 
+TEST(LevinsonDurbinRows, ReturnsTheHighestOrderItCompleted)
+{
+    const double stable[] = {3.0, 1.2, 0.4, -0.1, 0.05};
+    RowTable table(4);
+    EXPECT_EQ(levinsonDurbinRows(stable, table.rows.data(), 4), 4);
+    EXPECT_EQ(levinsonDurbinRows(stable, table.rows.data(), 0), 1);  // the first order is always formed
+    // k1 = 0, then k2 = 1.5: the recursion stops at the second order.
+    const double unstable[] = {1.0, 0.0, -1.5, 0.0};
+    RowTable stopped(3);
+    EXPECT_EQ(levinsonDurbinRows(unstable, stopped.rows.data(), 3), 1);
+    EXPECT_EQ(stopped.rows[2][1], -7.0);  // entry 1 of the stopped row untouched
+}
+
 TEST(Burg, AllZeroSamplesFailAtStageZero)
 {
     const std::vector<double> x(64, 0.0);
