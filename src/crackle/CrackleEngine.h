@@ -48,6 +48,7 @@ public:
     const int* marks(int channel) const { return markBuffer_[channel]; }
     const Detector& detector() const { return *detector_; }
     const ArCrackleRepair& repair() const { return *repair_; }
+    ArCrackleRepair& repair() { return *repair_; }
 
 private:
     static constexpr int warmupBlockCount = 2;
