@@ -85,23 +85,24 @@ void referenceFill(std::vector<std::vector<float>>& window, int gapStart, int ga
 
 }  // namespace
 
-std::vector<Recording> loadMusic(int files, double seconds)
+std::vector<Recording> loadMusic(int files, double seconds, const std::string& folder, int skip)
 {
     std::vector<Recording> music;
-    for (const auto& path : sortedFiles("/usr/share/games/hedgewars/Data/Music", ".ogg")) {
+    for (const auto& path : sortedFiles(folder, ".ogg")) {
         if (static_cast<int>(music.size()) >= files) break;
+        if (skip > 0) { --skip; continue; }
         Recording r = readPart(path, 30.0, seconds);
         if (r.rate > 0 && r.channels[0].size() > 0) music.push_back(std::move(r));
     }
     return music;
 }
 
-std::vector<Recording> loadSpeech()
+std::vector<Recording> loadSpeech(const std::vector<std::string>& languages)
 {
     Recording joined;
     joined.name = "speech";
-    for (const char* language : {"en", "de"}) {
-        for (const auto& path : sortedFiles(std::string("/usr/share/ktuberling/sounds/") + language, ".ogg")) {
+    for (const auto& language : languages) {
+        for (const auto& path : sortedFiles("/usr/share/ktuberling/sounds/" + language, ".ogg")) {
             Recording r = readPart(path, 0.0, 0.0);
             if (r.rate == 0 || (joined.rate != 0 && r.rate != joined.rate)) continue;
             joined.rate = r.rate;

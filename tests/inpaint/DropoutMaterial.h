@@ -18,10 +18,14 @@ struct Recording {
     std::vector<std::vector<float>> channels;  // at least two
 };
 
-// `files` music pieces, `seconds` of each from 30 s in; empty when none are installed.
-std::vector<Recording> loadMusic(int files, double seconds);
-// Every installed English and German word, joined into one recording.
-std::vector<Recording> loadSpeech();
+inline constexpr const char* musicFolder = "/usr/share/games/hedgewars/Data/Music";
+
+// `files` music pieces of `folder` after the first `skip` (in name order), `seconds` of
+// each from 30 s in; empty when none are installed.
+std::vector<Recording> loadMusic(int files, double seconds, const std::string& folder = musicFolder, int skip = 0);
+// Every installed stereo word of the languages (English and German unless told), joined
+// into one recording.
+std::vector<Recording> loadSpeech(const std::vector<std::string>& languages = {"en", "de"});
 
 struct Gap {
     int recording;

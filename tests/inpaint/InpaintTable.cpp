@@ -1,7 +1,9 @@
 // Prints the mean gap SNR (dB) of every filler on music and speech, one row per
 // material and gap length, all measured in one run on the same seeded gaps.
 //   inpaint_table [--gaps N] [--long-gaps N] [--lengths 5,10,...] [--fillers zero,m0,...]
-//                 [--materials music,speech] [--files N]
+//                 [--materials music,speech] [--files N] [--seed N] [--music-dir DIR]
+//                 [--skip-files N] [--languages en,de]
+// (other seeds, folders and languages check a change on material it was not tuned on)
 // Fillers: zero, m0..m6 (the module's methods), classic and gapwise (the plain
 // references; at 100 ms and above on the first --long-gaps gaps only, as they are
 // slow), inpaint, auto. INPAINT_CANDIDATES (a comma list of candidates, each
@@ -93,6 +95,8 @@ int main(int argc, char** argv)
     std::string lengths = "5,10,20,50,100,249";
     std::string fillers = "zero,m0,m1,m2,m3,m4,m5,m6,classic,gapwise,inpaint,auto";
     std::string materials = "music,speech";
+    std::string musicDir = musicFolder, languages = "en,de";
+    int seed = 19, skipFiles = 0;
     for (int i = 1; i + 1 < argc; i += 2) {
         const std::string option = argv[i], value = argv[i + 1];
         if (option == "--gaps") gapCount = std::atoi(value.c_str());
@@ -101,6 +105,10 @@ int main(int argc, char** argv)
         else if (option == "--fillers") fillers = value;
         else if (option == "--materials") materials = value;
         else if (option == "--files") files = std::atoi(value.c_str());
+        else if (option == "--seed") seed = std::atoi(value.c_str());
+        else if (option == "--music-dir") musicDir = value;
+        else if (option == "--skip-files") skipFiles = std::atoi(value.c_str());
+        else if (option == "--languages") languages = value;
     }
     std::printf("| gap |");
     for (const auto& f : split(fillers)) std::printf(" %s |", f.c_str());
@@ -108,12 +116,13 @@ int main(int argc, char** argv)
     for (std::size_t i = 0; i < split(fillers).size(); ++i) std::printf("---|");
     std::printf("\n");
     for (const auto& material : split(materials)) {
-        const auto recordings = material == "music" ? loadMusic(files, 20.0) : loadSpeech();
+        const auto recordings = material == "music" ? loadMusic(files, 20.0, musicDir, skipFiles)
+                                                      : loadSpeech(split(languages));
         if (recordings.empty()) { std::printf("(no %s installed)\n", material.c_str()); continue; }
         const int margin = comparisonMargin(recordings[0].rate);
         for (const auto& length : split(lengths)) {
             const double ms = std::atof(length.c_str());
-            const auto gaps = makeGaps(recordings, ms, gapCount, 19, margin);
+            const auto gaps = makeGaps(recordings, ms, gapCount, seed, margin);
             std::printf("| %s, %s ms |", material.c_str(), length.c_str());
             std::fflush(stdout);
             for (const auto& f : split(fillers)) {
