@@ -17,6 +17,7 @@
 // One thread at a time per object.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -66,4 +67,5 @@ private:
     std::vector<float> padded_;
     std::vector<float> specRe_, specIm_, dualRe_, dualIm_, targetRe_, targetIm_;
     std::vector<float> magnitude_, ranked_;
+    std::vector<std::uint32_t> selection_;
 };
