@@ -15,10 +15,18 @@ std::int64_t floorDivide(std::int64_t value, std::int64_t divisor)
     return (value % divisor != 0 && value < 0) ? quotient - 1 : quotient;
 }
 
+FrameDeclipper::Settings withPlainDft(FrameDeclipper::Settings settings)
+{
+    settings.redundancy = 1;
+    return settings;
+}
+
 }  // namespace
 
 Declipper::Declipper(const FrameDeclipper::Settings& settings)
-    : frame_(settings),
+    : heavyShare_(settings.heavyShare),
+      heavy_(settings),
+      light_(withPlainDft(settings)),
       hann_(settings.frameLength),
       samples_(settings.frameLength),
       lower_(settings.frameLength),
@@ -29,11 +37,11 @@ Declipper::Declipper(const FrameDeclipper::Settings& settings)
         hann_[n] = static_cast<float>(0.5 - 0.5 * standardLib::cosine(twoPi * n / length));
 }
 
-// Windows the frame at window[start ..] into samples_ with its bounds; false when
-// it holds no clipped sample.
-bool Declipper::loadFrame(const float* window, std::int64_t length, std::int64_t start, ClipLevels levels)
+// Windows the frame at window[start ..] into samples_ with its bounds; returns the
+// number of clipped samples it holds.
+int Declipper::loadFrame(const float* window, std::int64_t length, std::int64_t start, ClipLevels levels)
 {
-    bool clipped = false;
+    int clipped = 0;
     for (int n = 0; n < frameLength(); ++n) {
         const std::int64_t at = start + n;
         const float x = (at >= 0 && at < length) ? window[at] : 0.0f;
@@ -42,7 +50,7 @@ bool Declipper::loadFrame(const float* window, std::int64_t length, std::int64_t
         samples_[n] = windowed;
         lower_[n] = sign < 0 ? -ClipLevels::none : windowed;
         upper_[n] = sign > 0 ? ClipLevels::none : windowed;
-        clipped = clipped || sign != 0;
+        clipped += sign != 0 ? 1 : 0;
     }
     return clipped;
 }
@@ -69,8 +77,10 @@ Declipper::Stats Declipper::restore(const float* window, std::int64_t length, st
         for (std::int64_t i = overlapFirst; i < overlapEnd && !clippedInside; ++i)
             clippedInside = levels.sign(window[i]) != 0;
         if (!clippedInside) continue;
-        loadFrame(window, length, start, levels);
-        stats.iterations += frame_.restore(samples_.data(), lower_.data(), upper_.data());
+        const int clipped = loadFrame(window, length, start, levels);
+        const bool heavy = static_cast<double>(clipped) / frameLength() > heavyShare_;
+        FrameDeclipper& solver = heavy ? heavy_ : light_;
+        stats.iterations += solver.restore(samples_.data(), lower_.data(), upper_.data());
         ++stats.framesSolved;
         // Least-squares overlap-add: each frame's estimate of w * x, weighted by w.
         for (std::int64_t i = overlapFirst; i < overlapEnd; ++i) {

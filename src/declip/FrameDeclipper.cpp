@@ -14,8 +14,8 @@ FrameDeclipper::Settings FrameDeclipper::Settings::forSampleRate(int sampleRate)
     // A long frame already resolves frequency finely (5.4 Hz at 8192 samples and
     // 44.1 kHz): oversampling it gains little and doubles every iteration's cost,
     // which the heavily clipped frames spend better on their longer search. A short
-    // one (1024 samples at 8 kHz) keeps the oversampling, which restores the most
-    // heavily clipped speech about 1.5 dB better.
+    // one (1024 samples at 8 kHz) keeps the oversampling for its heavily clipped
+    // frames, which restores the most heavily clipped speech about 1.5 dB better.
     if (length >= 4096) settings.redundancy = 1;
     return settings;
 }

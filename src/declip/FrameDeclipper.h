@@ -27,7 +27,8 @@ class FrameDeclipper {
 public:
     struct Settings {
         int frameLength = 2048;
-        int redundancy = 2;       // DFT size / frame length (1: the plain DFT of the frame)
+        int redundancy = 2;       // DFT size / frame length (1: the plain DFT of the frame); Declipper
+                                  // uses it for heavily clipped frames only
         int sparsityStep = 2;     // bins added to k per iteration
         int sparsityShift = 4;    // and k >> sparsityShift more (0: none): about 6% a step
         float tolerance = 0.05f;  // stop when ||A x - z|| <= tolerance * ||frame||
