@@ -6,9 +6,9 @@
 # thread each, so a busy machine does not skew the ratio) of each, and ferrotip's
 # real-time factor at 7 dB. adeclip's cost grows with the cube of the clipped
 # samples per window (about a minute per second of music at 1 dB), so the heavy
-# clipping levels of music use excerpts of a few seconds, and of speech (8 kHz, far
-# cheaper) 10 s; the other levels use 30 s, so that the processor time measures the
-# processing rather than the start of either program. Not run by CI.
+# clipping levels of music use excerpts of a few seconds (10 s at 10 dB), and of
+# speech (8 kHz, far cheaper) 10 s; the other levels use 30 s, so that the processor
+# time measures the processing rather than the start of either program. Not run by CI.
 #
 #   scripts/bench-declip.sh [BUILD_DIR]   (default: build-release; needs the ferrotip
 #                                          and declip_material targets)
@@ -29,7 +29,7 @@ levels=(1 3 5 7 10 15 20)
 # seconds_at KIND SDR: the excerpt's length.
 seconds_at() {
   case $1-$2 in
-    music-1) echo 1 ;; music-3) echo 2 ;; music-5|music-7) echo 3 ;; speech-1|speech-3) echo 10 ;; *) echo 30 ;;
+    music-1) echo 1 ;; music-3) echo 2 ;; music-5|music-7) echo 3 ;; music-10|speech-1|speech-3) echo 10 ;; *) echo 30 ;;
   esac
 }
 # cpu_seconds LOG COMMAND...: runs COMMAND, stdout to LOG, prints its user + system time.
