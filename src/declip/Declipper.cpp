@@ -15,10 +15,27 @@ std::int64_t floorDivide(std::int64_t value, std::int64_t divisor)
     return (value % divisor != 0 && value < 0) ? quotient - 1 : quotient;
 }
 
+// Whether window[first, end) holds a clipped sample (positions outside the window
+// hold reliable zeros).
+bool holdsClipped(const float* window, std::int64_t length, std::int64_t first, std::int64_t end, ClipLevels levels)
+{
+    for (std::int64_t i = std::max<std::int64_t>(first, 0); i < std::min(end, length); ++i)
+        if (levels.sign(window[i]) != 0) return true;
+    return false;
+}
+
+FrameDeclipper::Settings withPlainDft(FrameDeclipper::Settings settings)
+{
+    settings.redundancy = 1;
+    return settings;
+}
+
 }  // namespace
 
 Declipper::Declipper(const FrameDeclipper::Settings& settings)
-    : frame_(settings),
+    : heavyShare_(settings.heavyShare),
+      heavy_(settings),
+      light_(withPlainDft(settings)),
       hann_(settings.frameLength),
       samples_(settings.frameLength),
       lower_(settings.frameLength),
@@ -29,11 +46,11 @@ Declipper::Declipper(const FrameDeclipper::Settings& settings)
         hann_[n] = static_cast<float>(0.5 - 0.5 * standardLib::cosine(twoPi * n / length));
 }
 
-// Windows the frame at window[start ..] into samples_ with its bounds; false when
-// it holds no clipped sample.
-bool Declipper::loadFrame(const float* window, std::int64_t length, std::int64_t start, ClipLevels levels)
+// Windows the frame at window[start ..] into samples_ with its bounds; returns the
+// number of clipped samples it holds.
+int Declipper::loadFrame(const float* window, std::int64_t length, std::int64_t start, ClipLevels levels)
 {
-    bool clipped = false;
+    int clipped = 0;
     for (int n = 0; n < frameLength(); ++n) {
         const std::int64_t at = start + n;
         const float x = (at >= 0 && at < length) ? window[at] : 0.0f;
@@ -42,7 +59,7 @@ bool Declipper::loadFrame(const float* window, std::int64_t length, std::int64_t
         samples_[n] = windowed;
         lower_[n] = sign < 0 ? -ClipLevels::none : windowed;
         upper_[n] = sign > 0 ? ClipLevels::none : windowed;
-        clipped = clipped || sign != 0;
+        clipped += sign != 0 ? 1 : 0;
     }
     return clipped;
 }
@@ -58,19 +75,26 @@ Declipper::Stats Declipper::restore(const float* window, std::int64_t length, st
     weight_.assign(count, 0.0);
 
     // Frames on the absolute grid that overlap [from, to); only those with a clipped
-    // sample inside [from, to) matter there.
+    // sample inside [from, to) matter there. Of those, a frame is solved only when its
+    // central half holds a clipped sample: every clipped sample lies in the central
+    // halves of two frames, which restore it, while a frame that holds clipped
+    // samples only near its ends (where its window is below one half) would add
+    // little to them at the full cost of a frame. Whether a frame is solved depends
+    // on its own samples only, so the result does not depend on the cut.
+    const std::int64_t quarter = frameLength() / 4;
     const std::int64_t firstFrame = floorDivide(origin + from - frameLength() + 1, hop());
     const std::int64_t lastFrame = floorDivide(origin + to - 1, hop());
     for (std::int64_t index = firstFrame; index <= lastFrame; ++index) {
         const std::int64_t start = index * hop() - origin;
         const std::int64_t overlapFirst = std::max(start, from);
         const std::int64_t overlapEnd = std::min(start + frameLength(), to);
-        bool clippedInside = false;
-        for (std::int64_t i = overlapFirst; i < overlapEnd && !clippedInside; ++i)
-            clippedInside = levels.sign(window[i]) != 0;
-        if (!clippedInside) continue;
-        loadFrame(window, length, start, levels);
-        stats.iterations += frame_.restore(samples_.data(), lower_.data(), upper_.data());
+        if (!holdsClipped(window, length, overlapFirst, overlapEnd, levels) ||
+            !holdsClipped(window, length, start + quarter, start + frameLength() - quarter, levels))
+            continue;
+        const int clipped = loadFrame(window, length, start, levels);
+        const bool heavy = static_cast<double>(clipped) / frameLength() > heavyShare_;
+        FrameDeclipper& solver = heavy ? heavy_ : light_;
+        stats.iterations += solver.restore(samples_.data(), lower_.data(), upper_.data());
         ++stats.framesSolved;
         // Least-squares overlap-add: each frame's estimate of w * x, weighted by w.
         for (std::int64_t i = overlapFirst; i < overlapEnd; ++i) {

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "declip/LargestValues.h"
+
 FrameDeclipper::Settings FrameDeclipper::Settings::forSampleRate(int sampleRate)
 {
     Settings settings;
@@ -12,8 +14,8 @@ FrameDeclipper::Settings FrameDeclipper::Settings::forSampleRate(int sampleRate)
     // A long frame already resolves frequency finely (5.4 Hz at 8192 samples and
     // 44.1 kHz): oversampling it gains little and doubles every iteration's cost,
     // which the heavily clipped frames spend better on their longer search. A short
-    // one (1024 samples at 8 kHz) keeps the oversampling, which restores the most
-    // heavily clipped speech about 1.5 dB better.
+    // one (1024 samples at 8 kHz) keeps the oversampling for its heavily clipped
+    // frames, which restores the most heavily clipped speech about 1.5 dB better.
     if (length >= 4096) settings.redundancy = 1;
     return settings;
 }
@@ -25,7 +27,7 @@ FrameDeclipper::FrameDeclipper(const Settings& settings)
       fft_(size_),
       padded_(size_),
       specRe_(bins_), specIm_(bins_), dualRe_(bins_), dualIm_(bins_), targetRe_(bins_), targetIm_(bins_),
-      magnitude_(bins_), ranked_(bins_)
+      magnitude_(bins_), ranked_(bins_), selection_(bins_)
 {
 }
 
@@ -62,11 +64,9 @@ void FrameDeclipper::keepLargest(int k)
         magnitude_[bin] = squareRe + squareIm;
     }
     if (k >= bins_) return;
-    // The k-th largest magnitude is the same value whatever the sort's tie order;
-    // keeping every bin at or above it keeps the result independent of that order.
-    ranked_ = magnitude_;
-    std::nth_element(ranked_.begin(), ranked_.begin() + (k - 1), ranked_.end(), std::greater<float>());
-    const float threshold = ranked_[k - 1];
+    // Keeping every bin at or above the k-th largest magnitude keeps the result
+    // independent of the order among equal magnitudes.
+    const float threshold = kthLargest(magnitude_.data(), bins_, k, selection_);
     for (int bin = 0; bin < bins_; ++bin) {
         if (magnitude_[bin] < threshold) targetRe_[bin] = targetIm_[bin] = 0.0f;
     }

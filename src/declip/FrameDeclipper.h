@@ -17,6 +17,7 @@
 // One thread at a time per object.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -26,7 +27,8 @@ class FrameDeclipper {
 public:
     struct Settings {
         int frameLength = 2048;
-        int redundancy = 2;       // DFT size / frame length (1: the plain DFT of the frame)
+        int redundancy = 2;       // DFT size / frame length (1: the plain DFT of the frame); Declipper
+                                  // uses it for heavily clipped frames only
         int sparsityStep = 2;     // bins added to k per iteration
         int sparsityShift = 4;    // and k >> sparsityShift more (0: none): about 6% a step
         float tolerance = 0.05f;  // stop when ||A x - z|| <= tolerance * ||frame||
@@ -66,4 +68,5 @@ private:
     std::vector<float> padded_;
     std::vector<float> specRe_, specIm_, dualRe_, dualIm_, targetRe_, targetIm_;
     std::vector<float> magnitude_, ranked_;
+    std::vector<std::uint32_t> selection_;
 };

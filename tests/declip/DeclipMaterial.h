@@ -3,7 +3,9 @@
 // samples) and speech from ktuberling-data (French, Italian, Spanish and Dutch
 // words). An excerpt is the first channel of files picked with the classic 15-bit
 // generator from `seed`, joined end to end until `seconds` are gathered, at the
-// first file's rate, scaled to a peak of 0.9. Empty when the files are missing.
+// first file's rate, scaled to a peak of 0.9. Files that are clipped already (a
+// distorted sine, loud loops, some of the words) are left out: a clean reference
+// must hold the peaks a declipper is asked to restore. Empty when the files are missing.
 #pragma once
 
 #include <sndfile.h>
@@ -15,6 +17,7 @@
 #include <vector>
 
 #include "ar/ClassicRand.h"
+#include "declip/ClipLevelFinder.h"
 
 namespace declipmaterial {
 
@@ -59,6 +62,13 @@ inline void appendFile(const std::string& path, Excerpt& excerpt)
     sf_close(file);
 }
 
+inline bool clippedAlready(const std::vector<float>& samples)
+{
+    ClipLevelFinder finder;
+    finder.add(samples.data(), static_cast<std::int64_t>(samples.size()));
+    return finder.levels().any();
+}
+
 inline Excerpt excerpt(const std::vector<std::string>& files, unsigned seed, double seconds)
 {
     Excerpt result;
@@ -66,7 +76,11 @@ inline Excerpt excerpt(const std::vector<std::string>& files, unsigned seed, dou
     ferrotip::srand(seed);
     for (int attempt = 0; attempt < 1000; ++attempt) {
         if (result.sampleRate > 0 && result.samples.size() >= seconds * result.sampleRate) break;
-        appendFile(files[static_cast<std::size_t>(ferrotip::rand()) % files.size()], result);
+        Excerpt file{{}, result.sampleRate};
+        appendFile(files[static_cast<std::size_t>(ferrotip::rand()) % files.size()], file);
+        if (file.samples.empty() || clippedAlready(file.samples)) continue;
+        result.sampleRate = file.sampleRate;
+        result.samples.insert(result.samples.end(), file.samples.begin(), file.samples.end());
     }
     if (result.sampleRate > 0) result.samples.resize(std::min<std::size_t>(result.samples.size(), seconds * result.sampleRate));
     float peak = 0.0f;

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <vector>
 
 #include "declip/HardClipper.h"
@@ -52,25 +54,61 @@ TEST(Declipper, CopiesAnUnclippedSignalWithoutSolvingAFrame)
     EXPECT_EQ(stats.framesSolved, 0);
 }
 
+// Restores `clipped` in pieces of `piece` samples, each with the declipper's context.
+std::vector<float> restoreInPieces(Declipper& declipper, const std::vector<float>& clipped, ClipLevels levels,
+                                   std::int64_t piece)
+{
+    const auto length = static_cast<std::int64_t>(clipped.size());
+    const std::int64_t context = declipper.context();
+    std::vector<float> joined;
+    for (std::int64_t from = 0; from < length; from += piece) {
+        const std::int64_t to = std::min<std::int64_t>(length, from + piece);
+        const std::int64_t begin = std::max<std::int64_t>(0, from - context);
+        const std::int64_t end = std::min<std::int64_t>(length, to + context);
+        std::vector<float> out(to - from);
+        declipper.restore(clipped.data() + begin, end - begin, begin, levels, from - begin, to - begin, out.data());
+        joined.insert(joined.end(), out.begin(), out.end());
+    }
+    return joined;
+}
+
+// A quiet tone with one short burst above the level at `at`: a single short clipped run.
+std::vector<float> oneShortRun(std::size_t length, std::size_t at)
+{
+    auto signal = declipsignals::tonal(length, 24);
+    for (float& x : signal) x *= 0.3f;
+    constexpr int width = 48;
+    for (int n = 0; n < width; ++n)
+        signal[at + n] += 0.9f * static_cast<float>(std::sin(3.141592653589793 * n / width));
+    return hardclip::clip(signal, level);
+}
+
 TEST(Declipper, PiecesWithContextGiveTheSameBitsAsTheWhole)
 {
     Declipper declipper(FrameDeclipper::Settings::forSampleRate(44100));
     const auto clipped = hardclip::clip(declipsignals::tonal(12000, 23), level);
     const auto levels = ClipLevels::symmetric(level);
     const auto whole = restoreWhole(declipper, clipped, levels);
-    const std::int64_t context = declipper.context();
-    for (std::int64_t piece : {777, 4096, 5000}) {
-        std::vector<float> joined;
-        for (std::int64_t from = 0; from < 12000; from += piece) {
-            const std::int64_t to = std::min<std::int64_t>(12000, from + piece);
-            const std::int64_t begin = std::max<std::int64_t>(0, from - context);
-            const std::int64_t end = std::min<std::int64_t>(12000, to + context);
-            std::vector<float> out(to - from);
-            declipper.restore(clipped.data() + begin, end - begin, begin, levels, from - begin, to - begin, out.data());
-            joined.insert(joined.end(), out.begin(), out.end());
-        }
-        EXPECT_EQ(joined, whole) << "pieces of " << piece;
-    }
+    for (std::int64_t piece : {777, 4096, 5000})
+        EXPECT_EQ(restoreInPieces(declipper, clipped, levels, piece), whole) << "pieces of " << piece;
+}
+
+TEST(Declipper, SolvesAShortRunInTheTwoFramesWhoseCentralHalvesHoldIt)
+{
+    Declipper declipper(FrameDeclipper::Settings::forSampleRate(44100));
+    const int hop = declipper.hop();
+    // Well inside the central halves of frames 3 and 4, and near the ends of frames 2 and 5.
+    const auto clipped = oneShortRun(30000, 5 * hop + 1000);
+    const auto levels = ClipLevels::symmetric(level);
+    std::vector<float> whole(clipped.size());
+    const auto length = static_cast<std::int64_t>(clipped.size());
+    const auto stats = declipper.restore(clipped.data(), length, 0, levels, 0, length, whole.data());
+    EXPECT_EQ(stats.framesSolved, 2);
+    int raised = 0;
+    for (std::size_t n = 0; n < clipped.size(); ++n) raised += levels.sign(clipped[n]) != 0 && whole[n] != clipped[n];
+    EXPECT_GT(raised, 0) << "the run is restored beyond the level";
+    for (std::int64_t piece : {1000, 5 * hop + 1010, 11000})
+        EXPECT_EQ(restoreInPieces(declipper, clipped, levels, piece), whole) << "pieces of " << piece;
 }
 
 }  // namespace
