@@ -94,6 +94,21 @@ std::int64_t AudioReader::read(double* interleaved, std::int64_t count)
     return got;
 }
 
+bool AudioReader::normalisedFloatsExact() const
+{
+    // Up to 24 bits an integer and its power-of-two scaling are exact in a float;
+    // 32-bit integers and doubles would be rounded.
+    const int subtype = info_.format & SF_FORMAT_SUBMASK;
+    return subtype == SF_FORMAT_FLOAT || (rawIntegerScale(info_.format) > 0.0 && subtype != SF_FORMAT_PCM_32);
+}
+
+std::int64_t AudioReader::readNormalised(float* interleaved, std::int64_t count)
+{
+    const sf_count_t got = sf_readf_float(file_.get(), interleaved, count);
+    if (got < 0) throw CliError("error reading '" + path_ + "': " + sf_strerror(file_.get()));
+    return got;
+}
+
 void AudioReader::seek(std::int64_t frame)
 {
     if (sf_seek(file_.get(), frame, SEEK_SET) < 0)
@@ -101,7 +116,7 @@ void AudioReader::seek(std::int64_t frame)
 }
 
 AudioWriter::AudioWriter(const std::string& target, const SF_INFO& format)
-    : target_(target), partial_(target), file_(nullptr, sf_close)
+    : target_(target), format_(format.format), partial_(target), file_(nullptr, sf_close)
 {
     SF_INFO info = format;
     file_.reset(sf_open_fd(partial_.descriptor(), SFM_WRITE, &info, SF_FALSE));
@@ -117,6 +132,14 @@ AudioWriter::~AudioWriter() = default;
 void AudioWriter::write(const double* interleaved, std::int64_t frames)
 {
     if (sf_writef_double(file_.get(), interleaved, frames) != frames)
+        throw CliError("error writing '" + target_ + "': " + sf_strerror(file_.get()));
+}
+
+bool AudioWriter::storesFloats() const { return (format_ & SF_FORMAT_SUBMASK) == SF_FORMAT_FLOAT; }
+
+void AudioWriter::writeFloats(const float* interleaved, std::int64_t frames)
+{
+    if (sf_writef_float(file_.get(), interleaved, frames) != frames)
         throw CliError("error writing '" + target_ + "': " + sf_strerror(file_.get()));
 }
 

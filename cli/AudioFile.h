@@ -33,6 +33,12 @@ public:
     // Reads up to `count` interleaved frames from the current position; returns frames
     // read, 0 at the end.
     std::int64_t read(double* interleaved, std::int64_t count);
+    // Whether every sample is exactly a float at full scale 1 (8- to 24-bit PCM and
+    // 32-bit float), so that readNormalised gives what read gives, scaled by
+    // 1 / fullScale(), without a pass through doubles.
+    bool normalisedFloatsExact() const;
+    // As read, at full scale 1; only where normalisedFloatsExact().
+    std::int64_t readNormalised(float* interleaved, std::int64_t count);
     void seek(std::int64_t frame);
     // Back to the first frame, also for files that cannot seek.
     void rewind();
@@ -60,11 +66,16 @@ public:
     AudioWriter& operator=(const AudioWriter&) = delete;
 
     void write(const double* interleaved, std::int64_t frames);
+    // Whether the file stores 32-bit floats, which writeFloats writes as they are.
+    bool storesFloats() const;
+    // Samples at full scale 1; only where storesFloats().
+    void writeFloats(const float* interleaved, std::int64_t frames);
     // Finishes the file and moves it into place.
     void commit();
 
 private:
     std::string target_;
+    int format_;
     PartialFile partial_;
     std::unique_ptr<SNDFILE, int (*)(SNDFILE*)> file_;
 };

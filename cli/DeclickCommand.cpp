@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "AudioFile.h"
@@ -34,61 +35,110 @@ struct DeclickOptions : DeclickSettingOptions {
     bool quiet = false;
 };
 
+// The next frames of the file: doubles in the file's own scale, or floats at full
+// scale 1 where those are exact.
+std::int64_t readFrames(AudioReader& reader, double* interleaved, std::int64_t count)
+{
+    return reader.read(interleaved, count);
+}
+
+std::int64_t readFrames(AudioReader& reader, float* interleaved, std::int64_t count)
+{
+    return reader.readNormalised(interleaved, count);
+}
+
+void writeFrames(AudioWriter& writer, const double* interleaved, std::int64_t count) { writer.write(interleaved, count); }
+
+void writeFrames(AudioWriter& writer, const float* interleaved, std::int64_t count)
+{
+    writer.writeFloats(interleaved, count);
+}
+
+// What multiplies a sample read as Sample to bring it to full scale 1.
+template <typename Sample>
+double toUnitScale(const AudioReader& reader)
+{
+    return std::is_same_v<Sample, float> ? 1.0 : 1.0 / reader.fullScale();
+}
+
 // Each channel's mean square at full scale 1, from a pass over the whole file.
+template <typename Sample>
 std::vector<double> channelMeanSquares(const std::string& path)
 {
     AudioReader reader(path);
     const int channels = reader.channels();
-    const double scale = 1.0 / reader.fullScale();
+    const double scale = toUnitScale<Sample>(reader);
     MeanSquareMeter meter(channels);
-    std::vector<double> frames(static_cast<std::size_t>(chunkTarget) * channels);
+    std::vector<Sample> frames(static_cast<std::size_t>(chunkTarget) * channels);
     std::int64_t counted = 0;
     while (counted < reader.frames()) {
-        const std::int64_t got = reader.read(frames.data(), chunkTarget);
+        const std::int64_t got = readFrames(reader, frames.data(), chunkTarget);
         if (got == 0) throw CliError("the input '" + path + "' ended early");
         for (std::int64_t t = 0; t < got; ++t)
-            for (int c = 0; c < channels; ++c) meter.add(c, frames[t * channels + c] * scale);
+            for (int c = 0; c < channels; ++c) meter.add(c, static_cast<double>(frames[t * channels + c]) * scale);
         meter.countFrames(got);
         counted += got;
     }
     return meter.meanSquares();
 }
 
-// Moves chunks between the file's interleaved frames (in the file's scale) and the
-// engines' channel rows (full scale 1).
+std::vector<double> channelMeanSquares(const std::string& path, bool floatsExact)
+{
+    return floatsExact ? channelMeanSquares<float>(path) : channelMeanSquares<double>(path);
+}
+
+// Moves chunks between the file's interleaved frames (In as read, Out as written)
+// and the engines' channel rows (full scale 1). Floats at full scale 1 pass as they
+// are; doubles carry the file's own scale.
+template <typename In, typename Out>
 class FrameConverter {
 public:
-    FrameConverter(int channels, int frames, double fullScale)
-        : channels_(channels), fullScale_(fullScale), interleaved_(static_cast<std::size_t>(frames) * channels)
+    FrameConverter(int channels, int frames, const AudioReader& reader)
+        : channels_(channels),
+          toUnit_(toUnitScale<In>(reader)),
+          fromUnit_(std::is_same_v<Out, float> ? 1.0 : reader.fullScale()),
+          in_(static_cast<std::size_t>(frames) * channels),
+          out_(static_cast<std::size_t>(frames) * channels)
     {
     }
 
     // Fills rows[c][0, frames) from the first `frames` interleaved frames.
     void load(float* const* rows, std::int64_t frames) const
     {
-        const double scale = 1.0 / fullScale_;
         for (int c = 0; c < channels_; ++c)
-            for (std::int64_t i = 0; i < frames; ++i)
-                rows[c][i] = static_cast<float>(interleaved_[i * channels_ + c] * scale);
+            for (std::int64_t i = 0; i < frames; ++i) rows[c][i] = unit(in_[i * channels_ + c]);
     }
 
     // Interleaves rows[c][from .. from + count) back into the file's scale.
-    const double* store(const float* const* rows, int from, int count)
+    const Out* store(const float* const* rows, int from, int count)
     {
         for (int c = 0; c < channels_; ++c) {
             const float* row = rows[c] + from;
-            for (int i = 0; i < count; ++i)
-                interleaved_[static_cast<std::size_t>(i) * channels_ + c] = static_cast<double>(row[i]) * fullScale_;
+            for (int i = 0; i < count; ++i) out_[static_cast<std::size_t>(i) * channels_ + c] = scaled(row[i]);
         }
-        return interleaved_.data();
+        return out_.data();
     }
 
-    double* frames() { return interleaved_.data(); }
+    In* frames() { return in_.data(); }
 
 private:
+    float unit(In sample) const
+    {
+        if constexpr (std::is_same_v<In, float>) return sample;
+        else return static_cast<float>(sample * toUnit_);
+    }
+
+    Out scaled(float sample) const
+    {
+        if constexpr (std::is_same_v<Out, float>) return sample;
+        else return static_cast<double>(sample) * fromUnit_;
+    }
+
     int channels_;
-    double fullScale_;
-    std::vector<double> interleaved_;
+    double toUnit_;
+    double fromUnit_;
+    std::vector<In> in_;
+    std::vector<Out> out_;
 };
 
 struct DeclickTally {
@@ -111,19 +161,20 @@ void copyFile(AudioReader& reader, AudioWriter& writer, Progress& progress, cons
     }
 }
 
+template <typename In, typename Out>
 DeclickTally declickStream(AudioReader& reader, AudioWriter& writer, MultichannelDeclicker& declicker,
                            int chunk, Progress& progress, const std::string& input)
 {
-    FrameConverter converter(reader.channels(), chunk, reader.fullScale());
+    FrameConverter<In, Out> converter(reader.channels(), chunk, reader);
     std::int64_t written = 0;
     const auto source = [&](float* const* rows, std::int64_t frames) {
-        const std::int64_t got = reader.read(converter.frames(), frames);
+        const std::int64_t got = readFrames(reader, converter.frames(), frames);
         if (got == 0) throw CliError("the input '" + input + "' ended early");
         converter.load(rows, got);
         return got;
     };
     const auto sink = [&](const float* const* rows, int from, int count) {
-        writer.write(converter.store(rows, from, count), count);
+        writeFrames(writer, converter.store(rows, from, count), count);
         written += count;
         progress.update(written);
     };
@@ -131,6 +182,18 @@ DeclickTally declickStream(AudioReader& reader, AudioWriter& writer, Multichanne
     tally.spans = declickRecording(declicker, reader.frames(), chunk, source, sink);
     for (const RepairedSpan& span : tally.spans) tally.samplesChanged += span.length();
     return tally;
+}
+
+// Floats where they carry the file's samples exactly, else doubles in its scale.
+DeclickTally declickStream(AudioReader& reader, AudioWriter& writer, MultichannelDeclicker& declicker, int chunk,
+                           Progress& progress, const std::string& input)
+{
+    const bool floatsIn = reader.normalisedFloatsExact();
+    const bool floatsOut = writer.storesFloats();
+    if (floatsIn && floatsOut) return declickStream<float, float>(reader, writer, declicker, chunk, progress, input);
+    if (floatsIn) return declickStream<float, double>(reader, writer, declicker, chunk, progress, input);
+    if (floatsOut) return declickStream<double, float>(reader, writer, declicker, chunk, progress, input);
+    return declickStream<double, double>(reader, writer, declicker, chunk, progress, input);
 }
 
 void writeReport(const std::string& path, const std::vector<RepairedSpan>& spans, int sampleRate)
@@ -179,7 +242,8 @@ void declickFile(const DeclickOptions& options)
     const DeclickSettings settings = settingsFrom(options);
     const DeclickListen listen = listenFrom(options.listen);
     const std::vector<double> meanSquares =
-        needsLevel(settings, listen) ? channelMeanSquares(options.input) : std::vector<double>(channels, 0.0);
+        needsLevel(settings, listen) ? channelMeanSquares(options.input, reader.normalisedFloatsExact())
+                                    : std::vector<double>(channels, 0.0);
     const int chunk = declickChunk(settings);
     const int jobs = jobsFor(options, channels);
 

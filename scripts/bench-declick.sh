@@ -32,8 +32,9 @@ seed=1
 presets=(auto gentle clicks crackle)
 adeclick_grid=("t=1" "t=2:a=8" "t=3" "t=3:a=8" "t=5" "w=20:t=2" "w=20:t=3")
 
+single_threaded_ffmpeg=(ffmpeg -nostdin -v error -y -threads 1 -filter_threads 1)
 adeclick() {  # IN OUT [OPTIONS]
-  ffmpeg -nostdin -v error -y -threads 1 -filter_threads 1 -i "$1" -af "adeclick${3:+=$3}" -c:a pcm_f32le "$2"
+  "${single_threaded_ffmpeg[@]}" -i "$1" -af "adeclick${3:+=$3}" -c:a pcm_f32le "$2"
 }
 
 snr() { "$material" snr "$1" "$2"; }
@@ -68,11 +69,11 @@ quality() {
   printf 'adeclick best: the highest of its defaults and %s\n' "${adeclick_grid[*]}"
 }
 
-# seconds_of CMD...: wall-clock seconds of one run.
-seconds_of() {
-  local start end
-  start=$(date +%s.%N); "$@" > /dev/null 2>&1; end=$(date +%s.%N)
-  echo "$end - $start" | bc -l
+# timed CMD...: "wall cpu" seconds of one run (cpu: user + system, GNU time), which
+# a machine shared with other work disturbs less than the wall clock.
+timed() {
+  /usr/bin/time -f '%e %U %S' -o "$work/timed.txt" "$@" > /dev/null 2>&1
+  awk '{printf "%s %.2f\n", $1, $2 + $3}' "$work/timed.txt"
 }
 
 make_minute() {
@@ -81,16 +82,17 @@ make_minute() {
 
 speed() {
   make_minute
-  one=$(seconds_of "$ferrotip" declick -q --jobs 1 "$work/minute.wav" "$work/one.wav")
-  two=$(seconds_of "$ferrotip" declick -q --jobs 2 "$work/minute.wav" "$work/two.wav")
-  theirs=$(seconds_of adeclick "$work/minute.wav" "$work/adeclick.wav")
-  printf 'one minute of stereo 44.1 kHz music with clicks, one run each (wall clock):\n'
-  printf '  ferrotip declick (auto), 1 thread   %7.2f s  %6.1fx real time  %5.1fx adeclick\n' \
-    "$one" "$(echo "60 / $one" | bc -l)" "$(echo "$theirs / $one" | bc -l)"
-  printf '  ferrotip declick (auto), 2 threads  %7.2f s  %6.1fx real time  %5.1fx adeclick\n' \
-    "$two" "$(echo "60 / $two" | bc -l)" "$(echo "$theirs / $two" | bc -l)"
-  printf '  ffmpeg adeclick (1 thread)          %7.2f s  %6.1fx real time\n' \
-    "$theirs" "$(echo "60 / $theirs" | bc -l)"
+  read -r one one_cpu < <(timed "$ferrotip" declick -q --jobs 1 "$work/minute.wav" "$work/one.wav")
+  read -r two two_cpu < <(timed "$ferrotip" declick -q --jobs 2 "$work/minute.wav" "$work/two.wav")
+  read -r theirs theirs_cpu < <(timed "${single_threaded_ffmpeg[@]}" -i "$work/minute.wav" -af adeclick \
+    -c:a pcm_f32le "$work/adeclick.wav")
+  printf 'one minute of stereo 44.1 kHz music with clicks, one run each (wall clock; cpu = user + system):\n'
+  printf '  ferrotip declick (auto), 1 thread   %6.2f s  %6.1fx real time  %5.1fx adeclick  (cpu %5.2f s, %5.1fx)\n' \
+    "$one" "$(echo "60 / $one" | bc -l)" "$(echo "$theirs / $one" | bc -l)" "$one_cpu" "$(echo "$theirs_cpu / $one_cpu" | bc -l)"
+  printf '  ferrotip declick (auto), 2 threads  %6.2f s  %6.1fx real time  %5.1fx adeclick  (cpu %5.2f s)\n' \
+    "$two" "$(echo "60 / $two" | bc -l)" "$(echo "$theirs / $two" | bc -l)" "$two_cpu"
+  printf '  ffmpeg adeclick (1 thread)          %6.2f s  %6.1fx real time                   (cpu %5.2f s)\n' \
+    "$theirs" "$(echo "60 / $theirs" | bc -l)" "$theirs_cpu"
   rm -f "$work/one.wav" "$work/two.wav" "$work/adeclick.wav"
 }
 

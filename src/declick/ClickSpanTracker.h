@@ -7,6 +7,7 @@
 // off the engine's latency. Nothing allocates; one thread at a time.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 
 #include "crackle/ArCrackleRepair.h"
@@ -38,16 +39,20 @@ private:
 template <typename OnSpan>
 void ClickSpanTracker::track(const int* marks, int count, OnSpan&& onSpan)
 {
-    for (int i = 0; i < count; ++i) {
-        if (!open_ && marks[i] == 1) {
-            open_ = true;
-            openedAt_ = position_ + i;
-        } else if (open_ && marks[i] == 0) {
-            open_ = false;
-            const std::int64_t end = position_ + i;
-            if (end - openedAt_ < ArCrackleRepair::maxSpanLength && openedAt_ >= latency_)
-                onSpan(RepairedSpan{channel_, openedAt_ - latency_, end - 1 - latency_});
+    // Only 1 opens a span and only 0 closes one, so the walk jumps from one such
+    // value to the next.
+    const int* end = marks + count;
+    for (const int* i = marks; i != end;) {
+        i = std::find(i, end, open_ ? 0 : 1);
+        if (i == end) break;
+        const std::int64_t at = position_ + (i - marks);
+        if (!open_) {
+            openedAt_ = at;
+        } else if (at - openedAt_ < ArCrackleRepair::maxSpanLength && openedAt_ >= latency_) {
+            onSpan(RepairedSpan{channel_, openedAt_ - latency_, at - 1 - latency_});
         }
+        open_ = !open_;
+        ++i;
     }
     position_ += count;
 }

@@ -61,7 +61,10 @@ template <typename T>
 void CFft_std<T>::realInverse(const T* re, const T* im, T* out) {
     if (!tableBuilt)
         return;
-    T* work = scratch.get();
+    // An output apart from both inputs takes the packed spectrum and is transformed
+    // in place: the same kernel on the same values, without a pass through scratch.
+    const bool apart = out != re && out != im;
+    T* work = apart ? out : scratch.get();
     const int half = size / 2;
     work[0] = re[0];
     work[1] = re[half];
@@ -69,7 +72,10 @@ void CFft_std<T>::realInverse(const T* re, const T* im, T* out) {
         work[2 * k] = re[k];
         work[2 * k + 1] = im[k];
     }
-    realInverseScratch(out);
+    if (apart)
+        fftRealInverse(out, log2Size, 1, cosTable.get());
+    else
+        realInverseScratch(out);
 }
 
 template <typename T>

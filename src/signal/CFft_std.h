@@ -9,7 +9,9 @@
 // For any other size the table is refused and every transform leaves its outputs
 // untouched. Only the constructor allocates. All but the in-place operations go
 // through scratch, so in and out may be the same array (and realForward's in may be
-// re, realInverse's re may be out). One thread at a time per object.
+// re, realInverse's re may be out); realInverse into an out apart from re and im
+// works in out itself. Other partial overlaps are not allowed. One thread at a time
+// per object.
 #pragma once
 
 #include "signal/CFftBasis.h"

@@ -107,10 +107,9 @@ int FftFrameProcessor::forward(float** in, float** re, float** im)
 
 int FftFrameProcessor::inverse(float** out, float** re, float** im)
 {
+    // The newest frame is transformed straight into its place in the ring.
     for (int channel = 0; channel < outputChannels_; ++channel)
-        fft_.realInverse(re[channel], im[channel], re[channel]);
-    for (int channel = 0; channel < outputChannels_; ++channel)
-        std::memcpy(frameRead_[0][channel], re[channel], static_cast<std::size_t>(frameSize_) * sizeof(float));
+        fft_.realInverse(re[channel], im[channel], frameRing_[0][channel]);
     const float gain = static_cast<float>(frameSize_);
     for (int channel = 0; channel < outputChannels_; ++channel) {
         const float* read0 = frameRead_[0][channel];

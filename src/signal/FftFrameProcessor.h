@@ -12,8 +12,8 @@
 // at least frameSize / 2, or the last overlap term reads past its frame.
 //
 // forward writes frameSize floats to re[c] (the frame is assembled there) and
-// frameSize / 2 + 1 bins to re[c] and im[c]; inverse overwrites re[c] with the time
-// frame and writes hop samples to out[c]. Every forward must be followed by exactly
+// frameSize / 2 + 1 bins to re[c] and im[c]; inverse only reads re[c] and im[c] and
+// writes hop samples to out[c]. Every forward must be followed by exactly
 // one inverse. Only the constructor allocates. One thread at a time.
 #pragma once
 

@@ -3,11 +3,15 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "crackle/CrackleTestSignals.h"
@@ -100,6 +104,57 @@ TEST_F(DeclickCommand, BothEnginesBringTheFileCloserToTheClean)
         // one sample alone would leave it farther from the clean signal than the input).
         EXPECT_LT(after, 0.25 * before);
     }
+}
+
+// 16-bit samples of `channels`, interleaved.
+std::vector<short> quantised(const cracklefixture::Channels& channels)
+{
+    std::vector<short> values;
+    for (size_t t = 0; t < channels[0].size(); ++t)
+        for (const auto& channel : channels)
+            values.push_back(static_cast<short>(std::lrint(std::clamp(channel[t] * 32768.0f, -32768.0f, 32767.0f))));
+    return values;
+}
+
+template <typename Sample>
+void writeFrames(const std::string& path, const std::vector<Sample>& interleaved, int format)
+{
+    SF_INFO info{};
+    info.samplerate = 44100;
+    info.channels = 2;
+    info.format = SF_FORMAT_WAV | format;
+    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
+    ASSERT_NE(file, nullptr) << sf_strerror(nullptr);
+    if constexpr (std::is_same_v<Sample, float>) sf_writef_float(file, interleaved.data(), interleaved.size() / 2);
+    else sf_writef_int(file, interleaved.data(), interleaved.size() / 2);
+    sf_close(file);
+}
+
+TEST_F(DeclickCommand, SixteenBitThirtyTwoBitAndFloatFilesOfTheSameSamplesRepairTheSameSpans)
+{
+    // 16-bit PCM and float files are read as floats, 32-bit PCM as doubles in its own
+    // scale: the engines see the same samples each way, so they repair the same spans.
+    const std::vector<short> samples = quantised(clicked);
+    std::vector<int> wide;
+    std::vector<float> unit;
+    for (short value : samples) {
+        wide.push_back(value * 65536);
+        unit.push_back(static_cast<float>(value) / 32768.0f);
+    }
+    writeFrames(path("16.wav"), wide, SF_FORMAT_PCM_16);
+    writeFrames(path("32.wav"), wide, SF_FORMAT_PCM_32);
+    writeFrames(path("float.wav"), unit, SF_FORMAT_FLOAT);
+    std::vector<std::string> reports;
+    for (const std::string name : {"16", "32", "float"}) {
+        const auto outcome = ferrotip("declick -q --report " + path(name + ".csv") + " " + path(name + ".wav") + " " +
+                                      path(name + "-out.wav"));
+        ASSERT_EQ(outcome.status, 0) << outcome.output;
+        std::ifstream report(path(name + ".csv"));
+        reports.emplace_back(std::istreambuf_iterator<char>(report), std::istreambuf_iterator<char>());
+    }
+    EXPECT_GT(std::count(reports[0].begin(), reports[0].end(), '\n'), 10) << reports[0];
+    EXPECT_EQ(reports[1], reports[0]);
+    EXPECT_EQ(reports[2], reports[0]);
 }
 
 TEST_F(DeclickCommand, DifferenceWritesTheRemovedClicksInverted)
