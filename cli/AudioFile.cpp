@@ -2,6 +2,8 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <system_error>
 
@@ -116,7 +118,8 @@ void AudioReader::seek(std::int64_t frame)
 }
 
 AudioWriter::AudioWriter(const std::string& target, const SF_INFO& format)
-    : target_(target), format_(format.format), partial_(target), file_(nullptr, sf_close)
+    : target_(target), format_(format.format), channels_(format.channels), integerScale_(rawIntegerScale(format.format)), partial_(target),
+      file_(nullptr, sf_close)
 {
     SF_INFO info = format;
     file_.reset(sf_open_fd(partial_.descriptor(), SFM_WRITE, &info, SF_FALSE));
@@ -131,6 +134,16 @@ AudioWriter::~AudioWriter() = default;
 
 void AudioWriter::write(const double* interleaved, std::int64_t frames)
 {
+    // libsndfile's clipping conversion to integers rounds towards minus infinity,
+    // which would put every repaired or processed sample up to one step low; so the
+    // samples reach it as integers already, rounded to nearest (ties to even).
+    if (integerScale_ > 0.0) {
+        const std::size_t count = static_cast<std::size_t>(frames) * static_cast<std::size_t>(channels_);
+        quantised_.resize(count);
+        for (std::size_t i = 0; i < count; ++i)
+            quantised_[i] = std::clamp(std::nearbyint(interleaved[i]), -integerScale_, integerScale_ - 1.0);
+        interleaved = quantised_.data();
+    }
     if (sf_writef_double(file_.get(), interleaved, frames) != frames)
         throw CliError("error writing '" + target_ + "': " + sf_strerror(file_.get()));
 }

@@ -65,6 +65,9 @@ public:
     AudioWriter(const AudioWriter&) = delete;
     AudioWriter& operator=(const AudioWriter&) = delete;
 
+    // Integer PCM takes raw integer values (full scale 2^(bits-1)), rounded to the
+    // nearest step and clipped to the format's range; other formats take libsndfile's
+    // normalised values.
     void write(const double* interleaved, std::int64_t frames);
     // Whether the file stores 32-bit floats, which writeFloats writes as they are.
     bool storesFloats() const;
@@ -76,6 +79,9 @@ public:
 private:
     std::string target_;
     int format_;
+    int channels_;
+    double integerScale_;          // full-scale magnitude of raw integers, 0 for other formats
+    std::vector<double> quantised_;  // one write's worth of rounded integers
     PartialFile partial_;
     std::unique_ptr<SNDFILE, int (*)(SNDFILE*)> file_;
 };

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
@@ -86,7 +87,11 @@ protected:
     std::string path(const std::string& name) const { return dir / name; }
     std::string run(const std::string& arguments, const std::string& out = "out.wav")
     {
-        const auto outcome = ferrotip("declick -q " + arguments + " " + path("in.wav") + " " + path(out));
+        return runOn("in.wav", arguments, out);
+    }
+    std::string runOn(const std::string& in, const std::string& arguments, const std::string& out)
+    {
+        const auto outcome = ferrotip("declick -q " + arguments + " " + path(in) + " " + path(out));
         EXPECT_EQ(outcome.status, 0) << arguments << "\n" << outcome.output;
         return outcome.output;
     }
@@ -97,18 +102,33 @@ protected:
 TEST_F(DeclickOptions, OneSharedEngineWithExplicitSettingsKeepsTheEarlierOutputBitForBit)
 {
     // Digests of the output of the single multichannel engine as it was before
-    // presets and per-channel engines existed, pinned from that version.
+    // presets and per-channel engines existed, from a float copy of the input, whose
+    // output holds the engine's samples as they are.
     const std::pair<const char*, std::uint64_t> pinned[] = {
-        {"standard", 0xa88467245915f116ull},
-        {"prediction", 0x8a54ff910e470e2cull},
+        {"standard", 0xd1a4326463afbfbcull},
+        {"prediction", 0x8eab224abc7aeb40ull},
     };
+    std::vector<float> normalised;
+    for (const int value : portableClickedAudio(2 * 44100 + 77)) normalised.push_back(value / 32768.0f);
+    testsupport::writeSoundFile(path("in-float.wav"), normalised, 2, 44100, SF_FORMAT_WAV | SF_FORMAT_FLOAT);
     for (const auto& [engine, digest] : pinned) {
         SCOPED_TRACE(engine);
+        const std::string settings = std::string(" --engine ") + engine + " --block 1024 --sensitivity 3 --floor 1e-7";
         for (const char* jobs : {"1", "2"}) {
-            run(std::string("--shared-engine --jobs ") + jobs + " --engine " + engine +
-                " --block 1024 --sensitivity 3 --floor 1e-7");
-            EXPECT_EQ(digestOf(path("out.wav")), digest);
+            runOn("in-float.wav", std::string("--shared-engine --jobs ") + jobs + settings, "out-float.wav");
+            EXPECT_EQ(digestOf(path("out-float.wav")), digest);
         }
+        // The 16-bit input gives the same samples, each rounded to the nearest step.
+        run("--shared-engine" + settings);
+        const auto exact = testsupport::readSoundFile<float>(path("out-float.wav")).samples;
+        const auto stored = testsupport::readSoundFile<float>(path("out.wav")).samples;
+        ASSERT_EQ(stored.size(), exact.size());
+        std::size_t misrounded = 0;
+        for (std::size_t i = 0; i < exact.size(); ++i) {
+            const double step = std::clamp(std::nearbyint(exact[i] * 32768.0), -32768.0, 32767.0);
+            misrounded += stored[i] != static_cast<float>(step / 32768.0) ? 1 : 0;
+        }
+        EXPECT_EQ(misrounded, 0u);
     }
 }
 
