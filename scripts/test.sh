@@ -27,9 +27,12 @@ echo "== package (install, CMake and pkg-config consumers, Debian package)"
 "$root/scripts/package-check.sh" "$root/build-release"
 
 echo "== sanitizers (AddressSanitizer + UndefinedBehaviorSanitizer)"
+# -O1 with line tables only: the instrumented build compiles in about half the time
+# of -O2 -g, and its reports still name file and line.
+sanitize_flags=("-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O1 -g1 -DNDEBUG" "-DCMAKE_C_FLAGS_RELWITHDEBINFO=-O1 -g1 -DNDEBUG")
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   run_suite "$root/build-sanitize" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DFERROTIP_SANITIZE=ON \
-  -DFERROTIP_BUILD_BENCHMARKS=OFF
+  -DFERROTIP_BUILD_BENCHMARKS=OFF "${sanitize_flags[@]}"
 
 echo "== windows"
 "$root/scripts/windows-check.sh" --strict --linux-build "$root/build-release"
