@@ -40,49 +40,72 @@ void FrameDeclipper::analyse(const float* frame)
 
 void FrameDeclipper::synthesise(float* frame)
 {
-    for (int k = 0; k < bins_; ++k) {
-        targetRe_[k] -= dualRe_[k];
-        targetIm_[k] -= dualIm_[k];
+    float* re = targetRe_.data();
+    float* im = targetIm_.data();
+    const float* dualRe = dualRe_.data();
+    const float* dualIm = dualIm_.data();
+    for (int bin = 0; bin < bins_; ++bin) {
+        re[bin] -= dualRe[bin];
+        im[bin] -= dualIm[bin];
     }
-    fft_.realInverse(targetRe_.data(), targetIm_.data(), padded_.data());
-    for (int k = 0; k < bins_; ++k) {
-        targetRe_[k] += dualRe_[k];
-        targetIm_[k] += dualIm_[k];
+    fft_.realInverse(re, im, padded_.data());
+    for (int bin = 0; bin < bins_; ++bin) {
+        re[bin] += dualRe[bin];
+        im[bin] += dualIm[bin];
     }
     std::copy(padded_.begin(), padded_.begin() + settings_.frameLength, frame);
 }
 
 void FrameDeclipper::keepLargest(int k)
 {
+    float* re = targetRe_.data();
+    float* im = targetIm_.data();
+    float* magnitude = magnitude_.data();
+    const float* specRe = specRe_.data();
+    const float* specIm = specIm_.data();
+    const float* dualRe = dualRe_.data();
+    const float* dualIm = dualIm_.data();
     for (int bin = 0; bin < bins_; ++bin) {
-        targetRe_[bin] = specRe_[bin] + dualRe_[bin];
-        targetIm_[bin] = specIm_[bin] + dualIm_[bin];
-        const float re = targetRe_[bin];
-        const float im = targetIm_[bin];
-        const float squareRe = re * re;
-        const float squareIm = im * im;
-        magnitude_[bin] = squareRe + squareIm;
+        re[bin] = specRe[bin] + dualRe[bin];
+        im[bin] = specIm[bin] + dualIm[bin];
+        const float squareRe = re[bin] * re[bin];
+        const float squareIm = im[bin] * im[bin];
+        magnitude[bin] = squareRe + squareIm;
     }
     if (k >= bins_) return;
     // Keeping every bin at or above the k-th largest magnitude keeps the result
     // independent of the order among equal magnitudes.
-    const float threshold = kthLargest(magnitude_.data(), bins_, k, selection_);
+    const float threshold = kthLargest(magnitude, bins_, k, selection_);
     for (int bin = 0; bin < bins_; ++bin) {
-        if (magnitude_[bin] < threshold) targetRe_[bin] = targetIm_[bin] = 0.0f;
+        const bool kept = !(magnitude[bin] < threshold);
+        re[bin] = kept ? re[bin] : 0.0f;
+        im[bin] = kept ? im[bin] : 0.0f;
     }
 }
 
-double FrameDeclipper::residualEnergy() const
+double FrameDeclipper::updateDual()
 {
-    // Parseval over the full (Hermitian) spectrum, in the time domain's scale.
-    double energy = 0.0;
-    for (int bin = 0; bin < bins_; ++bin) {
+    // ||A x - z||^2 by Parseval over the full (Hermitian) spectrum, in the time
+    // domain's scale: the inner bins stand for two, DC and Nyquist for one.
+    const auto power = [&](int bin) {
         const double re = static_cast<double>(specRe_[bin]) - targetRe_[bin];
         const double im = static_cast<double>(specIm_[bin]) - targetIm_[bin];
         const double squareRe = re * re;
         const double squareIm = im * im;
-        const double power = squareRe + squareIm;
-        energy += (bin == 0 || bin == bins_ - 1) ? power : 2.0 * power;
+        return squareRe + squareIm;
+    };
+    double energy = power(0);
+    for (int bin = 1; bin < bins_ - 1; ++bin) energy += 2.0 * power(bin);
+    energy += power(bins_ - 1);
+    float* dualRe = dualRe_.data();
+    float* dualIm = dualIm_.data();
+    const float* specRe = specRe_.data();
+    const float* specIm = specIm_.data();
+    const float* re = targetRe_.data();
+    const float* im = targetIm_.data();
+    for (int bin = 0; bin < bins_; ++bin) {
+        dualRe[bin] += specRe[bin] - re[bin];
+        dualIm[bin] += specIm[bin] - im[bin];
     }
     return energy / size_;
 }
@@ -103,10 +126,16 @@ int FrameDeclipper::warmStart(double clippedShare)
         ranked_[bin] = squareRe + squareIm;
         total += ranked_[bin];
     }
-    std::sort(ranked_.begin(), ranked_.end(), std::greater<float>());
+    // Sums the largest first. Only the top few bins usually matter, so they are
+    // ranked in growing batches rather than all at once.
     double sum = 0.0;
     int k = 0;
-    while (k < bins_ && sum < share * total) sum += ranked_[k++];
+    for (int ranked = 0; k < bins_ && sum < share * total;) {
+        const int batch = std::min(bins_, std::max(64, 2 * ranked));
+        std::partial_sort(ranked_.begin() + ranked, ranked_.begin() + batch, ranked_.end(), std::greater<float>());
+        ranked = batch;
+        while (k < ranked && sum < share * total) sum += ranked_[k++];
+    }
     return k;
 }
 
@@ -137,11 +166,7 @@ int FrameDeclipper::restore(float* frame, const float* lower, const float* upper
         synthesise(frame);
         for (int n = 0; n < length; ++n) frame[n] = std::clamp(frame[n], lower[n], upper[n]);
         analyse(frame);
-        if (residualEnergy() <= tolerance) break;
-        for (int bin = 0; bin < bins_; ++bin) {
-            dualRe_[bin] += specRe_[bin] - targetRe_[bin];
-            dualIm_[bin] += specIm_[bin] - targetIm_[bin];
-        }
+        if (updateDual() <= tolerance) break;
         k += step + (shift > 0 ? k >> shift : 0);
     }
     return iteration;

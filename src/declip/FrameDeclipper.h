@@ -58,8 +58,9 @@ private:
     void analyse(const float* frame);           // spectrum_ = DFT of the padded frame
     void synthesise(float* frame);              // frame = first N samples of the inverse of target_
     void keepLargest(int k);                    // target_ = H_k(spectrum_ + dual_)
-    double residualEnergy() const;
-    int warmStart(double clippedShare);         // first k, from spectrum_              // ||spectrum_ - target_||^2 in the time domain's scale
+    double updateDual();                        // dual_ += spectrum_ - target_; returns the
+                                                // residual's energy, in the time domain's scale
+    int warmStart(double clippedShare);         // first k, from spectrum_
 
     Settings settings_;
     int size_;   // DFT length
