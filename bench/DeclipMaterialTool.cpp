@@ -1,7 +1,8 @@
 // Helper of scripts/bench-declip.sh (not a benchmark):
-//   declip_material make music|speech SECONDS SDR DIR   writes DIR/clean.wav and
-//       DIR/clipped.wav (mono float), a seeded excerpt hard clipped to SDR dB;
-//   declip_material sdr CLEAN TEST                      prints SDR(TEST, CLEAN) in dB.
+//   declip_material make music|speech|dialogue SECONDS SDR DIR
+//       writes DIR/clean.wav and DIR/clipped.wav (mono float), a seeded excerpt
+//       hard clipped to SDR dB;
+//   declip_material sdr CLEAN TEST   prints SDR(TEST, CLEAN) in dB.
 #include <sndfile.h>
 
 #include <cstdio>
@@ -36,7 +37,7 @@ std::vector<float> readMono(const std::string& path)
 
 int make(const std::string& material, double seconds, double sdr, const std::string& dir)
 {
-    const auto files = material == "music" ? declipmaterial::musicFiles() : declipmaterial::speechFiles();
+    const auto files = declipmaterial::filesOf(material);
     const auto excerpt = declipmaterial::excerpt(files, 20, seconds);
     if (excerpt.samples.empty()) return std::fprintf(stderr, "no %s recordings installed\n", material.c_str()), 1;
     const auto clipped = hardclip::clip(excerpt.samples, hardclip::levelForSdr(excerpt.samples, sdr));
@@ -60,6 +61,6 @@ int main(int argc, char** argv)
         std::printf("%.2f\n", hardclip::sdr(clean.data(), test.data(), clean.size()));
         return 0;
     }
-    std::fprintf(stderr, "usage: declip_material make music|speech SECONDS SDR DIR | sdr CLEAN TEST\n");
+    std::fprintf(stderr, "usage: declip_material make music|speech|dialogue SECONDS SDR DIR | sdr CLEAN TEST\n");
     return 2;
 }

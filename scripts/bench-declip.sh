@@ -1,14 +1,16 @@
 #!/usr/bin/env bash
 # One-run comparison of `ferrotip declip` with ffmpeg's adeclip (defaults, one
-# thread) on seeded excerpts of real music (lmms-common, 44.1 kHz) and speech
-# (ktuberling-data fr/it/es/nl, 8 kHz), hard clipped to input SDRs of 1 to 20 dB.
+# thread) on seeded excerpts of real music (lmms-common, 44.1 kHz), speech
+# (ktuberling-data fr/it/es/nl words, 8 kHz) and dialogue (fillets-ng-data-nl,
+# acted Dutch lines, 22.05 kHz), hard clipped to input SDRs of 1 to 20 dB.
 # Prints the improvement in SDR (dB) and the processor time (user + system, one
 # thread each, so a busy machine does not skew the ratio) of each, and ferrotip's
 # real-time factor at 7 dB. adeclip's cost grows with the cube of the clipped
 # samples per window (about a minute per second of music at 1 dB), so the heavy
 # clipping levels of music use excerpts of a few seconds (10 s at 10 dB), and of
-# speech (8 kHz, far cheaper) 10 s; the other levels use 30 s, so that the processor
-# time measures the processing rather than the start of either program. Not run by CI.
+# speech and dialogue (8 and 22.05 kHz, far cheaper) 10 s; the other levels use
+# 30 s, so that the processor time measures the processing rather than the start
+# of either program. Not run by CI.
 #
 #   scripts/bench-declip.sh [BUILD_DIR]   (default: build-release; needs the ferrotip
 #                                          and declip_material targets)
@@ -29,7 +31,7 @@ levels=(1 3 5 7 10 15 20)
 # seconds_at KIND SDR: the excerpt's length.
 seconds_at() {
   case $1-$2 in
-    music-1) echo 1 ;; music-3) echo 2 ;; music-5|music-7) echo 3 ;; music-10|speech-1|speech-3) echo 10 ;; *) echo 30 ;;
+    music-1) echo 1 ;; music-3) echo 2 ;; music-5|music-7) echo 3 ;; music-10|speech-1|speech-3|dialogue-1|dialogue-3) echo 10 ;; *) echo 30 ;;
   esac
 }
 # cpu_seconds LOG COMMAND...: runs COMMAND, stdout to LOG, prints its user + system time.
@@ -40,9 +42,9 @@ cpu_seconds() {
   echo "$times" | awk '{ printf "%.3f", $1 + $2 }'
 }
 
-printf '%-7s %-9s %5s | %10s %10s | %9s %9s | %7s\n' material input_dB secs \
+printf '%-8s %-9s %5s | %10s %10s | %9s %9s | %7s\n' material input_dB secs \
   "ours_dSDR" "ffm_dSDR" "ours_cpu" "ffm_cpu" "speedup"
-for kind in music speech; do
+for kind in music speech dialogue; do
   for sdr in "${levels[@]}"; do
     dir=$work/$kind-$sdr
     mkdir -p "$dir"
@@ -54,7 +56,7 @@ for kind in music speech; do
     before=$("$material" sdr "$dir/clean.wav" "$dir/clipped.wav")
     after_ours=$("$material" sdr "$dir/clean.wav" "$dir/ours.wav")
     after_theirs=$("$material" sdr "$dir/clean.wav" "$dir/ffmpeg.wav")
-    printf '%-7s %-9s %5s | %10.2f %10.2f | %9.2f %9.2f | %6.1fx\n' "$kind" "$sdr" "$secs" \
+    printf '%-8s %-9s %5s | %10.2f %10.2f | %9.2f %9.2f | %6.1fx\n' "$kind" "$sdr" "$secs" \
       "$(echo "$after_ours - $before" | bc -l)" "$(echo "$after_theirs - $before" | bc -l)" \
       "$ours" "$theirs" "$(echo "$theirs / $ours" | bc -l)"
     if [ "$sdr" = 7 ]; then

@@ -11,6 +11,7 @@ packages+=(alsa-utils extremetuxracer-data)  # real speech and music for the dec
 packages+=(lv2-dev lilv-utils liblilv-dev sordi)  # LV2 plug-in: headers, lv2_validate (sord_validate), in-process and command-line hosts
 packages+=(hedgewars-data ktuberling-data)  # real music and speech for the dropout filler's quality test
 packages+=(lmms-common ktuberling-data)  # real music and speech for the declip quality test
+packages+=(fillets-ng-data-nl)  # real acted dialogue at 22.05 kHz for the declip quality test
 missing=()
 for package in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" ||

@@ -58,8 +58,10 @@ private:
     void analyse(const float* frame);           // spectrum_ = DFT of the padded frame
     void synthesise(float* frame);              // frame = first N samples of the inverse of target_
     void keepLargest(int k);                    // target_ = H_k(spectrum_ + dual_)
-    double residualEnergy() const;
-    int warmStart(double clippedShare);         // first k, from spectrum_              // ||spectrum_ - target_||^2 in the time domain's scale
+    float kthLargestMagnitude(int k);
+    double updateDual();                        // dual_ += spectrum_ - target_; returns the
+                                                // residual's energy, in the time domain's scale
+    int warmStart(double clippedShare);         // first k, from spectrum_
 
     Settings settings_;
     int size_;   // DFT length
@@ -67,6 +69,7 @@ private:
     standardLib::CFft<float> fft_;
     std::vector<float> padded_;
     std::vector<float> specRe_, specIm_, dualRe_, dualIm_, targetRe_, targetIm_;
-    std::vector<float> magnitude_, ranked_;
+    std::vector<float> magnitude_, ranked_, candidates_;
+    float lastThreshold_ = 0.0f;
     std::vector<std::uint32_t> selection_;
 };

@@ -1,7 +1,8 @@
 // Real recordings for the declipper's tests and benchmarks, from Debian packages
 // that scripts/install-deps.sh installs: music from lmms-common (instrument and loop
-// samples) and speech from ktuberling-data (French, Italian, Spanish and Dutch
-// words). An excerpt is the first channel of files picked with the classic 15-bit
+// samples), speech from ktuberling-data (French, Italian, Spanish and Dutch
+// words, 8 kHz) and dialogue from fillets-ng-data-nl (Dutch lines voiced by actors,
+// 22.05 kHz). An excerpt is the first channel of files picked with the classic 15-bit
 // generator from `seed`, joined end to end until `seconds` are gathered, at the
 // first file's rate, scaled to a peak of 0.9. Files that are clipped already (a
 // distorted sine, loud loops, some of the words) are left out: a clean reference
@@ -45,6 +46,22 @@ inline std::vector<std::string> speechFiles()
 {
     const std::string root = "/usr/share/ktuberling/sounds/";
     return filesUnder({root + "fr", root + "it", root + "es", root + "nl"}, ".wav");
+}
+
+inline std::vector<std::string> dialogueFiles()
+{
+    std::vector<std::string> dutch;
+    for (auto& file : filesUnder({"/usr/share/games/fillets-ng/sound"}, ".ogg"))
+        if (file.find("/nl/") != std::string::npos) dutch.push_back(std::move(file));
+    return dutch;
+}
+
+// The recordings of "music", "speech" or "dialogue".
+inline std::vector<std::string> filesOf(const std::string& material)
+{
+    if (material == "music") return musicFiles();
+    if (material == "dialogue") return dialogueFiles();
+    return speechFiles();
 }
 
 // Appends the first channel of `path` when its rate is `rate` (or sets the rate).

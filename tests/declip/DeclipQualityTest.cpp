@@ -1,8 +1,8 @@
 // Restoration quality on real music and speech, hard clipped to each input SDR of
 // the usual evaluation (1 to 20 dB): the improvement in SDR must stay above floors
 // set about 1 dB under what the declipper reached on these short seeded excerpts
-// (music 3 s at 44.1 kHz, speech 4 s at 8 kHz); scripts/bench-declip.sh prints the
-// full table on longer excerpts.
+// (music 3 s at 44.1 kHz, speech 4 s at 8 kHz, dialogue 4 s at 22.05 kHz);
+// scripts/bench-declip.sh prints the full table on longer excerpts.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -37,7 +37,7 @@ TEST_P(DeclipQuality, ImprovesSdrAboveFloor)
 {
     const Case c = GetParam();
     const unsigned seed = 20;
-    const auto files = std::string(c.material) == "music" ? declipmaterial::musicFiles() : declipmaterial::speechFiles();
+    const auto files = declipmaterial::filesOf(c.material);
     const auto excerpt = declipmaterial::excerpt(files, seed, std::string(c.material) == "music" ? 3.0 : 4.0);
     if (excerpt.samples.empty()) GTEST_SKIP() << "no " << c.material << " recordings installed";
     const auto& clean = excerpt.samples;
@@ -63,7 +63,10 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(Case{"music", 1, 9.5}, Case{"music", 3, 10.8}, Case{"music", 5, 11.8}, Case{"music", 7, 11.8},
                       Case{"music", 10, 13.3}, Case{"music", 15, 14.4}, Case{"music", 20, 15.4},
                       Case{"speech", 1, 4.5}, Case{"speech", 3, 5.7}, Case{"speech", 5, 4.4}, Case{"speech", 7, 9.8},
-                      Case{"speech", 10, 11.1}, Case{"speech", 15, 12.6}, Case{"speech", 20, 14.5}),
+                      Case{"speech", 10, 11.1}, Case{"speech", 15, 12.6}, Case{"speech", 20, 14.5},
+                      Case{"dialogue", 1, 6.8}, Case{"dialogue", 3, 9.3}, Case{"dialogue", 5, 9.6},
+                      Case{"dialogue", 7, 10.9}, Case{"dialogue", 10, 11.9}, Case{"dialogue", 15, 15.9},
+                      Case{"dialogue", 20, 18.2}),
     [](const auto& info) {
         return std::string(info.param.material) + "_" + std::to_string(static_cast<int>(info.param.inputSdr)) + "dB";
     });
