@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -163,7 +164,7 @@ void copyFile(AudioReader& reader, AudioWriter& writer, Progress& progress, cons
 
 template <typename In, typename Out>
 DeclickTally declickStream(AudioReader& reader, AudioWriter& writer, MultichannelDeclicker& declicker,
-                           int chunk, Progress& progress, const std::string& input)
+                           int chunk, Progress& progress, const std::string& input, ClickRefill* refill)
 {
     FrameConverter<In, Out> converter(reader.channels(), chunk, reader);
     std::int64_t written = 0;
@@ -179,21 +180,22 @@ DeclickTally declickStream(AudioReader& reader, AudioWriter& writer, Multichanne
         progress.update(written);
     };
     DeclickTally tally;
-    tally.spans = declickRecording(declicker, reader.frames(), chunk, source, sink);
+    tally.spans = declickRecording(declicker, reader.frames(), chunk, source, sink, refill);
     for (const RepairedSpan& span : tally.spans) tally.samplesChanged += span.length();
     return tally;
 }
 
 // Floats where they carry the file's samples exactly, else doubles in its scale.
 DeclickTally declickStream(AudioReader& reader, AudioWriter& writer, MultichannelDeclicker& declicker, int chunk,
-                           Progress& progress, const std::string& input)
+                           Progress& progress, const std::string& input, ClickRefill* refill)
 {
     const bool floatsIn = reader.normalisedFloatsExact();
     const bool floatsOut = writer.storesFloats();
-    if (floatsIn && floatsOut) return declickStream<float, float>(reader, writer, declicker, chunk, progress, input);
-    if (floatsIn) return declickStream<float, double>(reader, writer, declicker, chunk, progress, input);
-    if (floatsOut) return declickStream<double, float>(reader, writer, declicker, chunk, progress, input);
-    return declickStream<double, double>(reader, writer, declicker, chunk, progress, input);
+    if (floatsIn && floatsOut)
+        return declickStream<float, float>(reader, writer, declicker, chunk, progress, input, refill);
+    if (floatsIn) return declickStream<float, double>(reader, writer, declicker, chunk, progress, input, refill);
+    if (floatsOut) return declickStream<double, float>(reader, writer, declicker, chunk, progress, input, refill);
+    return declickStream<double, double>(reader, writer, declicker, chunk, progress, input, refill);
 }
 
 void writeReport(const std::string& path, const std::vector<RepairedSpan>& spans, int sampleRate)
@@ -215,6 +217,7 @@ std::string describe(const DeclickOptions& options, const DeclickSettings& setti
                       pass.sensitivity);
         text += sensitivity;
     }
+    if (settings.refillClicks) text += ", clicks refilled by least-squares AR";
     return text + ")";
 }
 
@@ -255,7 +258,9 @@ void declickFile(const DeclickOptions& options)
         copyFile(reader, writer, progress, options.input);
     } else {
         MultichannelDeclicker declicker(settings, meanSquares, options.sharedEngine, listen, chunk, jobs);
-        tally = declickStream(reader, writer, declicker, chunk, progress, options.input);
+        std::optional<ClickRefill> refill;
+        if (refillsClicks(settings, listen)) refill.emplace(channels, reader.sampleRate(), total);
+        tally = declickStream(reader, writer, declicker, chunk, progress, options.input, refill ? &*refill : nullptr);
     }
     progress.finish();
     // The report first: if it cannot be written, the audio is not left behind either.

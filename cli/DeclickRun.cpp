@@ -91,6 +91,9 @@ void addDeclickSettingOptions(CLI::App* command, DeclickSettingOptions& options)
     command->add_flag("--shared-engine", options.sharedEngine,
                       "one engine for all channels instead of one per channel (the prediction engine "
                       "then never predicts on 2 or more channels)");
+    command->add_flag("--no-refill", options.noRefill,
+                      "keep the engines' own repair of loud clicks (auto fills them again by "
+                      "least-squares AR, edges included)");
     command->add_option("--jobs,-j", options.jobs, "threads, one channel each (default: cores up to the channel count); "
                                                    "the output does not depend on it")
         ->check(CLI::Range(1, maxJobs));
@@ -114,7 +117,11 @@ DeclickSettings settingsFrom(const DeclickSettingOptions& options)
         settings.engine = options.engine == "prediction" ? DeclickEngineKind::prediction : DeclickEngineKind::standard;
     if (options.blockOption->count() > 0) settings.block = options.block;
     const bool floorGiven = options.floorOption->count() > 0 || options.relativeFloorOption->count() > 0;
-    if (floorGiven && options.sensitivityOption->count() > 0) settings.passCount = 1;
+    if (floorGiven && options.sensitivityOption->count() > 0) {
+        settings.passCount = 1;
+        settings.refillClicks = false;
+    }
+    if (options.noRefill) settings.refillClicks = false;
     for (DeclickPass& pass : settings.passes) {
         if (options.sensitivityOption->count() > 0) pass.sensitivity = options.sensitivity;
         if (options.floorOption->count() > 0) pass.floor = {false, options.floor};
@@ -142,6 +149,11 @@ bool needsLevel(const DeclickSettings& settings, DeclickListen listen)
            std::ranges::any_of(settings.activePasses(), [](const DeclickPass& pass) { return pass.floor.relativeToLevel; });
 }
 
+bool refillsClicks(const DeclickSettings& settings, DeclickListen listen)
+{
+    return settings.refillClicks && listen == DeclickListen::repaired;
+}
+
 int declickChunk(const DeclickSettings& settings)
 {
     return std::max(1, chunkTarget / settings.block) * settings.block;
@@ -155,7 +167,8 @@ std::vector<double> MeanSquareMeter::meanSquares() const
 }
 
 std::vector<RepairedSpan> declickRecording(MultichannelDeclicker& declicker, std::int64_t total, int chunk,
-                                           const DeclickSource& source, const DeclickSink& sink)
+                                           const DeclickSource& source, const DeclickSink& sink,
+                                           ClickRefill* refill)
 {
     const int latency = declicker.latency();
     std::vector<std::vector<float>> rows(static_cast<std::size_t>(declicker.channels()),
@@ -172,18 +185,27 @@ std::vector<RepairedSpan> declickRecording(MultichannelDeclicker& declicker, std
         const std::int64_t got = consumed < total ? source(pointers.data(), std::min<std::int64_t>(chunk, total - consumed)) : 0;
         consumed += got;
         for (std::vector<float>& row : rows) std::fill(row.begin() + got, row.end(), 0.0f);
+        if (refill) refill->addInput(pointers.data(), chunk);
         declicker.process(pointers.data(), chunk);
         declicker.forEachLastSpan([&](const RepairedSpan& span) {
-            if (span.first < total) spans.push_back({span.channel, span.first, std::min(span.last, total - 1)});
+            if (span.first >= total) return;
+            spans.push_back({span.channel, span.first, std::min(span.last, total - 1)});
+            if (refill) refill->addSpan(spans.back());
         });
         const std::int64_t skip = std::clamp<std::int64_t>(latency - produced, 0, chunk);
         const std::int64_t keep = std::min<std::int64_t>(chunk - skip, total - written);
         produced += chunk;
         if (keep > 0) {
-            sink(pointers.data(), static_cast<int>(skip), static_cast<int>(keep));
             written += keep;
+            if (refill) {
+                refill->addOutput(pointers.data(), static_cast<int>(skip), static_cast<int>(keep));
+                refill->release(sink, written == total);
+            } else {
+                sink(pointers.data(), static_cast<int>(skip), static_cast<int>(keep));
+            }
         }
     }
+    if (refill) spans.insert(spans.end(), refill->refilled().begin(), refill->refilled().end());
     mergeOverlappingSpans(spans);
     return spans;
 }

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "declick/ClickRefill.h"
 #include "declick/DeclickPreset.h"
 #include "declick/MultichannelDeclicker.h"
 
@@ -24,6 +25,7 @@ struct DeclickSettingOptions {
     double relativeFloor = 0.0;
     int jobs = 0;
     bool sharedEngine = false;
+    bool noRefill = false;
     // Which of the preset's settings the options replace.
     CLI::Option* engineOption = nullptr;
     CLI::Option* blockOption = nullptr;
@@ -33,7 +35,7 @@ struct DeclickSettingOptions {
 };
 
 // --preset, --engine, --block, --sensitivity, --floor, --relative-floor,
-// --shared-engine and --jobs.
+// --shared-engine, --no-refill and --jobs.
 void addDeclickSettingOptions(CLI::App* command, DeclickSettingOptions& options);
 // --listen.
 void addDeclickListenOption(CLI::App* command, DeclickSettingOptions& options);
@@ -65,11 +67,17 @@ private:
 // returns how many it gave; 0 only when the source ended early.
 using DeclickSource = std::function<std::int64_t(float* const* rows, std::int64_t frames)>;
 // Takes rows[c][from, from + count): the next output frames, aligned with the input.
-using DeclickSink = std::function<void(const float* const* rows, int from, int count)>;
+using DeclickSink = DeclickFrameSink;
+
+// Whether the settings' passes are followed by the click refill for this output.
+bool refillsClicks(const DeclickSettings& settings, DeclickListen listen);
 
 // Runs `total` frames through the declicker, `chunk` frames a call (its maxFrames),
 // and hands on exactly `total` output frames lined up with the input: the first
-// latency() outputs are dropped and silence is fed past the end. Returns the
-// repaired spans inside the recording, merged and sorted.
+// latency() outputs are dropped and silence is fed past the end. With a refill
+// stage (built for the same channels and `total`), the output passes through it.
+// Returns the repaired spans inside the recording (refilled stretches included),
+// merged and sorted.
 std::vector<RepairedSpan> declickRecording(MultichannelDeclicker& declicker, std::int64_t total, int chunk,
-                                           const DeclickSource& source, const DeclickSink& sink);
+                                           const DeclickSource& source, const DeclickSink& sink,
+                                           ClickRefill* refill = nullptr);

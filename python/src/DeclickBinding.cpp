@@ -11,6 +11,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -27,7 +28,7 @@ namespace {
 
 // The keyword arguments that pick and change a preset, as given (None when not).
 struct SettingArguments {
-    py::object preset, engine, block, sensitivity, floor, relativeFloor, sharedEngine, jobs, listen;
+    py::object preset, engine, block, sensitivity, floor, relativeFloor, sharedEngine, jobs, listen, refill;
 };
 
 // The preset and the settings among **keywords; TypeError for any other keyword.
@@ -39,7 +40,7 @@ SettingArguments settingArguments(const py::object& preset, const py::kwargs& ke
         {"engine", &given.engine},  {"block", &given.block},
         {"sensitivity", &given.sensitivity}, {"floor", &given.floor},
         {"relative_floor", &given.relativeFloor}, {"shared_engine", &given.sharedEngine},
-        {"jobs", &given.jobs}, {"listen", &given.listen}};
+        {"jobs", &given.jobs}, {"listen", &given.listen}, {"refill", &given.refill}};
     std::size_t known = 0;
     for (auto& [name, slot] : slots) {
         *slot = keywords.contains(name) ? py::reinterpret_borrow<py::object>(keywords[name]) : py::none();
@@ -95,6 +96,7 @@ std::vector<std::string> commandArguments(const SettingArguments& given)
     add("--jobs", given.jobs, "jobs", integerText);
     add("--listen", given.listen, "listen", textArgument);
     if (!given.sharedEngine.is_none() && given.sharedEngine.cast<bool>()) arguments.emplace_back("--shared-engine");
+    if (!given.refill.is_none() && !given.refill.cast<bool>()) arguments.emplace_back("--no-refill");
     return {arguments.rbegin(), arguments.rend()};
 }
 
@@ -161,7 +163,7 @@ ClickSpan clickSpan(const RepairedSpan& span, int rate)
 }
 
 // The whole array through the engines, lined up with the input; the spans repaired.
-std::vector<RepairedSpan> declickInto(const AudioView& audio, const DeclickChoice& choice, float* out)
+std::vector<RepairedSpan> declickInto(const AudioView& audio, int rate, const DeclickChoice& choice, float* out)
 {
     const int chunk = declickChunk(choice.settings);
     const std::vector<double> meanSquares = needsLevel(choice.settings, choice.listen)
@@ -181,7 +183,10 @@ std::vector<RepairedSpan> declickInto(const AudioView& audio, const DeclickChoic
             std::copy(rows[c] + from, rows[c] + from + count, out + c * audio.frames + written);
         written += count;
     };
-    return declickRecording(declicker, audio.frames, chunk, source, sink);
+    std::optional<ClickRefill> refill;
+    if (refillsClicks(choice.settings, choice.listen))
+        refill.emplace(static_cast<int>(audio.channels), rate, audio.frames);
+    return declickRecording(declicker, audio.frames, chunk, source, sink, refill ? &*refill : nullptr);
 }
 
 py::object declick(const py::object& audioArgument, const py::object& rateArgumentValue,
@@ -199,7 +204,7 @@ py::object declick(const py::object& audioArgument, const py::object& rateArgume
         if (choice.listen == DeclickListen::bypass)
             for (std::int64_t c = 0; c < audio.channels; ++c) audio.copyFrames(c, 0, audio.frames, out + c * audio.frames);
         else
-            spans = declickInto(audio, choice, out);
+            spans = declickInto(audio, rate, choice, out);
     }
     if (!report) return repaired;
     std::vector<ClickSpan> listed;
@@ -231,6 +236,9 @@ public:
         : channels_(static_cast<int>(integerArgument(channelsArgument, "channels", 1, 4096))),
           rate_(rateArgument(rate))
     {
+        if (!given.refill.is_none() && given.refill.cast<bool>())
+            throw py::value_error("a streaming Declicker keeps the engines' own repair: refill needs the whole "
+                                  "recording (ferrotip.declick)");
         const DeclickChoice choice = choose(given, channels_);
         std::vector<double> meanSquares(static_cast<std::size_t>(channels_), 0.0);
         if (needsLevel(choice.settings, choice.listen)) {
@@ -345,7 +353,9 @@ settings, each replacing the preset's:
         relative_floor=0..1000 (a multiple of each channel's mean square),
         shared_engine=True (one engine for all channels), jobs=1..256
         threads (the result does not depend on it), listen='difference'
-        (what was removed) or 'bypass' (the input as it is).
+        (what was removed) or 'bypass' (the input as it is), refill=False
+        (keep the engines' own repair of loud clicks, which 'auto' fills
+        again by least-squares AR).
 
 The result is a new array of the same shape, lined up with the input sample
 for sample: the engines' latency is taken off and silence fed past the end.
@@ -389,7 +399,8 @@ output of latency samples earlier (silence at first). The engines work on
 whole blocks of block_size frames, gathered as they come, so latency is the
 engines' delay plus block_size - 1 whatever the calls' lengths. Feeding a
 recording in any blocks, then latency frames of silence more, and dropping the
-first latency output frames gives declick's bits for the same level.)")
+first latency output frames gives declick's bits for the same level with
+refill=False (a Declicker runs the engines alone).)")
         .def(py::init([](const py::object& channels, const py::object& rate, const py::object& preset,
                          const py::object& level, const py::kwargs& settings) {
                  return std::make_unique<Declicker>(channels, rate, settingArguments(preset, settings), level);

@@ -33,6 +33,9 @@ def cli_options(settings):
     """The command line's options for keyword settings."""
     options = []
     for key, value in settings.items():
+        if key == "refill":
+            options += [] if value else ["--no-refill"]
+            continue
         option = "--" + key.replace("_", "-")
         options.append(option if value is True else f"{option}={value}")
     return options
@@ -45,6 +48,7 @@ CASES = [
     ("gentle", {"engine": "prediction", "block": 256}),
     ("auto", {"sensitivity": 8.5, "floor": 1e-6}),
     ("auto", {"relative_floor": 0.02, "shared_engine": True}),
+    ("auto", {"refill": False}),
     ("clicks", {"listen": "difference", "jobs": 2}),
 ]
 
@@ -99,7 +103,7 @@ def stream(declicker, audio, frames_per_call):
 @pytest.mark.parametrize("preset", ["auto", "clicks"])
 def test_streaming_in_any_blocks_gives_the_bits_of_the_whole_array(preset, frames_per_call):
     audio = damaged_recording()
-    whole = ferrotip.declick(audio, RATE, preset, report=False)
+    whole = ferrotip.declick(audio, RATE, preset, report=False, refill=False)
     declicker = ferrotip.Declicker(2, RATE, preset, level=ferrotip.mean_squares(audio))
     assert declicker.channels == 2 and declicker.rate == RATE and declicker.latency > declicker.block_size
     assert same_bits(stream(declicker, audio, frames_per_call), whole)
@@ -201,6 +205,12 @@ def test_a_declicker_needs_a_level_or_an_absolute_floor():
     with pytest.raises(ValueError, match="finite mean squares"):
         ferrotip.Declicker(2, RATE, level=-1.0)
     ferrotip.Declicker(2, RATE, floor=1e-6)
+
+
+def test_a_declicker_runs_the_engines_alone():
+    with pytest.raises(ValueError, match="refill needs the whole recording"):
+        ferrotip.Declicker(2, RATE, floor=1e-6, refill=True)
+    ferrotip.Declicker(2, RATE, floor=1e-6, refill=False)
 
 
 def test_a_level_in_any_layout_is_read_as_given():

@@ -79,8 +79,23 @@ int windowedSegmentOffset(int mode, int n, int gapLength)
 
 void windowSpan(int mode, int n, int gapLength, float* span, HannPrecision precision)
 {
-    std::array<float, maxAnalysisLength> window{};
-    buildAnalysisWindow(mode, n, window.data(), precision);
+    // The window of the thread's last call: repairs come with the same mode and length
+    // again and again, and the exactly rounded cosines are the costly part of a window.
+    struct Window {
+        int mode = 0;
+        int n = -1;
+        HannPrecision precision = HannPrecision::float32;
+        std::array<float, maxAnalysisLength> values{};
+    };
+    thread_local Window last;
+    if (last.mode != mode || last.n != n || last.precision != precision) {
+        last.values.fill(0.0f);
+        buildAnalysisWindow(mode, n, last.values.data(), precision);
+        last.mode = mode;
+        last.n = n;
+        last.precision = precision;
+    }
+    const std::array<float, maxAnalysisLength>& window = last.values;
     const float* segment = span + windowedSegmentOffset(mode, n, gapLength);
     std::array<float, maxAnalysisLength> windowed{};
     for (int i = 0; i < n; ++i) windowed[i] = window[i] * segment[i];

@@ -1,6 +1,7 @@
 #include "ar/ArRecursions.h"
 
 #include <cmath>
+#include <cstring>
 #include <vector>
 
 namespace {
@@ -53,7 +54,29 @@ int levinsonDurbinTable(const double* r, double** rows, int order, double* error
 
 void autocorrelate(const double* samples, int count, double* lags, int maxLag)
 {
-    for (int k = 0; k <= maxLag; ++k) {
+    // Eight lags at a time, each summed in its own lane in the order of i: the bits of
+    // one lag at a time, with independent chains of additions instead of one.
+    typedef double Pair __attribute__((vector_size(2 * sizeof(double))));
+    constexpr int width = 8;
+    int k = 0;
+    for (; k + width - 1 <= maxLag && k + width - 1 < count; k += width) {
+        Pair sums[width / 2] = {};
+        const int shared = count - k - (width - 1);  // terms every one of the lags has
+        for (int i = 0; i < shared; ++i) {
+            const Pair x = {samples[i], samples[i]};
+            for (int pair = 0; pair < width / 2; ++pair) {
+                Pair y;
+                std::memcpy(&y, samples + i + k + 2 * pair, sizeof y);
+                sums[pair] += x * y;
+            }
+        }
+        for (int lane = 0; lane < width; ++lane) {
+            double sum = sums[lane / 2][lane % 2];
+            for (int i = shared; i < count - k - lane; ++i) sum += samples[i] * samples[i + k + lane];
+            lags[k + lane] = sum;
+        }
+    }
+    for (; k <= maxLag; ++k) {
         double sum = 0.0;
         for (int i = 0; i < count - k; ++i) sum += samples[i] * samples[i + k];
         lags[k] = sum;

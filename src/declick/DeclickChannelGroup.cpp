@@ -2,24 +2,11 @@
 
 #include <utility>
 
-#include "ar/ClassicRand.h"
 #include "crackle/AdvancedFftDeCrackler.h"
 #include "crackle/AdvancedFftDeCracklerOpt.h"
+#include "declick/DitherScope.h"
 
 namespace {
-
-// Puts a saved generator state on this thread for the lifetime of the scope, and
-// saves the state it leaves behind.
-class DitherScope {
-public:
-    explicit DitherScope(std::uint32_t& saved) : saved_(saved) { std::swap(saved_, ferrotip::detail::classicRandState); }
-    ~DitherScope() { std::swap(saved_, ferrotip::detail::classicRandState); }
-    DitherScope(const DitherScope&) = delete;
-    DitherScope& operator=(const DitherScope&) = delete;
-
-private:
-    std::uint32_t& saved_;
-};
 
 template <typename Engine>
 const int* marksOf(const MetaDeCrackler& engine, int channel)

@@ -33,6 +33,8 @@ struct DeclickSettings {
     int block = 512;
     std::array<DeclickPass, maxPasses> passes{};
     int passCount = 1;
+    // Loud clicks are filled again by least-squares AR after the passes (ClickRefill).
+    bool refillClicks = false;
 
     std::span<const DeclickPass> activePasses() const { return {passes.data(), static_cast<std::size_t>(passCount)}; }
 };

@@ -67,6 +67,26 @@ TEST(Autocorrelate, BiasedSumsInRisingOrder)
     EXPECT_EQ(lags[2], 3.0);
 }
 
+TEST(Autocorrelate, GivesTheBitsOfOneLagAtATimeForAnyLengthAndLag)
+{
+    std::mt19937 rng(7);
+    std::uniform_real_distribution<double> value(-1.0, 1.0);
+    for (int count : {1, 2, 3, 4, 5, 7, 8, 64, 1023, 1024}) {
+        std::vector<double> x(static_cast<std::size_t>(count));
+        for (double& v : x) v = value(rng) * (1.0 + 1e-3 * value(rng));
+        for (int maxLag : {0, 1, 2, 3, 4, 5, 6, count - 1, count, count + 3, 264}) {
+            if (maxLag < 0) continue;
+            std::vector<double> lags(static_cast<std::size_t>(maxLag) + 1, -1.0);
+            autocorrelate(x.data(), count, lags.data(), maxLag);
+            for (int k = 0; k <= maxLag; ++k) {
+                double sum = 0.0;
+                for (int i = 0; i < count - k; ++i) sum += x[i] * x[i + k];
+                ASSERT_EQ(lags[k], sum) << "count " << count << " lag " << k << " of " << maxLag;
+            }
+        }
+    }
+}
+
 TEST(Autocorrelate, FloatKeepsFloatSums)
 {
     const float x[] = {0.1f, 0.2f, 0.3f, 0.4f};

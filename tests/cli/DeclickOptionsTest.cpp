@@ -134,7 +134,7 @@ TEST_F(DeclickOptions, OneSharedEngineWithExplicitSettingsKeepsTheEarlierOutputB
 
 TEST_F(DeclickOptions, EveryPresetGivesTheSameBitsWhateverTheNumberOfJobs)
 {
-    for (const char* preset : {"clicks", "crackle", "gentle"}) {
+    for (const char* preset : {"auto", "clicks", "crackle", "gentle"}) {
         SCOPED_TRACE(preset);
         run(std::string("--preset ") + preset + " --jobs 1", "one.wav");
         run(std::string("--preset ") + preset + " --jobs 2", "two.wav");
@@ -170,6 +170,40 @@ TEST_F(DeclickOptions, ReportListsTheRepairedSpansInEachFormatAndTheSummaryCount
     std::string line;
     std::getline(labels, line);
     EXPECT_EQ(std::count(line.begin(), line.end(), '\t'), 2) << line;
+}
+
+TEST_F(DeclickOptions, AutoFillsLoudClicksAgainOnlyInsideTheReportedSpans)
+{
+    // Clicks of 20 samples, long enough to stand out as clicks rather than crackle.
+    std::vector<int> samples = portableClickedAudio(2 * 44100 + 77);
+    for (int t = 1500; t + 20 < 2 * 44100 + 77; t += 3001)
+        for (int i = 1; i < 20; ++i) samples[static_cast<std::size_t>(t + i) * 2 + (t / 3001) % 2] += 6000;
+    writeIntWav(path("wide.wav"), samples, SF_FORMAT_WAV | SF_FORMAT_PCM_16);
+    const std::string summary = runOn("wide.wav", "--report " + path("auto.csv"), "auto.wav");
+    EXPECT_NE(summary.find("clicks refilled by least-squares AR"), std::string::npos) << summary;
+    runOn("wide.wav", "--no-refill", "engines.wav");
+    const auto refilled = testsupport::readSoundFile<float>(path("auto.wav")).samples;
+    const auto engines = testsupport::readSoundFile<float>(path("engines.wav")).samples;
+    ASSERT_EQ(refilled.size(), engines.size());
+    const auto spans = readSpanList(path("auto.csv"), 44100);
+    const auto inside = [&](std::size_t frame, int channel) {
+        return std::any_of(spans.begin(), spans.end(), [&](const SampleSpan& span) {
+            return span.channel == channel && span.first <= static_cast<std::int64_t>(frame) &&
+                   static_cast<std::int64_t>(frame) <= span.last;
+        });
+    };
+    std::size_t changed = 0;
+    for (std::size_t i = 0; i < refilled.size(); ++i) {
+        if (refilled[i] == engines[i]) continue;
+        ++changed;
+        EXPECT_TRUE(inside(i / 2, static_cast<int>(i % 2))) << "frame " << i / 2 << " channel " << i % 2;
+    }
+    EXPECT_GT(changed, 0u);
+    EXPECT_GE(spans.size(), 1u);
+    // One explicit pass runs the engines alone, as earlier versions did.
+    run("--sensitivity 18 --relative-floor 1e-3", "one-pass.wav");
+    run("--sensitivity 18 --relative-floor 1e-3 --no-refill", "one-pass-engines.wav");
+    EXPECT_EQ(digestOf(path("one-pass.wav")), digestOf(path("one-pass-engines.wav")));
 }
 
 TEST_F(DeclickOptions, DifferenceWorksWithPresets)

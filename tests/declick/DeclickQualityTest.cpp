@@ -66,7 +66,8 @@ TEST_F(DeclickQuality, CleanRecordingsComeBackAt40DbOrBetter)
     EXPECT_GE(declickedSnr(cleanSpeech, cleanSpeech), 40.0);
 }
 
-// Gains over the damaged input, dB, half a dB or so under those reached when set.
+// Gains over the damaged input, dB, half a dB or so under those reached when set
+// (3 dB under for clicks in speech, where a few loud clicks decide the figure).
 struct Floors {
     double clicks;
     double crackle;
@@ -74,7 +75,7 @@ struct Floors {
 
 TEST_F(DeclickQuality, ClicksAndFineCrackleAreRemoved)
 {
-    const std::pair<dm::Audio, Floors> materials[] = {{music(), {6.5, 2.8}}, {speech(), {7.5, 5.0}}};
+    const std::pair<dm::Audio, Floors> materials[] = {{music(), {9.0, 2.8}}, {speech(), {15.0, 5.0}}};
     for (const auto& [clean, floors] : materials) {
         for (const auto& [kind, gain] : {std::pair{dm::clicks, floors.clicks}, std::pair{dm::crackle, floors.crackle}}) {
             const dm::Audio input = damaged(clean, kind);

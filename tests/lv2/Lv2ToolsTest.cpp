@@ -183,7 +183,7 @@ TEST_F(Lv2Tools, ApplyEqualsTheCommandLineBitForBit)
         {2, custom + "-c engine 1 -c sensitivity 4 -c floor_absolute 1e-6",
          "--block 512 --engine prediction --sensitivity 4 --floor 1e-6", onePass},
         // The default preset's two chained passes, each pass's floor given absolutely.
-        {2, "-c preset 0 -c floor_mode 1 -c floor_absolute 1e-6", "--preset auto --floor 1e-6", defaultLatency},
+        {2, "-c preset 0 -c floor_mode 1 -c floor_absolute 1e-6", "--preset auto --floor 1e-6 --no-refill", defaultLatency},
         {1, "-c preset 0 -c floor_mode 1 -c floor_absolute 1e-6 -c listen 1",
          "--preset auto --floor 1e-6 --listen difference", defaultLatency},
         {2, "-c preset 2 -c floor_mode 1 -c floor_absolute 1e-4", "--preset clicks --floor 1e-4", onePass},

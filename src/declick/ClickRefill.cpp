@@ -1,0 +1,194 @@
+#include "declick/ClickRefill.h"
+
+#include <ferrotip/ferrotip.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "declick/DitherScope.h"
+#include "module/MethodReach.h"
+#include "module/MethodTable.h"
+
+namespace {
+
+// The click method that refills: least-squares AR, one pass.
+constexpr int refillMethod = 2;
+
+int scaledToRate(int samplesAt44k, int sampleRate)
+{
+    return std::max(1, static_cast<int>(std::lround(samplesAt44k * (sampleRate / 44100.0))));
+}
+
+MethodReach reachFor(int sampleRate, int length)
+{
+    return methodReach(refillMethod, deriveCounts(methodRow(refillMethod), sampleRate, length), length);
+}
+
+}  // namespace
+
+ClickRefill::ClickRefill(int channels, int sampleRate, std::int64_t total, const Settings& settings)
+    : sampleRate_(sampleRate),
+      total_(total),
+      standOut_(settings.standOut),
+      minLength_(settings.minLength),
+      margin_(scaledToRate(settings.margin, sampleRate)),
+      levelReach_(scaledToRate(settings.levelReach, sampleRate)),
+      maxLength_(deriveCounts(methodRow(refillMethod), sampleRate, 1).maxGapSamples),
+      settleLag_(scaledToRate(1024, sampleRate)),
+      input_(static_cast<std::size_t>(channels)),
+      output_(static_cast<std::size_t>(channels)),
+      pending_(static_cast<std::size_t>(channels)),
+      ditherStates_(static_cast<std::size_t>(channels), 1u)
+{
+    // Output is held back until no span still to come can reach it: such a span
+    // starts at least settleLag_ before the output's end, and its refill reads the
+    // method's context before its widened start.
+    reachBefore_ = reachFor(sampleRate, std::max(maxLength_, 1)).before;
+    holdBack_ = settleLag_ + 3 * margin_ + 2 + maxLength_ + reachBefore_;
+}
+
+void ClickRefill::addInput(const float* const* rows, int frames)
+{
+    for (std::size_t c = 0; c < input_.size(); ++c) input_[c].insert(input_[c].end(), rows[c], rows[c] + frames);
+}
+
+void ClickRefill::addSpan(const RepairedSpan& span)
+{
+    pending_[static_cast<std::size_t>(span.channel)].push_back(span);
+}
+
+void ClickRefill::addOutput(const float* const* rows, int from, int count)
+{
+    for (std::size_t c = 0; c < output_.size(); ++c)
+        output_[c].insert(output_[c].end(), rows[c] + from, rows[c] + from + count);
+}
+
+ClickRefill::Stretch ClickRefill::stretchOf(std::int64_t first, std::int64_t last) const
+{
+    const std::int64_t start = std::max<std::int64_t>(first - margin_, 0);
+    const std::int64_t end = std::min(last + margin_ + 1, total_);
+    const int length = static_cast<int>(std::min<std::int64_t>(end - start, maxLength_ + 1));
+    const MethodReach reach = reachFor(sampleRate_, length);
+    return {start, length, reach.before, reach.after};
+}
+
+float ClickRefill::outputAt(int channel, std::int64_t position) const
+{
+    if (position < base_ || position >= outputEnd()) return 0.0f;
+    return output_[static_cast<std::size_t>(channel)][static_cast<std::size_t>(position - base_)];
+}
+
+// Whether what the engines removed from the span stands out of the audio around it.
+bool ClickRefill::standsOut(const RepairedSpan& span) const
+{
+    const auto& in = input_[static_cast<std::size_t>(span.channel)];
+    double peak = 0.0;
+    for (std::int64_t i = span.first; i <= span.last; ++i) {
+        const auto at = static_cast<std::size_t>(i - base_);
+        peak = std::max(peak, std::fabs(static_cast<double>(in[at]) - outputAt(span.channel, i)));
+    }
+    double energy = 0.0;
+    std::int64_t count = 0;
+    const auto addLevel = [&](std::int64_t from, std::int64_t to) {
+        for (std::int64_t i = std::max<std::int64_t>(from, 0); i < std::min(to, total_); ++i, ++count) {
+            const double x = outputAt(span.channel, i);
+            energy += x * x;
+        }
+    };
+    addLevel(span.first - levelReach_, span.first);
+    addLevel(span.last + 1, span.last + 1 + levelReach_);
+    const double rms = count > 0 ? std::sqrt(energy / static_cast<double>(count)) : 0.0;
+    return span.length() >= minLength_ && peak > standOut_ * rms;
+}
+
+// Fills channel's samples [first - margin, last + margin] again from the output
+// around them, if the method takes a gap that long.
+void ClickRefill::refill(int channel, std::int64_t first, std::int64_t last)
+{
+    const Stretch stretch = stretchOf(first, last);
+    if (stretch.length > maxLength_) return;
+    // The method reads relative to the stretch: hand it a window of its reach, with
+    // silence beyond the recording.
+    window_.resize(static_cast<std::size_t>(stretch.before + stretch.after));
+    for (int i = 0; i < stretch.before + stretch.after; ++i) {
+        const std::int64_t position = stretch.start - stretch.before + i;
+        window_[static_cast<std::size_t>(i)] = position < total_ ? outputAt(channel, position) : 0.0f;
+    }
+    float* rows[] = {window_.data()};
+    std::int32_t leftFade = 0;
+    std::int32_t rightFade = 0;
+    {
+        const DitherScope dither(ditherStates_[static_cast<std::size_t>(channel)]);
+        if (process(nullptr, rows, 1, sampleRate_, stretch.before, stretch.length, refillMethod, &leftFade,
+                    &rightFade) != 0)
+            return;
+    }
+    auto& out = output_[static_cast<std::size_t>(channel)];
+    std::copy_n(window_.begin() + stretch.before, stretch.length, out.begin() + (stretch.start - base_));
+    refilled_.push_back({channel, stretch.start, stretch.start + stretch.length - 1});
+}
+
+// A cluster: a channel's spans whose widened stretches overlap or touch. The spans
+// that overlap join into one click; of those that stand out, the widened stretches
+// that overlap or touch are filled as one.
+void ClickRefill::refillCluster(int channel, std::span<const RepairedSpan> cluster)
+{
+    // A cluster that came after the output it needs was handed on keeps the engines' repair.
+    if (std::max<std::int64_t>(cluster.front().first - margin_ - reachBefore_, 0) < base_) {
+        ++late_;
+        return;
+    }
+    std::vector<RepairedSpan> clicks(cluster.begin(), cluster.end());
+    mergeOverlappingSpans(clicks);
+    std::erase_if(clicks, [&](const RepairedSpan& click) { return !standsOut(click); });
+    for (std::size_t i = 0; i < clicks.size();) {
+        std::int64_t last = clicks[i].last;
+        std::size_t next = i + 1;
+        while (next < clicks.size() && clicks[next].first - margin_ <= last + margin_ + 1) last = clicks[next++].last;
+        refill(channel, clicks[i].first, last);
+        i = next;
+    }
+}
+
+// Refills the clusters no later span can join: spans arrive before the output
+// reaches them, or at most settleLag_ samples after.
+void ClickRefill::refillSettled(bool final)
+{
+    for (int channel = 0; channel < static_cast<int>(pending_.size()); ++channel) {
+        auto& spans = pending_[static_cast<std::size_t>(channel)];
+        std::sort(spans.begin(), spans.end(),
+                  [](const RepairedSpan& a, const RepairedSpan& b) { return a.first < b.first; });
+        std::size_t done = 0;
+        while (done < spans.size()) {
+            std::int64_t last = spans[done].last;
+            std::size_t end = done + 1;
+            while (end < spans.size() && spans[end].first - margin_ <= last + margin_ + 1)
+                last = std::max(last, spans[end++].last);
+            const std::int64_t reachEnd = last + margin_ + 1 + maxLength_ + reachFor(sampleRate_, maxLength_).after;
+            const bool settled = outputEnd() - settleLag_ > last + 2 * margin_ + 1 && outputEnd() >= std::min(reachEnd, total_);
+            if (!final && !settled) break;
+            refillCluster(channel, {spans.data() + done, end - done});
+            done = end;
+        }
+        spans.erase(spans.begin(), spans.begin() + static_cast<std::ptrdiff_t>(done));
+    }
+}
+
+void ClickRefill::release(const DeclickFrameSink& sink, bool final)
+{
+    refillSettled(final);
+    std::int64_t end = final ? outputEnd() : outputEnd() - holdBack_;
+    for (const auto& spans : pending_)
+        for (const RepairedSpan& span : spans) {
+            const Stretch stretch = stretchOf(span.first, span.last);
+            end = std::min(end, stretch.start - stretch.before);
+        }
+    const int count = static_cast<int>(std::max<std::int64_t>(end - base_, 0));
+    if (count == 0) return;
+    std::vector<const float*> rows;
+    for (const auto& row : output_) rows.push_back(row.data());
+    sink(rows.data(), 0, count);
+    for (auto& row : input_) row.erase(row.begin(), row.begin() + count);
+    for (auto& row : output_) row.erase(row.begin(), row.begin() + count);
+    base_ += count;
+}
