@@ -17,6 +17,16 @@ double longest(const InpaintSettings& settings, double InpaintCandidate::*field)
     return most;
 }
 
+// The period search reads no more than a model order on each side of a hole, so that
+// on the validation stretches' inner side it stays clear of the gap.
+PeriodicExtension periodicFor(const InpaintSettings& settings, int rate, int order)
+{
+    const int maxPeriod = std::max(1, std::min(msToSamples(settings.periodicMaxMs, rate), order / 2));
+    const int minPeriod = std::min(msToSamples(settings.periodicMinMs, rate), maxPeriod);
+    const int window = std::max(1, std::min(msToSamples(settings.periodicWindowMs, rate), order - maxPeriod));
+    return PeriodicExtension(minPeriod, maxPeriod, window);
+}
+
 }  // namespace
 
 GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSettings settings)
@@ -24,6 +34,7 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
       contextSamples(msToSamples(longest(settings, &InpaintCandidate::contextMs), sampleRate)),
       order(std::min(msToSamples(longest(settings, &InpaintCandidate::orderMs), sampleRate), contextSamples)),
       holdOutMaxGap(msToSamples(settings.holdOutMaxGapMs, sampleRate)),
+      periodicMinGap(msToSamples(settings.periodicMinGapMs, sampleRate)),
       patternMinGap(msToSamples(settings.patternMinGapMs, sampleRate)),
       patternReach(msToSamples(settings.patternReachMs, sampleRate)),
       patternBorder(msToSamples(settings.patternBorderMs, sampleRate)),
@@ -36,13 +47,14 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
       normal(2 * arContext(maxGap) + maxGap, order),
       solver(maxGap, 3 * maxChannels),
       search(maxGap >= patternMinGap ? segmentCapacity : 16, maxChannels),
+      periodic(periodicFor(settings, sampleRate, order)),
       segments(new double[static_cast<std::size_t>(maxChannels) * segmentCapacity]()),
       work(new double[segmentCapacity]()),
       rightHandSides(new double[static_cast<std::size_t>(3) * maxChannels * maxGap]()),
       rows(new double*[3 * maxChannels]()),
       segmentRows(new const double*[maxChannels]()),
       column(new double[order + 1]()),
-      candidateFills(new double[static_cast<std::size_t>(InpaintSettings::maxCandidates + 1) * 3 * maxChannels * maxGap]())
+      candidateFills(new double[static_cast<std::size_t>(maxFills) * 3 * maxChannels * maxGap]())
 {
     for (const InpaintCandidate& candidate : settings.candidates) {
         if (candidate.contextMs <= 0.0) break;
@@ -193,7 +205,7 @@ void GapFiller::combineCandidates(int channelCount, const Layout& at)
     };
     for (int i = 0; i < k; ++i) weights[i] = 1.0 / k;
     if (!settings_.validate) return;
-    double gram[InpaintSettings::maxCandidates][InpaintSettings::maxCandidates + 1] = {};
+    double gram[maxFills][maxFills + 1] = {};
     for (int row = channelCount; row < 3 * channelCount; ++row) {
         const int side = row / channelCount - 1, c = row % channelCount;
         const double* x = segment(c) + validationStart(at, side);
@@ -236,6 +248,25 @@ void GapFiller::combineCandidates(int channelCount, const Layout& at)
         for (int i = 0; i < k; ++i) weights[i] = 0.0;
 }
 
+double* GapFiller::candidateFill(int candidate, int row) const
+{
+    return candidateFills.get() + (static_cast<std::size_t>(candidate) * 3 * maxChannels_ + row) * maxGap_;
+}
+
+// The period repetition's fill of the gap and of the validation stretches (which sit
+// an order, more than its reach, away from the gap).
+void GapFiller::addPeriodicCandidate(int channelCount, const Layout& at)
+{
+    for (int c = 0; c < channelCount; ++c) segmentRows[c] = segment(c);
+    const int stretches = settings_.validate ? 3 : 1;
+    for (int v = 0; v < stretches; ++v) {
+        for (int c = 0; c < channelCount; ++c) rows[c] = candidateFill(activeCandidates, v * channelCount + c);
+        periodic.fill(segmentRows.get(), channelCount, v == 0 ? at.gap() : validationStart(at, v - 1), at.length,
+                      rows.get());
+    }
+    ++activeCandidates;
+}
+
 void GapFiller::fillFromModels(int channelCount, const Layout& at)
 {
     activeCandidates = 0;
@@ -256,6 +287,7 @@ void GapFiller::fillFromModels(int channelCount, const Layout& at)
         }
         ++activeCandidates;
     }
+    if (at.length >= periodicMinGap) addPeriodicCandidate(channelCount, at);
     combineCandidates(channelCount, at);
 }
 
