@@ -19,12 +19,12 @@ double longest(const InpaintSettings& settings, double InpaintCandidate::*field)
 
 // The period search reads no more than a model order on each side of a hole, so that
 // on the validation stretches' inner side it stays clear of the gap.
-PeriodicExtension periodicFor(const InpaintSettings& settings, int rate, int order)
+PeriodicExtension periodicFor(const InpaintSettings& settings, int rate, int order, int maxChannels)
 {
     const int maxPeriod = std::max(1, std::min(msToSamples(settings.periodicMaxMs, rate), order / 2));
     const int minPeriod = std::min(msToSamples(settings.periodicMinMs, rate), maxPeriod);
     const int window = std::max(1, std::min(msToSamples(settings.periodicWindowMs, rate), order - maxPeriod));
-    return PeriodicExtension(minPeriod, maxPeriod, window);
+    return PeriodicExtension(minPeriod, maxPeriod, window, maxChannels);
 }
 
 }  // namespace
@@ -47,7 +47,7 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
       normal(2 * arContext(maxGap) + maxGap, order),
       solver(maxGap, 3 * maxChannels),
       search(maxGap >= patternMinGap ? segmentCapacity : 16, maxChannels),
-      periodic(periodicFor(settings, sampleRate, order)),
+      periodic(periodicFor(settings, sampleRate, order, maxChannels)),
       segments(new double[static_cast<std::size_t>(maxChannels) * segmentCapacity]()),
       work(new double[segmentCapacity]()),
       rightHandSides(new double[static_cast<std::size_t>(3) * maxChannels * maxGap]()),
@@ -261,8 +261,9 @@ void GapFiller::addPeriodicCandidate(int channelCount, const Layout& at)
     const int stretches = settings_.validate ? 3 : 1;
     for (int v = 0; v < stretches; ++v) {
         for (int c = 0; c < channelCount; ++c) rows[c] = candidateFill(activeCandidates, v * channelCount + c);
-        periodic.fill(segmentRows.get(), channelCount, v == 0 ? at.gap() : validationStart(at, v - 1), at.length,
-                      rows.get());
+        const double periodicity = periodic.fill(segmentRows.get(), channelCount,
+                                                 v == 0 ? at.gap() : validationStart(at, v - 1), at.length, rows.get());
+        if (v == 0 && periodicity < settings_.periodicTrust) return;
     }
     ++activeCandidates;
 }

@@ -14,9 +14,9 @@
 // weights that would have restored those known stretches best combine them (with one
 // candidate, a gain of at most 1), which keeps an unreliable fill from doing worse
 // than silence. For short gaps the stretches are restored by models estimated without
-// them, so a model that merely fits its context well is not favoured. From 80 ms the
-// pitch period of each side, repeated across the gap (PeriodicExtension), joins the
-// candidates: voiced sound holds its waveform longer than a model's fill rings.
+// them, so a model that merely fits its context well is not favoured. From 10 ms, where
+// both sides are clearly periodic, the pitch cycles of the two sides repeated across
+// the gap in step (PeriodicExtension) join the candidates.
 //
 // Long gaps first look for a passage of the surrounding second whose borders match
 // the gap's (PatternSearch); a close match replaces the models' fill.
@@ -69,13 +69,15 @@ struct InpaintSettings {
     double patternLongTrust = 0.7;
     double patternLongGapMs = 250.0;
     // Gaps of periodicMinGapMs or more also get a candidate that repeats the pitch
-    // period (periodicMinMs to periodicMaxMs, found over periodicWindowMs) of each side
-    // across the gap, crossfaded from side to side: voiced speech over 100 ms, which
-    // the models let fade.
-    double periodicMinGapMs = 80.0;
+    // cycle (periodicMinMs to periodicMaxMs, found over periodicWindowMs) of each side
+    // across the gap in step with both edges (PeriodicExtension), when the period
+    // correlation on both sides reaches periodicTrust (voiced speech, a held note):
+    // such sound keeps its waveform where a model's fill rings down.
+    double periodicMinGapMs = 10.0;
     double periodicMinMs = 2.5;
     double periodicMaxMs = 12.5;
     double periodicWindowMs = 10.0;
+    double periodicTrust = 0.8;
     bool validate = true;  // weight the fills by their restorations of known audio
     // Gaps up to holdOutMaxGapMs restore the validation stretches from a second
     // estimate of each Burg model that leaves them out (twice the estimation work), so

@@ -34,7 +34,7 @@ std::vector<std::vector<double>> periodicChannels(const Hole& hole, int periodBe
     return channels;
 }
 
-std::vector<std::vector<double>> fillOf(const PeriodicExtension& extension, const std::vector<std::vector<double>>& channels,
+std::vector<std::vector<double>> fillOf(PeriodicExtension& extension, const std::vector<std::vector<double>>& channels,
                                         const Hole& hole)
 {
     std::vector<std::vector<double>> out(2, std::vector<double>(hole.length));
@@ -46,7 +46,7 @@ std::vector<std::vector<double>> fillOf(const PeriodicExtension& extension, cons
 
 TEST(PeriodicExtension, RestoresAStrictlyPeriodicSignal)
 {
-    const PeriodicExtension extension(100, 500, 400);
+    PeriodicExtension extension(100, 500, 400, 2);
     const Hole hole{1000, 4410, 1000};
     const auto channels = periodicChannels(hole, 160, 160);
     const auto out = fillOf(extension, channels, hole);
@@ -58,7 +58,7 @@ TEST(PeriodicExtension, RestoresAStrictlyPeriodicSignal)
 
 TEST(PeriodicExtension, EachEdgeContinuesItsOwnPeriod)
 {
-    const PeriodicExtension extension(100, 500, 400);
+    PeriodicExtension extension(100, 500, 400, 2);
     const Hole hole{1200, 8000, 1200};
     const auto channels = periodicChannels(hole, 150, 230);
     const auto out = fillOf(extension, channels, hole);
@@ -74,7 +74,7 @@ TEST(PeriodicExtension, EachEdgeContinuesItsOwnPeriod)
 
 TEST(PeriodicExtension, ReadsOnlyItsReach)
 {
-    const PeriodicExtension extension(100, 500, 400);
+    PeriodicExtension extension(100, 500, 400, 2);
     const Hole hole{1500, 3000, 1500};
     auto channels = periodicChannels(hole, 160, 160);
     const double poison = std::numeric_limits<double>::quiet_NaN();
