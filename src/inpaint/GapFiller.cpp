@@ -112,16 +112,16 @@ void GapFiller::load(float* const* channels, int channelCount, int start, const 
     }
 }
 
-// Adds segment(c)[from, to) to the estimate, without the validation stretches when
-// they are held out.
+// Adds segment(c)[from, to) to the estimate, without any part of the validation
+// stretches when they are held out.
 void GapFiller::addContext(int c, const Layout& at, int from, int to, bool holdOut)
 {
     const double* s = segment(c);
     if (holdOut && settings_.validate)
         for (int side = 0; side < 2; ++side) {
             const int v = validationStart(at, side);
-            if (v >= from && v < to) {
-                estimator.add(s + from, v - from);
+            if (v < to && v + at.length > from) {  // any overlap, also of a stretch's tail
+                if (v > from) estimator.add(s + from, v - from);
                 from = v + at.length;
             }
         }
