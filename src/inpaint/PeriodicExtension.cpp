@@ -79,7 +79,9 @@ double PeriodicExtension::cycleOffset(const double* const* segments, int channel
         for (int c = 0; c < channelCount; ++c) {
             const double* before = segments[c] + at.beforeStart;
             const double* after = resampled.get() + c * (maxPeriod_ + 1);
-            for (int j = 0; j < at.before; ++j) score += before[j] * after[(j - shift + at.before) % at.before];
+            // after[(j - shift) mod the period], in two runs without the modulo.
+            for (int j = 0; j < shift; ++j) score += before[j] * after[j - shift + at.before];
+            for (int j = shift; j < at.before; ++j) score += before[j] * after[j - shift];
         }
         if (shift == 0 || score > bestScore) {
             bestScore = score;
