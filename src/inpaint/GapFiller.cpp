@@ -190,8 +190,7 @@ bool GapFiller::patternFill(int channelCount, const Layout& at)
 void GapFiller::keepCandidate(int candidate, int channelCount, const Layout& at, int firstStretch, int stretches)
 {
     for (int r = firstStretch * channelCount; r < stretches * channelCount; ++r)
-        std::copy_n(rows[r], at.length,
-                    candidateFills.get() + (static_cast<std::size_t>(candidate) * 3 * maxChannels_ + r) * maxGap_);
+        std::copy_n(rows[r], at.length, candidateFill(candidate, r));
 }
 
 // Weights of the candidates' fills: least squares of the known audio of the
@@ -200,9 +199,6 @@ void GapFiller::keepCandidate(int candidate, int channelCount, const Layout& at,
 void GapFiller::combineCandidates(int channelCount, const Layout& at)
 {
     const int k = activeCandidates;
-    auto fillOf = [&](int candidate, int row) {
-        return candidateFills.get() + (static_cast<std::size_t>(candidate) * 3 * maxChannels_ + row) * maxGap_;
-    };
     for (int i = 0; i < k; ++i) weights[i] = 1.0 / k;
     if (!settings_.validate) return;
     double gram[maxFills][maxFills + 1] = {};
@@ -210,9 +206,9 @@ void GapFiller::combineCandidates(int channelCount, const Layout& at)
         const int side = row / channelCount - 1, c = row % channelCount;
         const double* x = segment(c) + validationStart(at, side);
         for (int i = 0; i < k; ++i) {
-            const double* yi = fillOf(i, row);
+            const double* yi = candidateFill(i, row);
             for (int j = 0; j <= i; ++j) {
-                const double* yj = fillOf(j, row);
+                const double* yj = candidateFill(j, row);
                 double sum = 0.0;
                 for (int t = 0; t < at.length; ++t) sum += yi[t] * yj[t];
                 gram[i][j] += sum;
@@ -307,8 +303,7 @@ void GapFiller::fill(float* const* channels, int channelCount, int start, int le
         for (int i = 0; i < length; ++i) {
             double sum = 0.0;
             for (int candidate = 0; candidate < activeCandidates; ++candidate)
-                sum += weights[candidate] *
-                       candidateFills[(static_cast<std::size_t>(candidate) * 3 * maxChannels_ + c) * maxGap_ + i];
+                sum += weights[candidate] * candidateFill(candidate, c)[i];
             channels[c][start + i] = static_cast<float>(sum);
         }
 }

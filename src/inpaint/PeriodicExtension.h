@@ -4,9 +4,10 @@
 // both edges in step. Voiced sound keeps its waveform for many periods, where an
 // autoregressive extrapolation rings down within a few tens of milliseconds.
 //
-// The period on a side is the lag of the highest normalised correlation, summed over
-// the channels, between the `window` samples next to the hole and the same stretch one
-// lag further out; only `window + maxPeriod` samples on each side are read. Works on
+// The period on a side comes from the normalised correlation, summed over the
+// channels, between the `window` samples next to the hole and the same stretch one lag
+// further out: the shortest lag at a peak near the highest (a multiple of the period
+// correlates as well). Only `window + maxPeriod` samples on each side are read. Works on
 // the caller's segments (double, any scale); the constructor allocates, fill never
 // does. Plain loops in double: the same bits on every platform. One thread at a time.
 #pragma once
@@ -24,12 +25,12 @@ public:
     double fill(const double* const* segments, int channelCount, int hole, int length, double* const* out);
 
 private:
-    // direction -1: the stretch before `edge`, compared with one a lag earlier;
-    // +1: the stretch from `edge` on, compared with one a lag later.
     struct Period {
         int lag;
         double correlation;
     };
+    // direction -1: the stretch before `edge`, compared with one a lag earlier;
+    // +1: the stretch from `edge` on, compared with one a lag later.
     Period periodAt(const double* const* segments, int channelCount, int edge, int direction);
     double correlationAt(const double* const* segments, int channelCount, int first, int lag) const;
 
