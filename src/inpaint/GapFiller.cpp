@@ -17,6 +17,16 @@ double longest(const InpaintSettings& settings, double InpaintCandidate::*field)
     return most;
 }
 
+// The period search reads no more than a model order on each side of a hole, so that
+// on the validation stretches' inner side it stays clear of the gap.
+PeriodicExtension periodicFor(const InpaintSettings& settings, int rate, int order, int maxChannels)
+{
+    const int maxPeriod = std::max(1, std::min(msToSamples(settings.periodicMaxMs, rate), order / 2));
+    const int minPeriod = std::min(msToSamples(settings.periodicMinMs, rate), maxPeriod);
+    const int window = std::max(1, std::min(msToSamples(settings.periodicWindowMs, rate), order - maxPeriod));
+    return PeriodicExtension(minPeriod, maxPeriod, window, maxChannels);
+}
+
 }  // namespace
 
 GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSettings settings)
@@ -24,6 +34,7 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
       contextSamples(msToSamples(longest(settings, &InpaintCandidate::contextMs), sampleRate)),
       order(std::min(msToSamples(longest(settings, &InpaintCandidate::orderMs), sampleRate), contextSamples)),
       holdOutMaxGap(msToSamples(settings.holdOutMaxGapMs, sampleRate)),
+      periodicMinGap(msToSamples(settings.periodicMinGapMs, sampleRate)),
       patternMinGap(msToSamples(settings.patternMinGapMs, sampleRate)),
       patternReach(msToSamples(settings.patternReachMs, sampleRate)),
       patternBorder(msToSamples(settings.patternBorderMs, sampleRate)),
@@ -36,13 +47,14 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
       normal(2 * arContext(maxGap) + maxGap, order),
       solver(maxGap, 3 * maxChannels),
       search(maxGap >= patternMinGap ? segmentCapacity : 16, maxChannels),
+      periodic(periodicFor(settings, sampleRate, order, maxChannels)),
       segments(new double[static_cast<std::size_t>(maxChannels) * segmentCapacity]()),
       work(new double[segmentCapacity]()),
       rightHandSides(new double[static_cast<std::size_t>(3) * maxChannels * maxGap]()),
       rows(new double*[3 * maxChannels]()),
       segmentRows(new const double*[maxChannels]()),
       column(new double[order + 1]()),
-      candidateFills(new double[static_cast<std::size_t>(InpaintSettings::maxCandidates + 1) * 3 * maxChannels * maxGap]())
+      candidateFills(new double[static_cast<std::size_t>(maxFills) * 3 * maxChannels * maxGap]())
 {
     for (const InpaintCandidate& candidate : settings.candidates) {
         if (candidate.contextMs <= 0.0) break;
@@ -100,16 +112,16 @@ void GapFiller::load(float* const* channels, int channelCount, int start, const 
     }
 }
 
-// Adds segment(c)[from, to) to the estimate, without the validation stretches when
-// they are held out.
+// Adds segment(c)[from, to) to the estimate, without any part of the validation
+// stretches when they are held out.
 void GapFiller::addContext(int c, const Layout& at, int from, int to, bool holdOut)
 {
     const double* s = segment(c);
     if (holdOut && settings_.validate)
         for (int side = 0; side < 2; ++side) {
             const int v = validationStart(at, side);
-            if (v >= from && v < to) {
-                estimator.add(s + from, v - from);
+            if (v < to && v + at.length > from) {  // any overlap, also of a stretch's tail
+                if (v > from) estimator.add(s + from, v - from);
                 from = v + at.length;
             }
         }
@@ -178,8 +190,7 @@ bool GapFiller::patternFill(int channelCount, const Layout& at)
 void GapFiller::keepCandidate(int candidate, int channelCount, const Layout& at, int firstStretch, int stretches)
 {
     for (int r = firstStretch * channelCount; r < stretches * channelCount; ++r)
-        std::copy_n(rows[r], at.length,
-                    candidateFills.get() + (static_cast<std::size_t>(candidate) * 3 * maxChannels_ + r) * maxGap_);
+        std::copy_n(rows[r], at.length, candidateFill(candidate, r));
 }
 
 // Weights of the candidates' fills: least squares of the known audio of the
@@ -188,19 +199,16 @@ void GapFiller::keepCandidate(int candidate, int channelCount, const Layout& at,
 void GapFiller::combineCandidates(int channelCount, const Layout& at)
 {
     const int k = activeCandidates;
-    auto fillOf = [&](int candidate, int row) {
-        return candidateFills.get() + (static_cast<std::size_t>(candidate) * 3 * maxChannels_ + row) * maxGap_;
-    };
     for (int i = 0; i < k; ++i) weights[i] = 1.0 / k;
     if (!settings_.validate) return;
-    double gram[InpaintSettings::maxCandidates][InpaintSettings::maxCandidates + 1] = {};
+    double gram[maxFills][maxFills + 1] = {};
     for (int row = channelCount; row < 3 * channelCount; ++row) {
         const int side = row / channelCount - 1, c = row % channelCount;
         const double* x = segment(c) + validationStart(at, side);
         for (int i = 0; i < k; ++i) {
-            const double* yi = fillOf(i, row);
+            const double* yi = candidateFill(i, row);
             for (int j = 0; j <= i; ++j) {
-                const double* yj = fillOf(j, row);
+                const double* yj = candidateFill(j, row);
                 double sum = 0.0;
                 for (int t = 0; t < at.length; ++t) sum += yi[t] * yj[t];
                 gram[i][j] += sum;
@@ -236,6 +244,26 @@ void GapFiller::combineCandidates(int channelCount, const Layout& at)
         for (int i = 0; i < k; ++i) weights[i] = 0.0;
 }
 
+double* GapFiller::candidateFill(int candidate, int row) const
+{
+    return candidateFills.get() + (static_cast<std::size_t>(candidate) * 3 * maxChannels_ + row) * maxGap_;
+}
+
+// The period repetition's fill of the gap and of the validation stretches (which sit
+// an order, more than its reach, away from the gap).
+void GapFiller::addPeriodicCandidate(int channelCount, const Layout& at)
+{
+    for (int c = 0; c < channelCount; ++c) segmentRows[c] = segment(c);
+    const int stretches = settings_.validate ? 3 : 1;
+    for (int v = 0; v < stretches; ++v) {
+        for (int c = 0; c < channelCount; ++c) rows[c] = candidateFill(activeCandidates, v * channelCount + c);
+        const double periodicity = periodic.fill(segmentRows.get(), channelCount,
+                                                 v == 0 ? at.gap() : validationStart(at, v - 1), at.length, rows.get());
+        if (v == 0 && periodicity < settings_.periodicTrust) return;
+    }
+    ++activeCandidates;
+}
+
 void GapFiller::fillFromModels(int channelCount, const Layout& at)
 {
     activeCandidates = 0;
@@ -256,6 +284,7 @@ void GapFiller::fillFromModels(int channelCount, const Layout& at)
         }
         ++activeCandidates;
     }
+    if (at.length >= periodicMinGap) addPeriodicCandidate(channelCount, at);
     combineCandidates(channelCount, at);
 }
 
@@ -274,8 +303,7 @@ void GapFiller::fill(float* const* channels, int channelCount, int start, int le
         for (int i = 0; i < length; ++i) {
             double sum = 0.0;
             for (int candidate = 0; candidate < activeCandidates; ++candidate)
-                sum += weights[candidate] *
-                       candidateFills[(static_cast<std::size_t>(candidate) * 3 * maxChannels_ + c) * maxGap_ + i];
+                sum += weights[candidate] * candidateFill(candidate, c)[i];
             channels[c][start + i] = static_cast<float>(sum);
         }
 }

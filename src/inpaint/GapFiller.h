@@ -14,7 +14,9 @@
 // weights that would have restored those known stretches best combine them (with one
 // candidate, a gain of at most 1), which keeps an unreliable fill from doing worse
 // than silence. For short gaps the stretches are restored by models estimated without
-// them, so a model that merely fits its context well is not favoured.
+// them, so a model that merely fits its context well is not favoured. From 10 ms, where
+// both sides are clearly periodic, the pitch cycles of the two sides repeated across
+// the gap in step (PeriodicExtension) join the candidates.
 //
 // Long gaps first look for a passage of the surrounding second whose borders match
 // the gap's (PatternSearch); a close match replaces the models' fill.
@@ -33,6 +35,7 @@
 #include "inpaint/ModelFloor.h"
 #include "inpaint/NormalProduct.h"
 #include "inpaint/PatternSearch.h"
+#include "inpaint/PeriodicExtension.h"
 #include "inpaint/ToeplitzSolver.h"
 
 // One candidate model: its context on each side, its AR order, its model / fill
@@ -65,6 +68,16 @@ struct InpaintSettings {
     double patternBorderShare = 0.3;
     double patternLongTrust = 0.7;
     double patternLongGapMs = 250.0;
+    // Gaps of periodicMinGapMs or more also get a candidate that repeats the pitch
+    // cycle (periodicMinMs to periodicMaxMs, found over periodicWindowMs) of each side
+    // across the gap in step with both edges (PeriodicExtension), when the period
+    // correlation on both sides reaches periodicTrust (voiced speech, a held note):
+    // such sound keeps its waveform where a model's fill rings down.
+    double periodicMinGapMs = 10.0;
+    double periodicMinMs = 2.5;
+    double periodicMaxMs = 12.5;
+    double periodicWindowMs = 10.0;
+    double periodicTrust = 0.8;
     bool validate = true;  // weight the fills by their restorations of known audio
     // Gaps up to holdOutMaxGapMs restore the validation stretches from a second
     // estimate of each Burg model that leaves them out (twice the estimation work), so
@@ -103,6 +116,8 @@ private:
     void keepCandidate(int candidate, int channelCount, const Layout& at, int firstStretch, int stretches);
     void combineCandidates(int channelCount, const Layout& at);
     void fillFromModels(int channelCount, const Layout& at);
+    void addPeriodicCandidate(int channelCount, const Layout& at);
+    double* candidateFill(int candidate, int row) const;
     void solve(int channelCount, const Layout& at, int modelOrder);
     int validationStart(const Layout& at, int side) const;
 
@@ -114,7 +129,7 @@ private:
     int candidateMaxGap[InpaintSettings::maxCandidates] = {};
     int contextSamples;  // the longest candidate's
     int order;           // the highest candidate's
-    int holdOutMaxGap, patternMinGap, patternReach, patternBorder, patternLongGap;
+    int holdOutMaxGap, periodicMinGap, patternMinGap, patternReach, patternBorder, patternLongGap;
     int maxGap_;
     int maxChannels_;
     int segmentCapacity;
@@ -123,6 +138,7 @@ private:
     NormalProduct normal;
     ToeplitzSolver solver;
     PatternSearch search;
+    PeriodicExtension periodic;
     std::unique_ptr<double[]> segments;   // maxChannels rows of segmentCapacity
     std::unique_ptr<double[]> work;       // segmentCapacity
     std::unique_ptr<double[]> rightHandSides;  // 3 * maxChannels rows of maxGap
@@ -130,5 +146,6 @@ private:
     std::unique_ptr<const double*[]> segmentRows;  // maxChannels
     std::unique_ptr<double[]> column;     // order + 1
     std::unique_ptr<double[]> candidateFills;  // maxCandidates x 3 x maxChannels x maxGap
-    double weights[InpaintSettings::maxCandidates] = {};
+    static constexpr int maxFills = InpaintSettings::maxCandidates + 1;  // the models' and the periodic one
+    double weights[maxFills] = {};
 };

@@ -50,6 +50,9 @@ InpaintSettings settingsFromEnvironment()
                     &s.patternTrust);
     if (const char* v = std::getenv("INPAINT_LONG"))
         std::sscanf(v, "%lf:%lf:%lf", &s.patternBorderShare, &s.patternLongTrust, &s.patternLongGapMs);
+    if (const char* v = std::getenv("INPAINT_PERIODIC"))
+        std::sscanf(v, "%lf:%lf:%lf:%lf:%lf", &s.periodicMinGapMs, &s.periodicMinMs, &s.periodicMaxMs,
+                    &s.periodicWindowMs, &s.periodicTrust);
     if (const char* v = std::getenv("INPAINT_HOLD_OUT_MS")) s.holdOutMaxGapMs = std::atof(v);
     if (std::getenv("INPAINT_NO_VALIDATION")) s.validate = false;
     if (const char* v = std::getenv("INPAINT_WHITE")) s.whiteFloor = std::atof(v);

@@ -1,0 +1,117 @@
+#include "inpaint/PeriodicExtension.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+
+// One cycle of a channel, `period` samples from `start`, read at a phase in cycles
+// (taken modulo 1) by linear interpolation that wraps within the cycle.
+double cycleAt(const double* x, int start, int period, double phase)
+{
+    const double position = (phase - std::floor(phase)) * period;
+    const int k = std::min(static_cast<int>(position), period - 1);
+    const double frac = position - k;
+    return (1.0 - frac) * x[start + k] + frac * x[start + (k + 1) % period];
+}
+
+}  // namespace
+
+PeriodicExtension::PeriodicExtension(int minPeriod, int maxPeriod, int window, int maxChannels)
+    : minPeriod_(minPeriod),
+      maxPeriod_(maxPeriod),
+      window_(window),
+      correlations(new double[maxPeriod + 2]()),
+      resampled(new double[static_cast<std::size_t>(maxChannels) * (maxPeriod + 1)]())
+{
+}
+
+double PeriodicExtension::correlationAt(const double* const* segments, int channelCount, int first, int lag) const
+{
+    double cross = 0.0, near = 0.0, far = 0.0;
+    for (int c = 0; c < channelCount; ++c) {
+        const double* a = segments[c] + first;
+        const double* b = segments[c] + first + lag;
+        for (int j = 0; j < window_; ++j) {
+            cross += a[j] * b[j];
+            near += a[j] * a[j];
+            far += b[j] * b[j];
+        }
+    }
+    const double energy = near * far;
+    return energy > 0.0 ? cross / std::sqrt(energy) : 0.0;
+}
+
+// The shortest lag at a peak of the correlation within octaveTolerance of the highest:
+// a multiple of the period correlates about as well, and taking it on one side only
+// would glide the pitch by an octave.
+PeriodicExtension::Period PeriodicExtension::periodAt(const double* const* segments, int channelCount, int edge,
+                                                      int direction)
+{
+    const int first = direction < 0 ? edge - window_ : edge;
+    double highest = -2.0;
+    for (int lag = minPeriod_; lag <= maxPeriod_; ++lag) {
+        correlations[lag] = correlationAt(segments, channelCount, first, direction * lag);
+        highest = std::max(highest, correlations[lag]);
+    }
+    correlations[maxPeriod_ + 1] = -2.0;
+    constexpr double octaveTolerance = 0.9;
+    for (int lag = minPeriod_; lag <= maxPeriod_; ++lag) {
+        const bool peak = (lag == minPeriod_ || correlations[lag] >= correlations[lag - 1]) &&
+                          correlations[lag] >= correlations[lag + 1];
+        if (peak && correlations[lag] >= octaveTolerance * highest) return {lag, correlations[lag]};
+    }
+    return {minPeriod_, highest};
+}
+
+// The phase (in cycles of the cycle before the hole) at which the cycle after it
+// lines up best with the one before, summed over the channels: the cycle after,
+// resampled to the length of the one before, correlated at every circular shift.
+double PeriodicExtension::cycleOffset(const double* const* segments, int channelCount, const Cycles& at)
+{
+    for (int c = 0; c < channelCount; ++c)
+        for (int j = 0; j < at.before; ++j)
+            resampled[c * (maxPeriod_ + 1) + j] = cycleAt(segments[c], at.afterStart, at.after, double(j) / at.before);
+    int best = 0;
+    double bestScore = 0.0;
+    for (int shift = 0; shift < at.before; ++shift) {
+        double score = 0.0;
+        for (int c = 0; c < channelCount; ++c) {
+            const double* before = segments[c] + at.beforeStart;
+            const double* after = resampled.get() + c * (maxPeriod_ + 1);
+            // after[(j - shift) mod the period], in two runs without the modulo.
+            for (int j = 0; j < shift; ++j) score += before[j] * after[j - shift + at.before];
+            for (int j = shift; j < at.before; ++j) score += before[j] * after[j - shift];
+        }
+        if (shift == 0 || score > bestScore) {
+            bestScore = score;
+            best = shift;
+        }
+    }
+    return double(best) / at.before;
+}
+
+double PeriodicExtension::fill(const double* const* segments, int channelCount, int hole, int length,
+                               double* const* out)
+{
+    const Period left = periodAt(segments, channelCount, hole, -1);
+    const Period right = periodAt(segments, channelCount, hole + length, 1);
+    const Cycles at{hole - left.lag, left.lag, hole + length, right.lag};
+    // The phase runs in cycles of the cycle before the hole, its rate gliding from one
+    // side's period to the other's, stretched a little so that at the hole's end it
+    // reaches a whole number of cycles plus the offset of the cycle after the hole:
+    // the two cycles, crossfaded along the hole, stay in step and meet both edges.
+    const double offset = cycleOffset(segments, channelCount, at);
+    const double rateBefore = 1.0 / at.before, rateAfter = 1.0 / at.after;
+    const double gliding = length * (rateBefore + rateAfter) / 2.0;
+    const double stretch = (std::max(1.0, std::round(gliding - offset)) + offset) / gliding;
+    for (int i = 0; i < length; ++i) {
+        const double t = i;
+        const double phase = stretch * (t * rateBefore + t * t / (2.0 * length) * (rateAfter - rateBefore));
+        const double towardsEnd = (i + 0.5) / length;
+        for (int c = 0; c < channelCount; ++c)
+            out[c][i] = (1.0 - towardsEnd) * cycleAt(segments[c], at.beforeStart, at.before, phase) +
+                        towardsEnd * cycleAt(segments[c], at.afterStart, at.after, phase - offset);
+    }
+    return std::min(left.correlation, right.correlation);
+}
