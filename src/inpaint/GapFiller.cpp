@@ -39,6 +39,8 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
       patternReach(msToSamples(settings.patternReachMs, sampleRate)),
       patternBorder(msToSamples(settings.patternBorderMs, sampleRate)),
       patternLongGap(msToSamples(settings.patternLongGapMs, sampleRate)),
+      patternWideMinGap(msToSamples(settings.patternWideMinGapMs, sampleRate)),
+      patternWideReach(msToSamples(settings.patternWideReachMs, sampleRate)),
       maxGap_(maxGap),
       maxChannels_(maxChannels),
       segmentCapacity(2 * contextLength(maxGap) + maxGap),
@@ -77,6 +79,7 @@ int GapFiller::arContext(int length) const
 int GapFiller::contextLength(int length) const
 {
     const int reach = arContext(length);
+    if (length >= patternWideMinGap) return std::max(reach, patternWideReach);
     return length >= patternMinGap ? std::max(reach, patternReach) : reach;
 }
 
@@ -183,7 +186,9 @@ bool GapFiller::patternFill(int channelCount, const Layout& at)
     const double along = patternLongGap > patternMinGap
                              ? std::clamp(double(at.length - patternMinGap) / (patternLongGap - patternMinGap), 0.0, 1.0)
                              : 1.0;
-    const double trust = settings_.patternTrust + along * (settings_.patternLongTrust - settings_.patternTrust);
+    const double trust = at.length >= patternWideMinGap
+                             ? settings_.patternWideTrust
+                             : settings_.patternTrust + along * (settings_.patternLongTrust - settings_.patternTrust);
     return search.fill(at.gap(), at.length, border, rows.get()) >= trust;
 }
 

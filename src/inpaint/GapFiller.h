@@ -68,6 +68,12 @@ struct InpaintSettings {
     double patternBorderShare = 0.3;
     double patternLongTrust = 0.7;
     double patternLongGapMs = 250.0;
+    // Gaps of patternWideMinGapMs or more, where a model's fill carries little, search
+    // patternWideReachMs on each side instead and take a match from patternWideTrust:
+    // music repeats over bars, seconds apart, and the wider search finds the bar.
+    double patternWideMinGapMs = 200.0;
+    double patternWideReachMs = 6000.0;
+    double patternWideTrust = 0.85;
     // Gaps of periodicMinGapMs or more also get a candidate that repeats the pitch
     // cycle (periodicMinMs to periodicMaxMs, found over periodicWindowMs) of each side
     // across the gap in step with both edges (PeriodicExtension), when the period
@@ -130,6 +136,7 @@ private:
     int contextSamples;  // the longest candidate's
     int order;           // the highest candidate's
     int holdOutMaxGap, periodicMinGap, patternMinGap, patternReach, patternBorder, patternLongGap;
+    int patternWideMinGap, patternWideReach;
     int maxGap_;
     int maxChannels_;
     int segmentCapacity;

@@ -84,7 +84,7 @@ TEST(InpaintQuality, SpeechAboveItsFloors) { checkFloors(speech(), &Floor::speec
 
 // Above 80 ms the waveform methods are the alternative. On three gaps the comparison
 // is noisy, so the floor is the best of them less a margin (the table's eight gaps per
-// length show the filler ahead at 100 and 249 ms on both). Measured: music 1.3 / -0.1 dB
+// length show the filler ahead at 100 and 249 ms on both). Measured: music 1.3 / 2.4 dB
 // against -2.6 / -0.2, speech 8.1 / 0.1 against 6.8 / -4.4.
 void checkAgainstWaveformMethods(const Material& material, double margin)
 {
