@@ -43,7 +43,9 @@ ClickRefill::ClickRefill(int channels, int sampleRate, std::int64_t total, const
     // Output is held back until no span still to come can reach it: such a span
     // starts at least settleLag_ before the output's end, and its refill reads the
     // method's context before its widened start.
-    reachBefore_ = reachFor(sampleRate, std::max(maxLength_, 1)).before;
+    const MethodReach longest = reachFor(sampleRate, std::max(maxLength_, 1));
+    reachBefore_ = longest.before;
+    reachAfter_ = longest.after;
     holdBack_ = settleLag_ + 3 * margin_ + 2 + maxLength_ + reachBefore_;
 }
 
@@ -164,7 +166,7 @@ void ClickRefill::refillSettled(bool final)
             std::size_t end = done + 1;
             while (end < spans.size() && spans[end].first - margin_ <= last + margin_ + 1)
                 last = std::max(last, spans[end++].last);
-            const std::int64_t reachEnd = last + margin_ + 1 + maxLength_ + reachFor(sampleRate_, maxLength_).after;
+            const std::int64_t reachEnd = last + margin_ + 1 + maxLength_ + reachAfter_;
             const bool settled = outputEnd() - settleLag_ > last + 2 * margin_ + 1 && outputEnd() >= std::min(reachEnd, total_);
             if (!final && !settled) break;
             refillCluster(channel, {spans.data() + done, end - done});
@@ -185,9 +187,9 @@ void ClickRefill::release(const DeclickFrameSink& sink, bool final)
         }
     const int count = static_cast<int>(std::max<std::int64_t>(end - base_, 0));
     if (count == 0) return;
-    std::vector<const float*> rows;
-    for (const auto& row : output_) rows.push_back(row.data());
-    sink(rows.data(), 0, count);
+    rows_.clear();
+    for (const auto& row : output_) rows_.push_back(row.data());
+    sink(rows_.data(), 0, count);
     for (auto& row : input_) row.erase(row.begin(), row.begin() + count);
     for (auto& row : output_) row.erase(row.begin(), row.begin() + count);
     base_ += count;

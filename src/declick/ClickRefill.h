@@ -84,6 +84,7 @@ private:
     int maxLength_;
     int settleLag_;  // how far behind the output's end a span may still arrive
     int reachBefore_;  // the most the method reads before a stretch
+    int reachAfter_;   // and from its start on
     int holdBack_;
     std::int64_t base_ = 0;                   // stream position of element 0 of the buffers
     std::vector<std::vector<float>> input_;   // from base_ on, as far as the input has come
@@ -92,5 +93,6 @@ private:
     std::vector<std::uint32_t> ditherStates_;         // per channel
     std::vector<RepairedSpan> refilled_;
     std::vector<float> window_;
+    std::vector<const float*> rows_;  // the output rows handed to the sink
     std::int64_t late_ = 0;
 };
