@@ -176,6 +176,11 @@ std::vector<RepairedSpan> declickRecording(MultichannelDeclicker& declicker, std
     std::vector<float*> pointers;
     for (std::vector<float>& row : rows) pointers.push_back(row.data());
     std::vector<RepairedSpan> spans;
+    // The refill hands on what it held back behind a click, and at the end all it
+    // holds, in one piece: pass that on a chunk at a time, as the sink takes it.
+    const DeclickSink chunkedSink = [&](const float* const* output, int from, int count) {
+        for (int done = 0; done < count; done += chunk) sink(output, from + done, std::min(chunk, count - done));
+    };
     // Output sample k of the engines is input sample k - latency: drop the first
     // `latency` outputs, and feed silence past the end until all are written.
     std::int64_t consumed = 0;
@@ -199,7 +204,7 @@ std::vector<RepairedSpan> declickRecording(MultichannelDeclicker& declicker, std
             written += keep;
             if (refill) {
                 refill->addOutput(pointers.data(), static_cast<int>(skip), static_cast<int>(keep));
-                refill->release(sink, written == total);
+                refill->release(chunkedSink, written == total);
             } else {
                 sink(pointers.data(), static_cast<int>(skip), static_cast<int>(keep));
             }

@@ -73,9 +73,10 @@ using DeclickSink = DeclickFrameSink;
 bool refillsClicks(const DeclickSettings& settings, DeclickListen listen);
 
 // Runs `total` frames through the declicker, `chunk` frames a call (its maxFrames),
-// and hands on exactly `total` output frames lined up with the input: the first
-// latency() outputs are dropped and silence is fed past the end. With a refill
-// stage (built for the same channels and `total`), the output passes through it.
+// and hands on exactly `total` output frames lined up with the input, at most `chunk`
+// a call: the first latency() outputs are dropped and silence is fed past the end.
+// With a refill stage (built for the same channels and `total`), the output passes
+// through it.
 // Returns the repaired spans inside the recording (refilled stretches included),
 // merged and sorted.
 std::vector<RepairedSpan> declickRecording(MultichannelDeclicker& declicker, std::int64_t total, int chunk,
