@@ -30,7 +30,7 @@ namespace {
 struct DeclipOptions {
     std::string input, output;
     std::string level = "auto";
-    std::string gain;  // empty: auto for integer formats, 0dB for float ones
+    std::string gain;  // empty: auto for formats of a bounded range, 0dB for float ones
     std::string report;
     bool quiet = false;
 };
@@ -41,12 +41,28 @@ bool isFloatFormat(const SF_INFO& info)
     return subtype == SF_FORMAT_FLOAT || subtype == SF_FORMAT_DOUBLE;
 }
 
-// Writes frames scaled by `gain`; integer formats are held to their range, and
+// The samples a format can hold, in the scale the reader gives them: raw integers
+// one step short of full scale on the positive side; formats libsndfile codes from
+// normalised samples (companded, ADPCM, lossy) [-1, 1]; float formats any value.
+struct HeldRange {
+    bool bounded;
+    double low, high;
+};
+
+HeldRange heldRange(const AudioReader& reader)
+{
+    if (isFloatFormat(reader.info())) return {false, 0.0, 0.0};
+    const double scale = reader.fullScale();
+    if (scale > 1.0) return {true, -scale, scale - 1.0};
+    return {true, -1.0, 1.0};
+}
+
+// Writes frames scaled by `gain`; formats of a bounded range are held to it, and
 // the samples that had to be clipped again are counted.
 class ScaledWriter {
 public:
     ScaledWriter(AudioWriter& writer, const AudioReader& reader, double gain)
-        : writer_(writer), gain_(gain), integer_(!isFloatFormat(reader.info())), fullScale_(reader.fullScale()),
+        : writer_(writer), gain_(gain), range_(heldRange(reader)),
           buffer_(static_cast<std::size_t>(chunkFrames) * reader.channels()), channels_(reader.channels())
     {
     }
@@ -55,8 +71,8 @@ public:
         const std::size_t count = static_cast<std::size_t>(frames) * channels_;
         for (std::size_t i = 0; i < count; ++i) {
             double value = gain_ == 1.0 ? interleaved[i] : interleaved[i] * gain_;
-            if (integer_) {
-                const double held = std::clamp(value, -fullScale_, fullScale_ - 1.0);
+            if (range_.bounded) {
+                const double held = std::clamp(value, range_.low, range_.high);
                 reclipped_ += held != value ? 1 : 0;
                 value = held;
             }
@@ -69,8 +85,7 @@ public:
 private:
     AudioWriter& writer_;
     double gain_;
-    bool integer_;
-    double fullScale_;
+    HeldRange range_;
     std::vector<double> buffer_;
     int channels_;
     std::int64_t reclipped_ = 0;
@@ -97,8 +112,8 @@ private:
 
 double fittingGain(const ClipSummary& summary, const AudioReader& reader)
 {
-    // Integer formats reach (fullScale - 1) / fullScale on the positive side only.
-    const double positiveCeiling = isFloatFormat(reader.info()) ? 1.0 : (reader.fullScale() - 1.0) / reader.fullScale();
+    const HeldRange range = heldRange(reader);
+    const double positiveCeiling = range.bounded ? range.high / reader.fullScale() : 1.0;
     double gain = 1.0;
     if (summary.positivePeak > positiveCeiling) gain = positiveCeiling / summary.positivePeak;
     if (summary.negativePeak > 1.0) gain = std::min(gain, 1.0 / summary.negativePeak);
@@ -208,8 +223,9 @@ void addDeclipCommand(CLI::App& app)
         ->capture_default_str();
     command->add_option("--gain,-g", options->gain,
                         "auto: lower the whole file just enough for the restored peaks to fit (the default "
-                        "for integer formats); 0dB or another gain down to -60dB: apply it, and clip again "
-                        "what still exceeds an integer format (the default for float formats is 0dB)");
+                        "for integer, companded and lossy formats); 0dB or another gain down to -60dB: apply "
+                        "it, and clip again what still exceeds such a format (the default for float formats "
+                        "is 0dB)");
     command->add_option("--report,-r", options->report,
                         "write the clipped runs to FILE: .txt label track, .csv or .json");
     command->add_flag("--quiet,-q", options->quiet, "no progress bar");

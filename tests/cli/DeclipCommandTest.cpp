@@ -133,4 +133,34 @@ TEST_F(DeclipCommand, AGivenLevelOverridesTheSearch)
     EXPECT_NE(outcome.output.find("0 clipped runs"), std::string::npos) << outcome.output;
 }
 
+// Companded and ADPCM files hold samples within full scale, as integers do, though
+// libsndfile hands them over normalised: the output keeps its sound and fits.
+TEST_F(DeclipCommand, CompandedAndAdpcmFilesKeepTheirSoundAndFitTheirRange)
+{
+    for (const int format : {SF_FORMAT_WAV | SF_FORMAT_ULAW, SF_FORMAT_WAV | SF_FORMAT_ALAW,
+                             SF_FORMAT_WAV | SF_FORMAT_IMA_ADPCM}) {
+        writeAudio(path("in.wav"), clippedTones(1.0, 1.6f, 1.0f), format);
+        const auto outcome = ferrotip("declip -q " + path("in.wav") + " " + path("out.wav"));
+        ASSERT_EQ(outcome.status, 0) << outcome.output;
+        EXPECT_NE(outcome.output.find("gain -"), std::string::npos) << format << ": " << outcome.output;
+        EXPECT_EQ(outcome.output.find("inf"), std::string::npos) << format << ": " << outcome.output;
+        const auto in = testsupport::readSoundFile<float>(path("in.wav")).samples;
+        const auto out = testsupport::readSoundFile<float>(path("out.wav")).samples;
+        ASSERT_EQ(in.size(), out.size());
+        const auto [low, high] = std::minmax_element(out.begin(), out.end());
+        EXPECT_GT(*high, 0.5f) << format;
+        EXPECT_LT(*low, -0.5f) << format;
+        EXPECT_LE(std::max(*high, -*low), 1.0f) << format;
+    }
+}
+
+TEST_F(DeclipCommand, ACompandedFileWithoutClippingComesBackWithTheSameSamples)
+{
+    writeAudio(path("in.wav"), clippedTones(0.5, 0.9f, 1.0f), SF_FORMAT_WAV | SF_FORMAT_ULAW);
+    const auto outcome = ferrotip("declip -q " + path("in.wav") + " " + path("out.wav") + " --level 0.99");
+    ASSERT_EQ(outcome.status, 0) << outcome.output;
+    EXPECT_EQ(testsupport::readSoundFile<float>(path("out.wav")).samples,
+              testsupport::readSoundFile<float>(path("in.wav")).samples);
+}
+
 }  // namespace
