@@ -2,12 +2,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 namespace {
 
 constexpr int lowestExponent = -24;            // |x| below 2^-25 lands in bin 0
 constexpr int octaves = 48;                    // up to 2^24
-constexpr int band = 24;                       // about 1% of magnitude
+constexpr int narrowBand = 24;                 // about 1% of magnitude
 constexpr int searchBins = ClipLevelFinder::binsPerOctave / 2;  // the top half octave
 constexpr std::int64_t minimumClipped = 16;
 constexpr std::int64_t humpOverBelow = 4;      // hump density over the density below it
@@ -19,6 +20,25 @@ std::int64_t bandCount(const std::vector<std::uint32_t>& histogram, int first, i
     for (int bin = std::max(first, 0); bin < std::min<int>(last, static_cast<int>(histogram.size())); ++bin)
         sum += histogram[bin];
     return sum;
+}
+
+// The quantiser's step below `top`, in bins: the closest spacing of the highest
+// occupied bins. About one for finely resolved audio; for coarse steps (8-bit,
+// mu-law, A-law: a few percent of the value near the top) every step piles up
+// samples like a clip level unless bands are at least a step wide.
+int quantumBelow(const std::vector<std::uint32_t>& histogram, int top)
+{
+    constexpr int spacings = 8;
+    int closest = std::numeric_limits<int>::max();
+    int seen = 0;
+    int previous = top;
+    for (int bin = top - 1; bin >= std::max(top - searchBins, 0) && seen < spacings; --bin) {
+        if (histogram[bin] == 0) continue;
+        closest = std::min(closest, previous - bin);
+        previous = bin;
+        ++seen;
+    }
+    return seen == 0 ? 1 : closest;
 }
 
 }  // namespace
@@ -68,6 +88,8 @@ float ClipLevelFinder::levelOf(const Polarity& polarity)
     while (top > 0 && histogram[top] == 0) --top;
     if (polarity.count == 0 || top == 0) return ClipLevels::none;
 
+    // Bands of about 1% of the level, or of one quantiser step where that is coarser.
+    const int band = std::max(narrowBand, quantumBelow(histogram, top));
     // The densest band in the top half octave; the highest one among equals.
     int densest = top;
     std::int64_t densestCount = 0;
@@ -81,7 +103,7 @@ float ClipLevelFinder::levelOf(const Polarity& polarity)
     int level = densest + band - 1;
     for (int bin = densest; bin < densest + band; ++bin)
         if (bin < static_cast<int>(histogram.size()) && histogram[bin] >= halfMean) { level = bin; break; }
-    constexpr int step = band / 4;
+    const int step = std::max(band / 4, 1);
     const bool plateau = 2 * static_cast<std::int64_t>(histogram[top]) >= densestCount;  // hard clipping: one value
     if (plateau) level = top;
     while (!plateau && level - step >= 0 && bandCount(histogram, level - step, level) >= step * halfMean) level -= step;

@@ -4,7 +4,8 @@
 // the top of its range, wherever the level sits (full scale or below). A lossy
 // codec applied after clipping spreads that spike into a narrow hump, mostly just
 // below and above the level, so the finder looks for a hump: within the top
-// half octave of the range the densest band, about 1% wide, must hold enough
+// half octave of the range the densest band, about 1% wide (a step wide where the
+// samples are coarsely quantised, as 8-bit, mu-law and A-law are), must hold enough
 // samples and four times the density just below the hump or about 16% below it. The level is
 // the lower edge of that hump, so codec ripple at the plateau counts as clipped.
 // Each polarity is judged on its own (asymmetric clipping, DC offsets).

@@ -81,4 +81,35 @@ TEST(ClipLevelFinder, ResetForgetsEverything)
     EXPECT_FALSE(finder.levels().any());
 }
 
+// 8-bit mu-law: 16 steps per segment, so near the top a step is a few percent of
+// the value, and each step piles up samples the way a clip level does.
+std::vector<float> muLawQuantised(std::vector<float> signal)
+{
+    const double mu = 255.0;
+    for (float& x : signal) {
+        const double compressed = std::log1p(mu * std::min(std::fabs(x), 1.0f)) / std::log1p(mu);
+        const double step = std::round(compressed * 127.0) / 127.0;
+        x = static_cast<float>(std::copysign(std::expm1(step * std::log1p(mu)) / mu, x));
+    }
+    return signal;
+}
+
+TEST(ClipLevelFinder, TakesTheStepsOfACoarselyQuantisedSignalForNoClipping)
+{
+    for (unsigned seed = 1; seed <= 5; ++seed) {
+        const ClipLevels levels = levelsOf(muLawQuantised(declipsignals::tonal(44100, seed)));
+        EXPECT_FALSE(levels.any()) << "seed " << seed << ": " << levels.positive << ", " << levels.negative;
+    }
+}
+
+TEST(ClipLevelFinder, FindsTheClipLevelOfACoarselyQuantisedSignal)
+{
+    const float level = 0.5f;
+    const auto clipped = muLawQuantised(hardclip::clip(declipsignals::tonal(44100, 3), level));
+    const ClipLevels found = levelsOf(clipped);
+    ASSERT_TRUE(found.any());
+    EXPECT_NEAR(found.positive, level, 0.04f * level);  // within a mu-law step
+    EXPECT_NEAR(found.negative, level, 0.04f * level);
+}
+
 }  // namespace
