@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <filesystem>
 #include <system_error>
 
@@ -59,6 +60,7 @@ void AudioReader::open()
 void AudioReader::rewind()
 {
     const SF_INFO first = info_;
+    position_ = 0;
     open();
     if (info_.format != first.format || info_.channels != first.channels ||
         info_.samplerate != first.samplerate)
@@ -89,11 +91,34 @@ bool AudioReader::lossy() const
     }
 }
 
+template <typename Sample>
+void AudioReader::zeroNonFinite(Sample* interleaved, std::int64_t frames)
+{
+    const std::int64_t first = position_;
+    position_ += frames;
+    if (!zeroNonFinite_ || rawIntegerScale(info_.format) > 0.0) return;
+    const std::int64_t count = frames * info_.channels;
+    for (std::int64_t i = 0; i < count; ++i)
+        if (!std::isfinite(interleaved[i])) {
+            interleaved[i] = 0;
+            nonFinite_ += first + i / info_.channels >= countedBefore_ ? 1 : 0;
+        }
+    countedBefore_ = std::max(countedBefore_, position_);
+}
+
 std::int64_t AudioReader::read(double* interleaved, std::int64_t count)
 {
     const sf_count_t got = sf_readf_double(file_.get(), interleaved, count);
     if (got < 0) throw CliError("error reading '" + path_ + "': " + sf_strerror(file_.get()));
+    zeroNonFinite(interleaved, got);
     return got;
+}
+
+void warnAboutNonFinite(const AudioReader& reader, const std::string& input)
+{
+    if (reader.nonFiniteSamples() == 0) return;
+    std::fprintf(stderr, "ferrotip: warning: %lld samples of '%s' were not finite (NaN or infinite) and were read as 0\n",
+                 static_cast<long long>(reader.nonFiniteSamples()), input.c_str());
 }
 
 bool AudioReader::normalisedFloatsExact() const
@@ -108,6 +133,7 @@ std::int64_t AudioReader::readNormalised(float* interleaved, std::int64_t count)
 {
     const sf_count_t got = sf_readf_float(file_.get(), interleaved, count);
     if (got < 0) throw CliError("error reading '" + path_ + "': " + sf_strerror(file_.get()));
+    zeroNonFinite(interleaved, got);
     return got;
 }
 
@@ -115,6 +141,7 @@ void AudioReader::seek(std::int64_t frame)
 {
     if (sf_seek(file_.get(), frame, SEEK_SET) < 0)
         throw CliError("cannot seek in '" + path_ + "': " + sf_strerror(file_.get()));
+    position_ = frame;
 }
 
 AudioWriter::AudioWriter(const std::string& target, const SF_INFO& format)

@@ -31,7 +31,9 @@ public:
     double fullScale() const { return fullScale_; }
 
     // Reads up to `count` interleaved frames from the current position; returns frames
-    // read, 0 at the end.
+    // read, 0 at the end. Samples that are not finite (NaN or infinite, which a float
+    // file can hold) come back as 0 and are counted, unless keepNonFinite() was called:
+    // one of them would spread through every filter after it.
     std::int64_t read(double* interleaved, std::int64_t count);
     // Whether every sample is exactly a float at full scale 1 (8- to 24-bit PCM and
     // 32-bit float), so that readNormalised gives what read gives, scaled by
@@ -42,6 +44,11 @@ public:
     void seek(std::int64_t frame);
     // Back to the first frame, also for files that cannot seek.
     void rewind();
+    // Non-finite samples read as they are stored (a bit-for-bit copy).
+    void keepNonFinite() { zeroNonFinite_ = false; }
+    // Samples read as 0 because they were not finite, each counted once however often
+    // it was read.
+    std::int64_t nonFiniteSamples() const { return nonFinite_; }
     // Whether libsndfile knows the frame count (a streamed FLAC may not say).
     bool lengthKnown() const;
     // True for formats that decode to something other than what was encoded (Ogg,
@@ -50,12 +57,21 @@ public:
 
 private:
     void open();
+    template <typename Sample>
+    void zeroNonFinite(Sample* interleaved, std::int64_t frames);
 
     std::string path_;
     SF_INFO info_{};
     std::unique_ptr<SNDFILE, int (*)(SNDFILE*)> file_;
     double fullScale_ = 1.0;
+    bool zeroNonFinite_ = true;
+    std::int64_t nonFinite_ = 0;
+    std::int64_t position_ = 0;       // the next frame read
+    std::int64_t countedBefore_ = 0;  // frames whose non-finite samples are counted
 };
+
+// Prints a warning naming the input when some of its samples were read as 0.
+void warnAboutNonFinite(const AudioReader& reader, const std::string& input);
 
 class AudioWriter {
 public:

@@ -255,6 +255,7 @@ void declickFile(const DeclickOptions& options)
     DeclickTally tally;
     const int engines = options.sharedEngine ? 1 : channels;
     if (listen == DeclickListen::bypass) {
+        reader.keepNonFinite();
         copyFile(reader, writer, progress, options.input);
     } else {
         MultichannelDeclicker declicker(settings, meanSquares, options.sharedEngine, listen, chunk, jobs);
@@ -276,6 +277,7 @@ void declickFile(const DeclickOptions& options)
                 duration, channels, describe(options, settings, engines).c_str(), seconds,
                 seconds > 0.0 ? duration / seconds : 0.0, tally.spans.size(),
                 100.0 * static_cast<double>(tally.samplesChanged) / samples);
+    warnAboutNonFinite(reader, options.input);
 }
 
 }  // namespace

@@ -201,6 +201,7 @@ void declipFile(const DeclipOptions& options)
 
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     printSummary(summary, levels, reader, applied, seconds);
+    warnAboutNonFinite(reader, options.input);
     if (reclipped > 0)
         std::fprintf(stderr,
                      "ferrotip: warning: %lld restored samples exceed full scale and were clipped again "

@@ -118,4 +118,5 @@ void repairRegions(const RegionRequest& request)
                     static_cast<long long>(r.first),
                     r.channel == allRegionChannels ? "" : (" of channel " + std::to_string(r.channel + 1)).c_str(),
                     r.choice.name().c_str());
+    warnAboutNonFinite(reader, request.input);
 }

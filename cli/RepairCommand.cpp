@@ -123,6 +123,7 @@ void repairFile(const RepairOptions& options)
     if (outcome.leftFade > 0)
         std::printf("crossfade: %d samples before and %d after the region\n", outcome.leftFade,
                     outcome.rightFade);
+    warnAboutNonFinite(reader, options.input);
 }
 
 }  // namespace

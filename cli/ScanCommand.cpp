@@ -44,6 +44,7 @@ void scanFile(const ScanOptions& options)
     }
     std::printf("%zu dropout%s found\n", spans.size(), spans.size() == 1 ? "" : "s");
     if (!options.report.empty()) writeSpanReport(options.report, spans, rate);
+    warnAboutNonFinite(reader, options.input);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "ArrayViews.h"
 
+#include <cmath>
 #include <cstring>
 
 namespace py = pybind11;
@@ -37,6 +38,19 @@ py::array float32Array(const py::handle& value, const char* name)
     return py::reinterpret_borrow<py::array>(value);
 }
 
+// One NaN or infinity would spread through every filter after it.
+void requireFinite(const AudioView& view, const char* name)
+{
+    for (std::int64_t c = 0; c < view.channels; ++c)
+        for (std::int64_t f = 0; f < view.frames; ++f) {
+            const float sample = *reinterpret_cast<const float*>(view.base + c * view.channelStride + f * view.frameStride);
+            if (std::isfinite(sample)) continue;
+            const std::string where = view.shape.size() == 2 ? "channel " + std::to_string(c) + ", frame " : "frame ";
+            throw py::value_error(std::string(name) + " holds a value that is not finite (NaN or infinite) at " + where +
+                                  std::to_string(f));
+        }
+}
+
 }  // namespace
 
 void AudioView::copyFrames(std::int64_t channel, std::int64_t first, std::int64_t end,
@@ -70,6 +84,7 @@ AudioView audioView(const py::handle& value, const char* name)
     if (view.channels < 1)
         throw py::value_error(std::string(name) + " must hold at least one channel, got shape " +
                               shapeText(array));
+    requireFinite(view, name);
     return view;
 }
 

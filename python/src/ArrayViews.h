@@ -29,7 +29,8 @@ struct AudioView {
     void copyFrames(std::int64_t channel, std::int64_t first, std::int64_t end, float* out) const;
 };
 
-// Throws TypeError for a non-float32 array, ValueError for a wrong shape or no channels.
+// Throws TypeError for a non-float32 array, ValueError for a wrong shape, no channels
+// or a value that is not finite.
 AudioView audioView(const pybind11::handle& array, const char* name);
 
 // Checks a one-dimensional float32 array of samples (any length, any stride).

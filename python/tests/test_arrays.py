@@ -108,3 +108,16 @@ def test_kalman_reads_strided_samples_like_contiguous_ones():
 def test_kalman_takes_one_dimension_only():
     with pytest.raises(ValueError, match=r"^samples must be one-dimensional \(frames,\), got shape \(2, 8000\)$"):
         running_filter().process(recording())
+
+
+@pytest.mark.parametrize("bad", [np.nan, np.inf, -np.inf])
+@pytest.mark.parametrize("call", [
+    lambda audio: ferrotip.repair(audio, RATE, 4000, 10, 2),
+    lambda audio: ferrotip.declick(audio, RATE),
+    lambda audio: ferrotip.declip(audio, RATE),
+])
+def test_a_sample_that_is_not_finite_is_a_value_error_naming_where(call, bad):
+    audio = recording()
+    audio[1, 1234] = bad
+    with pytest.raises(ValueError, match="not finite.*channel 1, frame 1234"):
+        call(audio)

@@ -74,7 +74,7 @@ void ClipLevelFinder::add(const float* samples, std::int64_t count)
 {
     for (std::int64_t i = 0; i < count; ++i) {
         const float x = samples[i];
-        if (!(x != 0.0f) || std::isnan(x)) continue;
+        if (!(x != 0.0f) || !std::isfinite(x)) continue;
         Polarity& side = x > 0.0f ? positive_ : negative_;
         ++side.histogram[binOf(std::fabs(x))];
         ++side.count;

@@ -209,4 +209,38 @@ TEST_F(Robustness, EveryFormatRoundTripsKeepingEverySampleOutsideTheRepair)
     EXPECT_GE(tried, 30);
 }
 
+// A float file can hold NaN and infinities; one would spread through every filter
+// after it. Every command reads them as silence, says so, and writes finite audio.
+TEST_F(Robustness, SamplesThatAreNotFiniteAreReadAsSilenceWithAWarning)
+{
+    const std::string input = path("nan.wav");
+    ASSERT_TRUE(writeSound(input, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 2, 44100, 44100));
+    Sound sound = readSound(input);
+    sound.samples[2 * 5000] = std::nan("");
+    sound.samples[2 * 7000 + 1] = INFINITY;
+    sound.samples[2 * 9000] = -INFINITY;
+    SF_INFO info = sound.info;
+    SNDFILE* file = sf_open(input.c_str(), SFM_WRITE, &info);
+    ASSERT_NE(file, nullptr);
+    sf_writef_double(file, sound.samples.data(), sound.info.frames);
+    sf_close(file);
+
+    for (const std::string command : {"declick -q '" + input + "' '" + path("out.wav") + "'",
+                                      "declip -q '" + input + "' '" + path("out.wav") + "'",
+                                      "repair '" + input + "' '" + path("out.wav") + "' --start 4990 --length 20",
+                                      "repair '" + input + "' '" + path("out.wav") + "' --start 20000 --length 5ms --method 3"}) {
+        const Outcome run = ferrotip(command);
+        ASSERT_EQ(run.status, 0) << command << ": " << run.output;
+        EXPECT_NE(run.output.find("warning: 3 samples"), std::string::npos) << command << ": " << run.output;
+        const Sound out = readSound(path("out.wav"));
+        ASSERT_EQ(out.samples.size(), sound.samples.size()) << command;
+        EXPECT_TRUE(std::all_of(out.samples.begin(), out.samples.end(), [](double x) { return std::isfinite(x); }))
+            << command;
+        fs::remove(path("out.wav"));
+    }
+    const Outcome scan = ferrotip("scan '" + input + "'");
+    EXPECT_EQ(scan.status, 0) << scan.output;
+    EXPECT_NE(scan.output.find("warning: 3 samples"), std::string::npos) << scan.output;
+}
+
 }  // namespace
