@@ -222,6 +222,30 @@ void GapFiller::validationSystem(int channelCount, const Layout& at, double (*gr
     }
 }
 
+namespace {
+
+// Gaussian elimination on the small symmetric positive definite system gram (k x k)
+// with two right-hand sides, columns k and k + 1; their solutions go to first and second.
+void solveTwice(double (*gram)[InpaintSettings::maxCandidates + 3], int k, double* first, double* second)
+{
+    for (int col = 0; col < k; ++col)
+        for (int row = col + 1; row < k; ++row) {
+            const double f = gram[row][col] / gram[col][col];
+            for (int j = col; j <= k + 1; ++j) gram[row][j] -= f * gram[col][j];
+        }
+    for (int i = k - 1; i >= 0; --i) {
+        double sum = gram[i][k], ones = gram[i][k + 1];
+        for (int j = i + 1; j < k; ++j) {
+            sum -= gram[i][j] * first[j];
+            ones -= gram[i][j] * second[j];
+        }
+        first[i] = sum / gram[i][i];
+        second[i] = ones / gram[i][i];
+    }
+}
+
+}  // namespace
+
 // Weights of the candidates' fills: least squares of the known audio of the
 // validation stretches on the candidates' restorations of it (a small ridge keeps the
 // system regular), or the plain mean without validation.
@@ -242,22 +266,8 @@ void GapFiller::combineCandidates(int channelCount, const Layout& at)
         gram[i][i] += 1e-3 * trace / k;
         gram[i][k + 1] = 1.0;
     }
-    // Gaussian elimination on the small symmetric positive definite system.
-    for (int col = 0; col < k; ++col)
-        for (int row = col + 1; row < k; ++row) {
-            const double f = gram[row][col] / gram[col][col];
-            for (int j = col; j <= k + 1; ++j) gram[row][j] -= f * gram[col][j];
-        }
     double towardsOnes[maxFills];
-    for (int i = k - 1; i >= 0; --i) {
-        double sum = gram[i][k], ones = gram[i][k + 1];
-        for (int j = i + 1; j < k; ++j) {
-            sum -= gram[i][j] * weights[j];
-            ones -= gram[i][j] * towardsOnes[j];
-        }
-        weights[i] = sum / gram[i][i];
-        towardsOnes[i] = ones / gram[i][i];
-    }
+    solveTwice(gram, k, weights, towardsOnes);
     double total = 0.0, onesTotal = 0.0;
     for (int i = 0; i < k; ++i) {
         total += weights[i];
