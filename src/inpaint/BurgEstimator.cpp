@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "inpaint/ReversedUpdate.h"
+
 BurgEstimator::BurgEstimator(int maxSamples, int maxStretches, int maxOrder)
     : maxSamples_(maxSamples),
       maxStretches_(maxStretches),
@@ -12,8 +14,7 @@ BurgEstimator::BurgEstimator(int maxSamples, int maxStretches, int maxOrder)
       forward(new double[maxSamples]()),
       backwardStore{std::unique_ptr<double[]>(new double[maxSamples]()),
                     std::unique_ptr<double[]>(new double[maxSamples]())},
-      coefficients(new double[maxOrder + 1]()),
-      previous(new double[maxOrder + 1]())
+      coefficients(new double[maxOrder + 1]())
 {
 }
 
@@ -46,6 +47,13 @@ double joined(const double* partial)
            ((partial[4] + partial[5]) + (partial[6] + partial[7]));
 }
 
+double reflectionOf(const double* cross, const double* energy)
+{
+    const double denominator = joined(energy);
+    if (!(denominator > 0.0)) return 0.0;
+    return -2.0 * joined(cross) / denominator;
+}
+
 }  // namespace
 
 // -2 sum f(t) b(t-1) / sum (f(t)^2 + b(t-1)^2) over t = m .. length-1 of every stretch,
@@ -68,25 +76,21 @@ double BurgEstimator::reflection(int m) const
             energy[lane] += f[t] * f[t] + b[t] * b[t];
         }
     }
-    const double denominator = joined(energy);
-    if (!(denominator > 0.0)) return 0.0;
-    return -2.0 * joined(cross) / denominator;
+    return reflectionOf(cross, energy);
 }
 
-// f(t) <- f(t) + k b(t-1) in place, and the next order's b(t) = b(t-1) + k f(t).
-void BurgEstimator::update(int m, double k)
+// The next order's errors in place of these (f) and in the other buffer (b), and the
+// reflection coefficient of the order after it from the same pass.
+double BurgEstimator::update(int m, double k)
 {
+    double cross[8] = {}, energy[8] = {};
     for (int s = 0; s < stretches; ++s) {
-        double* f = forward.get() + stretchStart[s];
-        const double* b = backward + stretchStart[s];
-        double* next = nextBackward + stretchStart[s];
-        for (int t = m; t < stretchLength[s]; ++t) {
-            const double ft = f[t], bt = b[t - 1];
-            f[t] = ft + k * bt;
-            next[t] = bt + k * ft;
-        }
+        const int start = stretchStart[s];
+        inpaint_kernels::updateStretch(path, forward.get() + start, backward + start, nextBackward + start, m,
+                                    stretchLength[s], k, cross, energy);
     }
     std::swap(backward, nextBackward);
+    return reflectionOf(cross, energy);
 }
 
 const double* BurgEstimator::model()
@@ -94,13 +98,10 @@ const double* BurgEstimator::model()
     const int p = currentOrder;
     std::fill(coefficients.get(), coefficients.get() + p + 1, 0.0);
     coefficients[0] = 1.0;
-    for (int m = 1; m <= p; ++m) {
-        const double k = reflection(m);
-        if (k == 0.0) break;
-        update(m, k);
-        std::copy_n(coefficients.get(), m, previous.get());
-        for (int i = 1; i < m; ++i) coefficients[i] = previous[i] + k * previous[m - i];
-        coefficients[m] = k;
+    double k = reflection(1);
+    for (int m = 1; m <= p && k != 0.0; ++m) {
+        addReflection(coefficients.get(), m, k);
+        k = m < p ? update(m, k) : 0.0;
     }
     return coefficients.get();
 }

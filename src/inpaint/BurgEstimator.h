@@ -6,12 +6,15 @@
 //
 // The polynomial has order + 1 doubles, coefficients[0] = 1: the prediction error
 // is e(t) = sum_m a[m] x(t - m). Sums are kept in eight interleaved partial sums
-// joined in a fixed order: the same bits everywhere. The constructor allocates for
+// joined in a fixed order; each order's update and the next order's sums share one
+// pass (BurgKernels), the same bits on every instruction-set path. The constructor allocates for
 // up to maxStretches stretches of maxSamples samples in all and orders up to
 // maxOrder; nothing else does. One thread at a time per object.
 #pragma once
 
 #include <memory>
+
+#include "inpaint/BurgKernels.h"
 
 class BurgEstimator {
 public:
@@ -28,9 +31,10 @@ public:
 
 private:
     double reflection(int m) const;
-    void update(int m, double k);
+    double update(int m, double k);
 
     int maxSamples_, maxStretches_, maxOrder_;
+    inpaint_kernels::Path path = inpaint_kernels::fastestPath();
     int currentOrder = 0;
     int stretches = 0;
     int used = 0;
@@ -41,5 +45,5 @@ private:
     std::unique_ptr<double[]> backwardStore[2];
     double* backward = nullptr;
     double* nextBackward = nullptr;
-    std::unique_ptr<double[]> coefficients, previous;
+    std::unique_ptr<double[]> coefficients;
 };

@@ -33,6 +33,7 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
     : settings_(settings),
       contextSamples(msToSamples(longest(settings, &InpaintCandidate::contextMs), sampleRate)),
       order(std::min(msToSamples(longest(settings, &InpaintCandidate::orderMs), sampleRate), contextSamples)),
+      unitGainMaxGap(settings.unitGainMaxGapMs > 0.0 ? msToSamples(settings.unitGainMaxGapMs, sampleRate) : 0),
       holdOutMaxGap(msToSamples(settings.holdOutMaxGapMs, sampleRate)),
       periodicMinGap(msToSamples(settings.periodicMinGapMs, sampleRate)),
       patternMinGap(msToSamples(settings.patternMinGapMs, sampleRate)),
@@ -198,15 +199,11 @@ void GapFiller::keepCandidate(int candidate, int channelCount, const Layout& at,
         std::copy_n(rows[r], at.length, candidateFill(candidate, r));
 }
 
-// Weights of the candidates' fills: least squares of the known audio of the
-// validation stretches on the candidates' restorations of it (a small ridge keeps the
-// system regular), or the plain mean without validation.
-void GapFiller::combineCandidates(int channelCount, const Layout& at)
+// The validation system: gram[i][j] = <y_i, y_j> and gram[i][k] = <y_i, x> over the
+// validation stretches, x their known audio and y_i candidate i's restorations of it.
+void GapFiller::validationSystem(int channelCount, const Layout& at, double (*gram)[maxFills + 2]) const
 {
     const int k = activeCandidates;
-    for (int i = 0; i < k; ++i) weights[i] = 1.0 / k;
-    if (!settings_.validate) return;
-    double gram[maxFills][maxFills + 1] = {};
     for (int row = channelCount; row < 3 * channelCount; ++row) {
         const int side = row / channelCount - 1, c = row % channelCount;
         const double* x = segment(c) + validationStart(at, side);
@@ -223,26 +220,64 @@ void GapFiller::combineCandidates(int channelCount, const Layout& at)
             gram[i][k] += sum;
         }
     }
+}
+
+namespace {
+
+// Gaussian elimination on the small symmetric positive definite system gram (k x k)
+// with two right-hand sides, columns k and k + 1; their solutions go to first and second.
+void solveTwice(double (*gram)[InpaintSettings::maxCandidates + 3], int k, double* first, double* second)
+{
+    for (int col = 0; col < k; ++col)
+        for (int row = col + 1; row < k; ++row) {
+            const double f = gram[row][col] / gram[col][col];
+            for (int j = col; j <= k + 1; ++j) gram[row][j] -= f * gram[col][j];
+        }
+    for (int i = k - 1; i >= 0; --i) {
+        double sum = gram[i][k], ones = gram[i][k + 1];
+        for (int j = i + 1; j < k; ++j) {
+            sum -= gram[i][j] * first[j];
+            ones -= gram[i][j] * second[j];
+        }
+        first[i] = sum / gram[i][i];
+        second[i] = ones / gram[i][i];
+    }
+}
+
+}  // namespace
+
+// Weights of the candidates' fills: least squares of the known audio of the
+// validation stretches on the candidates' restorations of it (a small ridge keeps the
+// system regular), or the plain mean without validation.
+void GapFiller::combineCandidates(int channelCount, const Layout& at)
+{
+    const int k = activeCandidates;
+    for (int i = 0; i < k; ++i) weights[i] = 1.0 / k;
+    if (!settings_.validate) return;
+    // Column k: the known audio's products; column k + 1: ones, for the weights of
+    // least error among those that sum to one.
+    double gram[maxFills][maxFills + 2] = {};
+    validationSystem(channelCount, at, gram);
     double trace = 0.0;
     for (int i = 0; i < k; ++i) trace += gram[i][i];
     if (!(trace > 0.0)) return;
     for (int i = 0; i < k; ++i) {
         for (int j = i + 1; j < k; ++j) gram[i][j] = gram[j][i];
         gram[i][i] += 1e-3 * trace / k;
+        gram[i][k + 1] = 1.0;
     }
-    // Gaussian elimination on the small symmetric positive definite system.
-    for (int col = 0; col < k; ++col)
-        for (int row = col + 1; row < k; ++row) {
-            const double f = gram[row][col] / gram[col][col];
-            for (int j = col; j <= k; ++j) gram[row][j] -= f * gram[col][j];
-        }
-    for (int i = k - 1; i >= 0; --i) {
-        double sum = gram[i][k];
-        for (int j = i + 1; j < k; ++j) sum -= gram[i][j] * weights[j];
-        weights[i] = sum / gram[i][i];
+    double towardsOnes[maxFills];
+    solveTwice(gram, k, weights, towardsOnes);
+    double total = 0.0, onesTotal = 0.0;
+    for (int i = 0; i < k; ++i) {
+        total += weights[i];
+        onesTotal += towardsOnes[i];
     }
-    double total = 0.0;
-    for (int i = 0; i < k; ++i) total += weights[i];
+    if (at.length <= unitGainMaxGap && total >= settings_.unitGainTrust && onesTotal > 0.0) {
+        // The constrained solution: the free one moved along G^-1 1 until the sum is one.
+        for (int i = 0; i < k; ++i) weights[i] -= towardsOnes[i] * (total - 1.0) / onesTotal;
+        return;
+    }
     if (total > 1.0)  // never louder than the candidates' own scale
         for (int i = 0; i < k; ++i) weights[i] /= total;
     if (total < 0.0)

@@ -89,6 +89,12 @@ struct InpaintSettings {
     // estimate of each Burg model that leaves them out (twice the estimation work), so
     // the weights judge each model on audio it did not fit.
     double holdOutMaxGapMs = 40.0;
+    // A held-out model restores the validation stretches less well than the model fit
+    // on them restores the gap, so their least-squares weights shrink a good fill. Gaps
+    // up to unitGainMaxGapMs whose weights sum to unitGainTrust or more (the fill
+    // carries most of the known audio) take the weights of least error that sum to one.
+    double unitGainMaxGapMs = 12.0;
+    double unitGainTrust = 0.5;
     double whiteFloor = 1e-8;  // white floor under the model's spectrum, relative to its power
 };
 
@@ -103,6 +109,7 @@ public:
     void fill(float* const* channels, int channelCount, int start, int length);
 
 private:
+    static constexpr int maxFills = InpaintSettings::maxCandidates + 1;  // the models' and the periodic one
     // The segment holds `reach` samples on each side of the gap; the models and the
     // least-squares fills use the inner arReach of them.
     struct Layout {
@@ -120,6 +127,7 @@ private:
     void addContext(int c, const Layout& at, int from, int to, bool holdOut);
     void estimate(int channelCount, const Layout& at, int context, int modelOrder, bool firstPass, bool holdOut);
     void keepCandidate(int candidate, int channelCount, const Layout& at, int firstStretch, int stretches);
+    void validationSystem(int channelCount, const Layout& at, double (*gram)[maxFills + 2]) const;
     void combineCandidates(int channelCount, const Layout& at);
     void fillFromModels(int channelCount, const Layout& at);
     void addPeriodicCandidate(int channelCount, const Layout& at);
@@ -135,6 +143,7 @@ private:
     int candidateMaxGap[InpaintSettings::maxCandidates] = {};
     int contextSamples;  // the longest candidate's
     int order;           // the highest candidate's
+    int unitGainMaxGap;
     int holdOutMaxGap, periodicMinGap, patternMinGap, patternReach, patternBorder, patternLongGap;
     int patternWideMinGap, patternWideReach;
     int maxGap_;
@@ -153,6 +162,5 @@ private:
     std::unique_ptr<const double*[]> segmentRows;  // maxChannels
     std::unique_ptr<double[]> column;     // order + 1
     std::unique_ptr<double[]> candidateFills;  // maxCandidates x 3 x maxChannels x maxGap
-    static constexpr int maxFills = InpaintSettings::maxCandidates + 1;  // the models' and the periodic one
     double weights[maxFills] = {};
 };

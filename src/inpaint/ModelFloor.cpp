@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "inpaint/ReversedUpdate.h"
 #include "inpaint/TransformSize.h"
 
 ModelFloor::ModelFloor(int maxOrder)
@@ -13,8 +14,7 @@ ModelFloor::ModelFloor(int maxOrder)
       re(new double[fftSize / 2 + 1]()),
       im(new double[fftSize / 2 + 1]()),
       lags(new double[maxOrder + 1]()),
-      coefficients(new double[maxOrder + 1]()),
-      previous(new double[maxOrder + 1]())
+      coefficients(new double[maxOrder + 1]())
 {
 }
 
@@ -44,9 +44,7 @@ void ModelFloor::levinsonDurbin(int order)
         for (int i = 1; i < m; ++i) acc += coefficients[i] * lags[m - i];
         const double reflection = -acc / error;
         if (!(std::fabs(reflection) < 1.0)) break;
-        std::copy_n(coefficients.get(), m, previous.get());
-        for (int i = 1; i < m; ++i) coefficients[i] = previous[i] + reflection * previous[m - i];
-        coefficients[m] = reflection;
+        addReflection(coefficients.get(), m, reflection);
         error *= 1.0 - reflection * reflection;
     }
 }

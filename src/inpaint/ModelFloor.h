@@ -30,5 +30,5 @@ private:
     std::unique_ptr<double[]> padded;                  // fftSize
     std::unique_ptr<double[]> re, im;                  // fftSize / 2 + 1
     std::unique_ptr<double[]> lags;                    // maxOrder + 1
-    std::unique_ptr<double[]> coefficients, previous;  // maxOrder + 1
+    std::unique_ptr<double[]> coefficients;            // maxOrder + 1
 };

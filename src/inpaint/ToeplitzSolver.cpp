@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "inpaint/ToeplitzKernels.h"
+
 ToeplitzSolver::ToeplitzSolver(int maxSize, int maxRightHandSides)
     : capacity(maxSize),
       maxRhs(maxRightHandSides),
@@ -11,40 +13,7 @@ ToeplitzSolver::ToeplitzSolver(int maxSize, int maxRightHandSides)
 {
 }
 
-namespace {
-
-// sum_{i=1}^{terms} r[i] v[k - i]: eight partial sums over i modulo 8, joined in a
-// fixed tree, so the latency of one long chain of additions is not the limit.
-double bandedDot(const double* r, const double* v, int k, int terms)
-{
-    double partial[8] = {};
-    int i = 1;
-    for (; i + 7 <= terms; i += 8)
-        for (int lane = 0; lane < 8; ++lane) partial[lane] += r[i + lane] * v[k - i - lane];
-    for (int lane = 0; i <= terms; ++i, ++lane) partial[lane] += r[i] * v[k - i];
-    return ((partial[0] + partial[1]) + (partial[2] + partial[3])) +
-           ((partial[4] + partial[5]) + (partial[6] + partial[7]));
-}
-
-// v[j] += scale * v[k - 1 - j] for j < k, both ends of each pair read before writing.
-void addReversedInPlace(double* v, int k, double scale)
-{
-    int low = 0, high = k - 1;
-    for (; low < high; ++low, --high) {
-        const double a = v[low], b = v[high];
-        v[low] = a + scale * b;
-        v[high] = b + scale * a;
-    }
-    if (low == high) v[low] = v[low] + scale * v[low];
-}
-
-// x[j] += scale * y[k - 1 - j] for j < k.
-void addReversed(double* x, const double* y, int k, double scale)
-{
-    for (int j = 0; j < k; ++j) x[j] += scale * y[k - 1 - j];
-}
-
-}  // namespace
+using namespace inpaint_kernels;
 
 bool ToeplitzSolver::solve(const double* column, int bandwidth, int size, double* const* rhs,
                            int rightHandSides)
@@ -69,14 +38,14 @@ bool ToeplitzSolver::solve(const double* column, int bandwidth, int size, double
         const int terms = std::min(k, band);
         for (int s = 0; s < rightHandSides; ++s) {
             double* x = solutions.get() + static_cast<std::size_t>(s) * capacity;
-            const double mu = (rhs[s][k] / diagonal - bandedDot(r, x, k, terms)) / beta;
-            addReversed(x, y, k, mu);
+            const double mu = (rhs[s][k] / diagonal - bandedDot(path, r, x, k, terms)) / beta;
+            addReversed(path, x, y, k, mu);
             x[k] = mu;
         }
         if (k + 1 < size) {
             const double next = k + 1 <= band ? r[k + 1] : 0.0;
-            alpha = -(next + bandedDot(r, y, k, terms)) / beta;
-            addReversedInPlace(y, k, alpha);
+            alpha = -(next + bandedDot(path, r, y, k, terms)) / beta;
+            addReversedInPlace(path, y, k, alpha);
             y[k] = alpha;
         }
     }

@@ -5,12 +5,15 @@
 //
 // O(n^2) per solve; the dot products stop at the band, and the shared predictor
 // update is done once for every right-hand side. The constructor allocates for sizes
-// up to maxSize and maxRightHandSides; solve never allocates. Plain scalar loops in
-// double, each output's operations in a fixed order: the same bits everywhere.
+// up to maxSize and maxRightHandSides; solve never allocates. Double arithmetic,
+// each output's operations in a fixed order on every instruction-set path
+// (ToeplitzKernels): the same bits everywhere.
 // One thread at a time per object.
 #pragma once
 
 #include <memory>
+
+#include "inpaint/KernelPath.h"
 
 class ToeplitzSolver {
 public:
@@ -25,6 +28,7 @@ public:
     int maxSize() const { return capacity; }
 
 private:
+    inpaint_kernels::Path path = inpaint_kernels::fastestPath();
     int capacity;
     int maxRhs;
     std::unique_ptr<double[]> predictor;  // y of the recursion

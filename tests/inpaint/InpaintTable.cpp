@@ -9,6 +9,7 @@
 // slow), inpaint, auto. INPAINT_CANDIDATES (a comma list of candidates, each
 // context:order:passes:maxGap in ms), INPAINT_HOLD_OUT_MS, INPAINT_PATTERN
 // (minGap:reach:border:trust), INPAINT_LONG (borderShare:longTrust:longGap),
+// INPAINT_UNIT_GAIN (maxGap:trust),
 // INPAINT_WHITE and INPAINT_NO_VALIDATION set the filler's parameters for experiments.
 #include <cstdio>
 #include <cstdlib>
@@ -56,6 +57,8 @@ InpaintSettings settingsFromEnvironment()
     if (const char* v = std::getenv("INPAINT_HOLD_OUT_MS")) s.holdOutMaxGapMs = std::atof(v);
     if (std::getenv("INPAINT_NO_VALIDATION")) s.validate = false;
     if (const char* v = std::getenv("INPAINT_WHITE")) s.whiteFloor = std::atof(v);
+    if (const char* v = std::getenv("INPAINT_UNIT_GAIN"))
+        std::sscanf(v, "%lf:%lf", &s.unitGainMaxGapMs, &s.unitGainTrust);
     return s;
 }
 

@@ -1,0 +1,50 @@
+#include "inpaint/KernelPath.h"
+
+#include <initializer_list>
+
+#include "signal/FftKernelPaths.h"
+
+namespace inpaint_kernels {
+namespace {
+
+Path detectFastestPath()
+{
+    for (Path path : {Path::avx2, Path::vector})
+        if (pathSupported(path)) return path;
+    return Path::plain;
+}
+
+}  // namespace
+
+bool pathSupported(Path path)
+{
+    switch (path) {
+    case Path::plain:
+    case Path::vector: return true;
+    case Path::avx2:
+#if defined(__x86_64__)
+        return standardLib::fft::isaAvailable(standardLib::fft::Isa::Avx2);
+#else
+        return false;
+#endif
+    }
+    return false;
+}
+
+Path fastestPath()
+{
+    static const Path fastest = detectFastestPath();
+    return fastest;
+}
+
+const char* pathName(Path path)
+{
+    switch (path) {
+    case Path::plain: return "plain";
+    case Path::vector: return "vector";
+    case Path::avx2: return "avx2";
+    }
+    return "unknown";
+}
+
+}  // namespace inpaint_kernels

@@ -1,0 +1,18 @@
+// The instruction-set paths of the gap filler's kernels (BurgKernels, ToeplitzKernels).
+// Every path does the same operations per output in the same order, products and
+// sums apart and never fused, so all give the same bits; the vector paths only take
+// four independent lanes at a time. The plain path is always available.
+#pragma once
+
+namespace inpaint_kernels {
+
+enum class Path { plain, vector, avx2 };
+
+inline constexpr Path allPaths[] = {Path::plain, Path::vector, Path::avx2};
+
+bool pathSupported(Path path);
+// The widest supported path, detected once.
+Path fastestPath();
+const char* pathName(Path path);
+
+}  // namespace inpaint_kernels
