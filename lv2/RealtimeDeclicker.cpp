@@ -138,8 +138,11 @@ void RealtimeDeclicker::process(const float* const* in, float* const* out, int n
 {
     for (int done = 0; done < n;) {
         const int count = std::min(n - done, fifoBlock_ - position_);
-        // All inputs first: a host may hand the same buffer as input and output.
-        for (int c = 0; c < channels_; ++c) std::copy_n(in[c] + done, count, input_[c] + position_);
+        // All inputs first: a host may hand the same buffer as input and output. A
+        // sample that is not finite goes in as silence: it would stay in the filters.
+        for (int c = 0; c < channels_; ++c)
+            std::transform(in[c] + done, in[c] + done + count, input_[c] + position_,
+                           [](float x) { return std::isfinite(x) ? x : 0.0f; });
         for (int c = 0; c < channels_; ++c) std::copy_n(output_[c] + position_, count, out[c] + done);
         position_ += count;
         done += count;

@@ -97,4 +97,21 @@ TEST(RealtimeDeclicker, ALaneChangeReportsTheNewLatencyOnceItIsHeard)
     EXPECT_EQ(declicker.latency(), 2 * engineLatency + 512);
 }
 
+TEST(RealtimeDeclicker, ASampleThatIsNotFiniteGoesInAsSilence)
+{
+    const std::vector<DeclickSettings> possible = {twoPasses()};
+    RealtimeDeclicker declicker(1, rate, possible);
+    declicker.setSettings(possible[0], DeclickListen::repaired);
+    declicker.reset();
+    const int frames = 20000;
+    std::vector<float> in(frames), out(frames);
+    for (int i = 0; i < frames; ++i) in[i] = static_cast<float>(0.3 * std::sin(0.05 * i));
+    in[1000] = std::nanf("");
+    in[3000] = INFINITY;
+    const float* input = in.data();
+    float* output = out.data();
+    declicker.process(&input, &output, frames);
+    for (int i = 0; i < frames; ++i) ASSERT_TRUE(std::isfinite(out[i])) << i;
+}
+
 }  // namespace
