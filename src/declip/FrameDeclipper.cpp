@@ -17,6 +17,12 @@ FrameDeclipper::Settings FrameDeclipper::Settings::forSampleRate(int sampleRate)
     // one (1024 samples at 8 kHz) keeps the oversampling for its heavily clipped
     // frames, which restores the most heavily clipped speech about 1.5 dB better.
     if (length >= 4096) settings.redundancy = 1;
+    // Frames of 4096 samples and less grow k by about 3% a step instead of 6%: a
+    // finer search for the sparsity that meets the bounds, which restores dialogue
+    // (22.05 kHz) clipped to 7-15 dB about 1 dB better and speech at 8 kHz up to
+    // 0.8 dB better, for about 1.4 times the time. At 8192 samples it costs music
+    // clipped to 20 dB 0.8 dB, so long frames keep the larger steps.
+    if (length <= 4096) settings.sparsityShift = 5;
     return settings;
 }
 

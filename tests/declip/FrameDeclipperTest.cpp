@@ -83,4 +83,11 @@ TEST(FrameDeclipper, OversamplesOnlyShortFrames)
     EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(8000).redundancy, 2);
 }
 
+TEST(FrameDeclipper, ShortFramesGrowSparsityInFinerSteps)
+{
+    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(44100).sparsityShift, 4);
+    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(22050).sparsityShift, 5);
+    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(8000).sparsityShift, 5);
+}
+
 }  // namespace
