@@ -114,6 +114,16 @@ std::int64_t AudioReader::read(double* interleaved, std::int64_t count)
     return got;
 }
 
+void noteLossyRewrite(const AudioReader& reader, const std::string& input, const std::string& output)
+{
+    if (!reader.lossy()) return;
+    std::fprintf(stderr,
+                 "ferrotip: note: '%s' is in a lossy format, so the whole file is re-encoded into '%s' "
+                 "and every sample changes; convert it to a lossless format (WAV or FLAC) first to "
+                 "keep the samples left alone bit for bit\n",
+                 input.c_str(), output.c_str());
+}
+
 void warnAboutNonFinite(const AudioReader& reader, const std::string& input)
 {
     if (reader.nonFiniteSamples() == 0) return;

@@ -73,6 +73,10 @@ private:
 // Prints a warning naming the input when some of its samples were read as 0.
 void warnAboutNonFinite(const AudioReader& reader, const std::string& input);
 
+// Notes on stderr that a lossy input is written in its own format again, so every
+// sample is re-encoded, even those the command leaves alone.
+void noteLossyRewrite(const AudioReader& reader, const std::string& input, const std::string& output);
+
 class AudioWriter {
 public:
     // Same format, subtype, rate and channel count as `format`.

@@ -110,6 +110,7 @@ void repairRegions(const RegionRequest& request)
     FileFrames frames(reader);
     const std::vector<Patch> patches = repairAll(frames, regions);
 
+    noteLossyRewrite(reader, request.input, request.output);
     AudioWriter writer(request.output, reader.info());
     writePatched(reader, writer, patches);
     writer.commit();

@@ -88,17 +88,6 @@ void writeRepaired(AudioReader& reader, AudioWriter& writer, const RepairWindow&
                        std::to_string(std::max(expected, framesBefore)) + " frames");
 }
 
-// A lossy input is written in its own format again: every sample is re-encoded.
-void warnIfLossy(const AudioReader& reader, const RepairOptions& options)
-{
-    if (!reader.lossy()) return;
-    std::fprintf(stderr,
-                 "ferrotip: note: '%s' is in a lossy format, so the whole file is re-encoded into '%s' "
-                 "and every sample changes; convert it to a lossless format (WAV or FLAC) first to "
-                 "keep the audio outside the region bit for bit\n",
-                 options.input.c_str(), options.output.c_str());
-}
-
 void repairFile(const RepairOptions& options)
 {
     AudioReader reader(options.input);
@@ -113,7 +102,7 @@ void repairFile(const RepairOptions& options)
     auto channels = readWindow(reader, window, start + length, frames);
     requireRegionInside(start, length, frames, "'" + options.input + "'");
     const RepairOutcome outcome = runRepair(channels, rate, window, static_cast<int>(length), method);
-    warnIfLossy(reader, options);
+    noteLossyRewrite(reader, options.input, options.output);
     AudioWriter writer(options.output, reader.info());
     writeRepaired(reader, writer, window, channels, frames);
     writer.commit();

@@ -333,6 +333,15 @@ TEST_F(CliTest, LossyFilesSayTheWholeFileIsReencoded)
         EXPECT_NE(run.output.find("the whole file is re-encoded"), std::string::npos) << run.output;
         EXPECT_NE(run.output.find("lossless format"), std::string::npos) << run.output;
         fs::remove(path("out.snd"));
+        // The file commands write the input's format too: the same note.
+        for (const std::string command : {"declick -q", "declip -q", "repair --start 20000 --length 5ms"}) {
+            const std::string arguments = command.substr(command.find(' '));
+            const std::string name = command.substr(0, command.find(' '));
+            const Outcome other = ferrotip(name + " " + path("in.snd") + " " + path("out.snd") + arguments);
+            ASSERT_EQ(other.status, 0) << command << ": " << other.output;
+            EXPECT_NE(other.output.find("the whole file is re-encoded"), std::string::npos) << command;
+            fs::remove(path("out.snd"));
+        }
     }
     writeFile(path("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16);
     const Outcome lossless = ferrotip("repair " + path("in.wav") + " " + path("out.wav") +
