@@ -60,7 +60,7 @@ void AudioReader::open()
 void AudioReader::rewind()
 {
     const SF_INFO first = info_;
-    position_ = 0;
+    nonFiniteThisPass_ = 0;
     open();
     if (info_.format != first.format || info_.channels != first.channels ||
         info_.samplerate != first.samplerate)
@@ -94,16 +94,13 @@ bool AudioReader::lossy() const
 template <typename Sample>
 void AudioReader::zeroNonFinite(Sample* interleaved, std::int64_t frames)
 {
-    const std::int64_t first = position_;
-    position_ += frames;
     if (!zeroNonFinite_ || rawIntegerScale(info_.format) > 0.0) return;
     const std::int64_t count = frames * info_.channels;
     for (std::int64_t i = 0; i < count; ++i)
         if (!std::isfinite(interleaved[i])) {
             interleaved[i] = 0;
-            nonFinite_ += first + i / info_.channels >= countedBefore_ ? 1 : 0;
+            nonFinite_ = std::max(nonFinite_, ++nonFiniteThisPass_);
         }
-    countedBefore_ = std::max(countedBefore_, position_);
 }
 
 std::int64_t AudioReader::read(double* interleaved, std::int64_t count)
@@ -151,7 +148,7 @@ void AudioReader::seek(std::int64_t frame)
 {
     if (sf_seek(file_.get(), frame, SEEK_SET) < 0)
         throw CliError("cannot seek in '" + path_ + "': " + sf_strerror(file_.get()));
-    position_ = frame;
+    nonFiniteThisPass_ = 0;
 }
 
 AudioWriter::AudioWriter(const std::string& target, const SF_INFO& format)

@@ -46,8 +46,8 @@ public:
     void rewind();
     // Non-finite samples read as they are stored (a bit-for-bit copy).
     void keepNonFinite() { zeroNonFinite_ = false; }
-    // Samples read as 0 because they were not finite, each counted once however often
-    // it was read.
+    // Samples read as 0 because they were not finite: the most in one pass (from a
+    // rewind or a seek on), so a sample read again is not counted again.
     std::int64_t nonFiniteSamples() const { return nonFinite_; }
     // Whether libsndfile knows the frame count (a streamed FLAC may not say).
     bool lengthKnown() const;
@@ -66,8 +66,7 @@ private:
     double fullScale_ = 1.0;
     bool zeroNonFinite_ = true;
     std::int64_t nonFinite_ = 0;
-    std::int64_t position_ = 0;       // the next frame read
-    std::int64_t countedBefore_ = 0;  // frames whose non-finite samples are counted
+    std::int64_t nonFiniteThisPass_ = 0;
 };
 
 // Prints a warning naming the input when some of its samples were read as 0.
