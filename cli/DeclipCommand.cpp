@@ -148,8 +148,8 @@ void declipFile(const DeclipOptions& options)
     const auto level = parseLevel(options.level);
     AudioReader reader(options.input);
     requireDistinctFiles(options.input, options.output);
-    const bool floatFormat = isFloatFormat(reader.info());
-    const auto gain = parseGain(options.gain.empty() ? (floatFormat ? "0dB" : "auto") : options.gain);
+    const bool bounded = heldRange(reader).bounded;
+    const auto gain = parseGain(options.gain.empty() ? (bounded ? "auto" : "0dB") : options.gain);
     if (!options.report.empty()) {
         try {
             spanFormatFor(options.report);

@@ -140,7 +140,8 @@ void ClickRefill::refillCluster(int channel, std::span<const RepairedSpan> clust
         ++late_;
         return;
     }
-    std::vector<RepairedSpan> clicks(cluster.begin(), cluster.end());
+    std::vector<RepairedSpan>& clicks = clicks_;
+    clicks.assign(cluster.begin(), cluster.end());
     mergeOverlappingSpans(clicks);
     std::erase_if(clicks, [&](const RepairedSpan& click) { return !standsOut(click); });
     for (std::size_t i = 0; i < clicks.size();) {

@@ -93,6 +93,7 @@ private:
     std::vector<std::uint32_t> ditherStates_;         // per channel
     std::vector<RepairedSpan> refilled_;
     std::vector<float> window_;
+    std::vector<RepairedSpan> clicks_;  // a cluster's clicks, kept between clusters
     std::vector<const float*> rows_;  // the output rows handed to the sink
     std::int64_t late_ = 0;
 };
