@@ -1,5 +1,6 @@
 // Our transform kernels against FFTW with measured plans, float, in one run:
-// 2048-point real forward and 1024-point complex forward, plus each of our paths
+// 2048-point real forward, 512-point real both ways (the crackle engines' frame at
+// block 512) and 1024-point complex forward, plus each of our paths
 // (scalar, AVX2, AVX-512) and the double kernels. Our kernels work in place, so every
 // iteration copies a fixed input to the work buffer and transforms it there. FFTW
 // runs both out of place (no copy) and in place with the same copy, the like-for-
@@ -44,7 +45,7 @@ std::vector<T> noise(std::size_t count) {
 
 // Ours on one path; complex: 2N elements, real: N.
 template <typename T>
-void runOurs(benchmark::State& state, Isa isa, bool real, int log2Size) {
+void runOurs(benchmark::State& state, Isa isa, bool real, int log2Size, bool inverse = false) {
     if (!standardLib::fft::isaAvailable(isa)) {
         state.SkipWithError("path not available on this CPU");
         return;
@@ -56,7 +57,8 @@ void runOurs(benchmark::State& state, Isa isa, bool real, int log2Size) {
     // Cache-line aligned, as FFTW's own allocation is.
     std::vector<T, CacheLineAllocator<T>> work(count);
     const auto& kernels = standardLib::fft::kernelSet<T>(isa);
-    const auto kernel = real ? kernels.realForward : kernels.complexForward;
+    const auto kernel = real ? (inverse ? kernels.realInverse : kernels.realForward)
+                             : (inverse ? kernels.complexInverse : kernels.complexForward);
     for (auto _ : state) {
         std::copy(input.begin(), input.end(), work.begin());
         kernel(work.data(), log2Size, 1, cosTable.data());
@@ -81,6 +83,24 @@ void fftwRealForward2048(benchmark::State& state) {
     fftwf_destroy_plan(plan);
     fftwf_free(in);
     fftwf_free(out);
+}
+
+// The frame of the crackle engines at block 512: real, both directions, in place
+// with the copy, as ours.
+void fftwReal512InPlaceWithCopy(benchmark::State& state, bool inverse) {
+    const int n = 512;
+    float* work = fftwf_alloc_real(n + 2);
+    fftwf_plan plan = inverse ? fftwf_plan_dft_c2r_1d(n, reinterpret_cast<fftwf_complex*>(work), work, FFTW_MEASURE)
+                              : fftwf_plan_dft_r2c_1d(n, work, reinterpret_cast<fftwf_complex*>(work), FFTW_MEASURE);
+    const std::vector<float> input = noise<float>(n + 2);
+    for (auto _ : state) {
+        std::copy(input.begin(), input.end(), work);
+        fftwf_execute(plan);
+        benchmark::DoNotOptimize(work);
+        benchmark::ClobberMemory();
+    }
+    fftwf_destroy_plan(plan);
+    fftwf_free(work);
 }
 
 void fftwComplexForward1024(benchmark::State& state) {
@@ -142,6 +162,9 @@ void pathDouble(benchmark::State& state, Isa isa, bool real, int log2Size) {
 void oursRealForward2048(benchmark::State& state) {
     runOurs<float>(state, standardLib::fft::activeIsa(), true, 11);
 }
+void ours512(benchmark::State& state, bool inverse) {
+    runOurs<float>(state, standardLib::fft::activeIsa(), true, 9, inverse);
+}
 void oursComplexForward1024(benchmark::State& state) {
     runOurs<float>(state, standardLib::fft::activeIsa(), false, 10);
 }
@@ -152,6 +175,10 @@ BENCHMARK(oursRealForward2048);
 BENCHMARK_CAPTURE(path, scalarRealForward2048, Isa::Scalar, true, 11);
 BENCHMARK_CAPTURE(path, avx2RealForward2048, Isa::Avx2, true, 11);
 BENCHMARK_CAPTURE(path, avx512RealForward2048, Isa::Avx512, true, 11);
+BENCHMARK_CAPTURE(fftwReal512InPlaceWithCopy, forward, false);
+BENCHMARK_CAPTURE(fftwReal512InPlaceWithCopy, inverse, true);
+BENCHMARK_CAPTURE(ours512, realForward, false);
+BENCHMARK_CAPTURE(ours512, realInverse, true);
 BENCHMARK(fftwComplexForward1024);
 BENCHMARK(fftwComplexForward1024InPlaceWithCopy);
 BENCHMARK(oursComplexForward1024);
