@@ -85,13 +85,12 @@ void fftwRealForward2048(benchmark::State& state) {
     fftwf_free(out);
 }
 
-// The frame of the crackle engines at block 512: real, both directions, in place
-// with the copy, as ours.
-void fftwReal512InPlaceWithCopy(benchmark::State& state, bool inverse) {
-    const int n = 512;
+// A real transform in place with the copy, as ours: n points, either way.
+void fftwRealInPlaceWithCopy(benchmark::State& state, int n, bool inverse) {
     float* work = fftwf_alloc_real(n + 2);
-    fftwf_plan plan = inverse ? fftwf_plan_dft_c2r_1d(n, reinterpret_cast<fftwf_complex*>(work), work, FFTW_MEASURE)
-                              : fftwf_plan_dft_r2c_1d(n, work, reinterpret_cast<fftwf_complex*>(work), FFTW_MEASURE);
+    fftwf_complex* bins = reinterpret_cast<fftwf_complex*>(work);
+    fftwf_plan plan = inverse ? fftwf_plan_dft_c2r_1d(n, bins, work, FFTW_MEASURE)
+                              : fftwf_plan_dft_r2c_1d(n, work, bins, FFTW_MEASURE);
     const std::vector<float> input = noise<float>(n + 2);
     for (auto _ : state) {
         std::copy(input.begin(), input.end(), work);
@@ -118,21 +117,6 @@ void fftwComplexForward1024(benchmark::State& state) {
     fftwf_destroy_plan(plan);
     fftwf_free(in);
     fftwf_free(out);
-}
-
-void fftwRealForward2048InPlaceWithCopy(benchmark::State& state) {
-    const int n = 2048;
-    float* work = fftwf_alloc_real(n + 2);
-    fftwf_plan plan = fftwf_plan_dft_r2c_1d(n, work, reinterpret_cast<fftwf_complex*>(work), FFTW_MEASURE);
-    const std::vector<float> input = noise<float>(n);
-    for (auto _ : state) {
-        std::copy(input.begin(), input.end(), work);
-        fftwf_execute(plan);
-        benchmark::DoNotOptimize(work);
-        benchmark::ClobberMemory();
-    }
-    fftwf_destroy_plan(plan);
-    fftwf_free(work);
 }
 
 void fftwComplexForward1024InPlaceWithCopy(benchmark::State& state) {
@@ -170,13 +154,14 @@ void oursComplexForward1024(benchmark::State& state) {
 }
 
 BENCHMARK(fftwRealForward2048);
-BENCHMARK(fftwRealForward2048InPlaceWithCopy);
+BENCHMARK_CAPTURE(fftwRealInPlaceWithCopy, forward2048, 2048, false);
 BENCHMARK(oursRealForward2048);
 BENCHMARK_CAPTURE(path, scalarRealForward2048, Isa::Scalar, true, 11);
 BENCHMARK_CAPTURE(path, avx2RealForward2048, Isa::Avx2, true, 11);
 BENCHMARK_CAPTURE(path, avx512RealForward2048, Isa::Avx512, true, 11);
-BENCHMARK_CAPTURE(fftwReal512InPlaceWithCopy, forward, false);
-BENCHMARK_CAPTURE(fftwReal512InPlaceWithCopy, inverse, true);
+// The crackle engines' frame at block 512.
+BENCHMARK_CAPTURE(fftwRealInPlaceWithCopy, forward512, 512, false);
+BENCHMARK_CAPTURE(fftwRealInPlaceWithCopy, inverse512, 512, true);
 BENCHMARK_CAPTURE(ours512, realForward, false);
 BENCHMARK_CAPTURE(ours512, realInverse, true);
 BENCHMARK(fftwComplexForward1024);
