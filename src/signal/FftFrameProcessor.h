@@ -12,9 +12,10 @@
 // at least frameSize / 2, or the last overlap term reads past its frame.
 //
 // forward writes frameSize floats to re[c] (the frame is assembled there) and
-// frameSize / 2 + 1 bins to re[c] and im[c]; inverse only reads re[c] and im[c] and
-// writes hop samples to out[c]. Every forward must be followed by exactly
-// one inverse. Only the constructor allocates. One thread at a time.
+// frameSize / 2 + 1 bins to re[c] and im[c]; inverse reads re[c] and im[c], leaves
+// the time-domain frame in re[c] and writes hop samples to out[c]. Every forward
+// must be followed by exactly one inverse. Only the constructor allocates. One
+// thread at a time.
 #pragma once
 
 #include "signal/CBuffer2D.h"
@@ -37,7 +38,8 @@ public:
     // hop samples per input channel from in[c]; spectra of the input channels to
     // re[c] / im[c]. Returns 0.
     int forward(float** in, float** re, float** im);
-    // Spectra of the output channels from re[c] / im[c]; hop samples to out[c].
+    // Spectra of the output channels from re[c] / im[c]; hop samples to out[c],
+    // and the time-domain frame (frameSize floats) over re[c].
     // Returns 0.
     int inverse(float** out, float** re, float** im);
     // Back to the just-built state (the window and the transform stay).

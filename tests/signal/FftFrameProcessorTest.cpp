@@ -220,6 +220,53 @@ TEST(FftFrameProcessor, OddCoreTruncatesTheHopAndLeavesTheLastFrameElement)
     EXPECT_EQ(re[255], 1234.0f);
 }
 
+TEST(FftFrameProcessor, InverseLeavesTheTimeDomainFrameInRe)
+{
+    FftFrameProcessor processor(1, 1, 256, 1);
+    const Signal input = randomSignal(1, 128, 3);
+    std::vector<float> re(256, 0.0f), im(129, 0.0f);
+    float* reRows[] = {re.data()};
+    float* imRows[] = {im.data()};
+    const auto& w = processor.window();
+    for (int call = 0; call < 2; ++call) {
+        std::vector<float> in(input[0].begin() + call * 64, input[0].begin() + (call + 1) * 64);
+        float* inRows[] = {in.data()};
+        processor.forward(inRows, reRows, imRows);
+        std::vector<float> out(64);
+        float* outRows[] = {out.data()};
+        processor.inverse(outRows, reRows, imRows);
+        // Unchanged spectra: the frame as assembled, to float rounding.
+        for (int i = 0; i < 256; ++i) {
+            float expected = 0.0f;
+            if (i >= 64 && i < 128 && call == 1) expected = input[0][i - 64] * w[i - 64];
+            if (i >= 128 && i < 192) expected = in[i - 128] * w[i - 64];
+            EXPECT_NEAR(re[i], expected, 1e-8f) << "call " << call << ", sample " << i;
+        }
+    }
+}
+
+TEST(FftFrameProcessor, OddCoreCarriesTheLastFrameSampleIntoTheNextFrame)
+{
+    // coreLength 129: forward never writes the frame's last element, so the next
+    // frame holds what the last inverse left there.
+    FftFrameProcessor processor(1, 1, 256, 1, 64, 63);
+    std::vector<float> in(64, 0.0f), out(64), re(256, 0.0f), im(129, 0.0f);
+    re[255] = 1234.0f;
+    float* inRows[] = {in.data()};
+    float* outRows[] = {out.data()};
+    float* reRows[] = {re.data()};
+    float* imRows[] = {im.data()};
+    processor.forward(inRows, reRows, imRows);
+    for (int bin = 0; bin < 129; ++bin) {
+        re[bin] *= 0.5f;
+        im[bin] *= 0.5f;
+    }
+    processor.inverse(outRows, reRows, imRows);
+    EXPECT_NEAR(re[255], 617.0f, 1e-3f);
+    processor.forward(inRows, reRows, imRows);
+    EXPECT_NEAR(re[255], 617.0f, 1e-3f);
+}
+
 TEST(FftFrameProcessor, GreaterMarginsKeepTheLatencyFormula)
 {
     // 80 + 80 of 256: coreLength 96, hop 48; frames are read up to 4 hop = 192 only.
