@@ -18,6 +18,11 @@ bool fitsTheSpan(const AnalysisFrame& frame)
 
 void prepareAnalysis(AnalysisFrame& frame)
 {
+    // A negative length windows nothing and adds no noise, but the order is still set.
+    if (frame.analysisLength < 0) {
+        frame.modelOrder = std::min(2 * frame.gapLength, frame.maxOrder);
+        return;
+    }
     if (!fitsTheSpan(frame)) return;
     const std::uint32_t seed = noiseSeed(frame.seedSource);
     const std::uint32_t multiplier = noiseMultiplier(frame.multiplierSource);

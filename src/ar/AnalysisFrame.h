@@ -5,8 +5,8 @@
 // the mode over span[0 .. N-1], sets modelOrder and adds the integer noise over all
 // 2N entries. The noise is not taken out again. Unlike LsarInterp, the Hann window of
 // modes 1 and 2 is computed wholly in 64-bit and narrowed once.
-// An analysisLength outside 0 .. 1024, or a gap length that would put mode 3's
-// segment outside the span, leaves the whole record untouched.
+// A negative analysisLength only sets modelOrder; one above 1024, or a gap length
+// that would put mode 3's segment outside the span, leaves the whole record untouched.
 // No allocation; works on the caller's record only.
 #pragma once
 

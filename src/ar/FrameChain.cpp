@@ -45,13 +45,14 @@ namespace {
 
 bool fitsInt32(std::int64_t value) { return value >= INT32_MIN && value <= INT32_MAX; }
 
-// A frame of at least one sample, a step other than zero, and every count of the plan
-// within 32 bits (the widening doubles the frame until it passes the gap's length).
+// A widening that ends (the frame doubles until it reaches the gap's length, which a
+// frame of no length never does unless it is there already), a step other than
+// zero, and every count of the plan within 32 bits.
 bool plannable(const FramePlan& plan)
 {
     const std::int64_t frame = plan.frameLength;
     const std::int64_t hop = frame - plan.overlap;
-    if (frame < 1 || hop == 0 || !fitsInt32(hop)) return false;
+    if ((frame < 1 && frame < plan.gapLength) || hop == 0 || !fitsInt32(hop)) return false;
     std::int64_t reach = frame;
     while (reach < plan.gapLength) reach *= 2;
     const std::int64_t position = plan.position;

@@ -20,8 +20,8 @@ inline constexpr int maxSpectralBins = maxFrameSize / 2 + 1;
 // Frames of frameLength with a step of hop = frameLength - overlap (never zero), laid
 // over the gap widened to d (frameLength doubled until it reaches gapLength) and two
 // frames of margin on each side. Integer divisions truncate toward zero. A frame
-// length below 1, a hop of zero, or a plan whose counts would not fit 32 bits
-// leaves the outputs untouched.
+// length below 1 that is also below gapLength (its doubling would never end), a hop
+// of zero, or a plan whose counts would not fit 32 bits leaves the outputs untouched.
 struct FramePlan {
     // input
     std::int32_t position = 0;

@@ -239,7 +239,7 @@ bool sameRecord(const AnalysisFrame& a, const AnalysisFrame& b)
 TEST(AnalysisFrameGuard, LengthsOutsideTheSpanLeaveTheRecordUntouched)
 {
     for (const auto& [length, gap, mode] :
-         {std::tuple{1025, 4, 2}, std::tuple{-1, 4, 1}, std::tuple{4096, 4, 4},
+         {std::tuple{1025, 4, 2}, std::tuple{4096, 4, 4},
           std::tuple{1024, 1025, 3}, std::tuple{512, -3, 3}}) {
         AnalysisFrame frame;
         for (int i = 0; i < 2 * maxAnalysisLength; ++i) frame.span[i] = 0.001f * i;
@@ -252,4 +252,20 @@ TEST(AnalysisFrameGuard, LengthsOutsideTheSpanLeaveTheRecordUntouched)
         prepareAnalysis(frame);
         EXPECT_TRUE(sameRecord(frame, before)) << length << " " << gap << " " << mode;
     }
+}
+
+// A negative length leaves every loop empty: the span stays, the order is set.
+TEST(AnalysisFrameGuard, NegativeLengthSetsTheOrderAndWindowsNothing)
+{
+    AnalysisFrame frame;
+    for (int i = 0; i < 2 * maxAnalysisLength; ++i) frame.span[i] = 0.001f * i;
+    frame.analysisLength = -5;
+    frame.gapLength = 7;
+    frame.mode = 1;
+    frame.maxOrder = 100;
+    frame.modelOrder = -99;
+    const auto span = frame.span;
+    prepareAnalysis(frame);
+    EXPECT_EQ(frame.modelOrder, 14);
+    EXPECT_TRUE(frame.span == span);
 }

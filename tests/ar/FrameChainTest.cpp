@@ -386,8 +386,8 @@ TEST(FrameChain, SplitAndInverseDoNotAllocate)
               0u);
 }
 
-// A frame of no length would never cover the gap: such plans, and those whose counts
-// leave 32 bits, return at once with the outputs as they were.
+// A frame of no length would never cover a longer gap: such plans, and those whose
+// counts leave 32 bits, return at once with the outputs as they were.
 TEST(PlanFramesGuard, UnusableFramesReturnAndLeaveTheOutputs)
 {
     for (const auto& [frame, overlap, gap] :
@@ -404,4 +404,23 @@ TEST(PlanFramesGuard, UnusableFramesReturnAndLeaveTheOutputs)
         EXPECT_EQ(p.frameCount, -77) << frame;
         EXPECT_EQ(p.spanLength, -77) << frame;
     }
+}
+
+// A frame of no length that already reaches the gap's length is planned as any other.
+TEST(PlanFramesGuard, FrameOfNoLengthOverAGapOfNoLengthIsPlanned)
+{
+    FramePlan p;
+    p.position = 100;
+    p.gapLength = 0;
+    p.frameLength = 0;
+    p.overlap = -2;
+    planFrames(p);
+    EXPECT_EQ(p.gapEnd, 99);
+    EXPECT_EQ(p.spanStart, 100);
+    EXPECT_EQ(p.spanEnd, 100);
+    EXPECT_EQ(p.spanLength, 0);
+    EXPECT_EQ(p.frameCount, 1);
+    EXPECT_EQ(p.firstGapFrame, 1);
+    EXPECT_EQ(p.lastGapFrame, -1);
+    EXPECT_EQ(p.gapFrameCount, -1);
 }
