@@ -7,7 +7,8 @@
 //
 // Valid sizes: 16 .. 2^20 for the real operations, 16 .. 2^19 for the complex ones.
 // For any other size the table is refused and every transform leaves its outputs
-// untouched. Only the constructor allocates. All but the in-place operations go
+// untouched; a complex transform on a 2^20 object (whose table serves the real ones)
+// leaves its data untransformed. Only the constructor allocates. All but the in-place operations go
 // through scratch, so in and out may be the same array (and realForward's in may be
 // re, realInverse's re may be out); realInverse into an out apart from re and im
 // works in out itself. Other partial overlaps are not allowed. One thread at a time
