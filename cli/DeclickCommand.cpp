@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
@@ -23,7 +22,6 @@
 #include "DeclickRun.h"
 #include "SpanList.h"
 
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -221,21 +219,9 @@ std::string describe(const DeclickOptions& options, const DeclickSettings& setti
     return text + ")";
 }
 
-// Refuses a report of an unknown kind, or one that would land on IN or OUT, before any work.
-void checkReportPath(const DeclickOptions& options)
-{
-    if (options.report.empty()) return;
-    spanFormatFor(options.report);
-    for (const std::string& audio : {options.input, options.output}) {
-        std::error_code error;
-        if (fs::weakly_canonical(options.report, error) == fs::weakly_canonical(audio, error))
-            throw CliError("--report '" + options.report + "' names an audio file of this run; choose another name");
-    }
-}
-
 void declickFile(const DeclickOptions& options)
 {
-    checkReportPath(options);
+    if (!options.report.empty()) requireReportPath(options.report, {options.input, options.output});
     AudioReader reader(options.input);
     requireDistinctFiles(options.input, options.output);
     const int channels = reader.channels();

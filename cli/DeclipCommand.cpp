@@ -145,18 +145,12 @@ void printSummary(const ClipSummary& summary, const std::vector<ClipLevels>& lev
 
 void declipFile(const DeclipOptions& options)
 {
+    if (!options.report.empty()) requireReportPath(options.report, {options.input, options.output});
     const auto level = parseLevel(options.level);
     AudioReader reader(options.input);
     requireDistinctFiles(options.input, options.output);
     const bool bounded = heldRange(reader).bounded;
     const auto gain = parseGain(options.gain.empty() ? (bounded ? "auto" : "0dB") : options.gain);
-    if (!options.report.empty()) {
-        try {
-            spanFormatFor(options.report);
-        } catch (const CliError& error) {
-            throw CliError(std::string("--report: ") + error.what());
-        }
-    }
     const auto started = std::chrono::steady_clock::now();
 
     const int passes = (level ? 1 : 2) + (gain ? 0 : 1);

@@ -22,7 +22,7 @@ constexpr std::int64_t blockFrames = 65536;
 
 void scanFile(const ScanOptions& options)
 {
-    if (!options.report.empty()) spanFormatFor(options.report);  // a bad extension fails before the scan
+    if (!options.report.empty()) requireReportPath(options.report, {options.input});
     AudioReader reader(options.input);
     const int rate = reader.sampleRate();
     DropoutScanner scanner(reader.channels(), dropoutCriteria(rate, reader.fullScale()));

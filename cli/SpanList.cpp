@@ -13,6 +13,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "AudioFile.h"
 #include "CliError.h"
 
 namespace fs = std::filesystem;
@@ -316,6 +317,18 @@ SpanFormat spanFormatFor(const std::string& path)
     if (extension == ".csv") return SpanFormat::csv;
     if (extension == ".json") return SpanFormat::json;
     throw CliError("'" + path + "': a span list ends in .txt (label track), .csv or .json");
+}
+
+void requireReportPath(const std::string& report, std::initializer_list<std::string> audioFiles)
+{
+    try {
+        spanFormatFor(report);
+    } catch (const CliError& error) {
+        throw CliError(std::string("--report: ") + error.what());
+    }
+    for (const std::string& audio : audioFiles)
+        if (namesSameFile(report, audio))
+            throw CliError("--report '" + report + "' names an audio file of this run; choose another name");
 }
 
 std::string formatSpans(const std::vector<SampleSpan>& spans, int sampleRate, SpanFormat format)

@@ -14,6 +14,7 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,10 @@ enum class SpanFormat { labels, csv, json };
 
 // The format of a list at `path`, from its extension; throws CliError for any other.
 SpanFormat spanFormatFor(const std::string& path);
+
+// Refuses, before any work, a `--report` path of an unknown kind or one that names
+// any of `audioFiles` (the run's input and output), which the report would replace.
+void requireReportPath(const std::string& report, std::initializer_list<std::string> audioFiles);
 
 // The list as text in `format`.
 std::string formatSpans(const std::vector<SampleSpan>& spans, int sampleRate, SpanFormat format);

@@ -125,6 +125,23 @@ TEST_F(DeclipCommand, RefusesBadArgumentsAndWritesNothing)
     EXPECT_NE(ferrotip("declip " + path("in.wav") + " " + path("in.wav")).status, 0);
 }
 
+TEST_F(DeclipCommand, RefusesAReportThatWouldReplaceItsInputOrOutput)
+{
+    // The sound file reader goes by the header, so audio may carry a report's name.
+    writeAudio(path("take.csv"), clippedTones(0.2, 1.6f, 1.0f), pcm16);
+    const auto before = testsupport::readSoundFile<int>(path("take.csv")).samples;
+    const std::string onInput = path("take.csv") + " " + path("out.wav") + " --report " + path("take.csv");
+    const std::string onOutput = path("take.csv") + " " + path("out.json") + " --report " + path("out.json");
+    for (const std::string& arguments : {onInput, onOutput}) {
+        const auto outcome = ferrotip("declip " + arguments);
+        EXPECT_EQ(outcome.status, 1) << arguments;
+        EXPECT_NE(outcome.output.find("--report"), std::string::npos) << outcome.output;
+    }
+    EXPECT_FALSE(fs::exists(path("out.wav")));
+    EXPECT_FALSE(fs::exists(path("out.json")));
+    EXPECT_EQ(testsupport::readSoundFile<int>(path("take.csv")).samples, before);
+}
+
 TEST_F(DeclipCommand, AGivenLevelOverridesTheSearch)
 {
     writeAudio(path("in.wav"), clippedTones(0.5, 0.8f, 0.5f), float32);

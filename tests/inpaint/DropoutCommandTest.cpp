@@ -141,6 +141,16 @@ TEST_F(DropoutCommand, BadRegionsFailBeforeAnythingIsWritten)
     EXPECT_EQ(readShorts(path("in.wav")), damaged);
 }
 
+TEST_F(DropoutCommand, ScanRefusesAReportThatWouldReplaceItsInput)
+{
+    // The sound file reader goes by the header, so audio may carry a report's name.
+    writeDamaged("take.csv");
+    const auto outcome = ferrotip("scan " + path("take.csv") + " --report " + path("./take.csv"));
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_NE(outcome.output.find("--report"), std::string::npos) << outcome.output;
+    EXPECT_EQ(readShorts(path("take.csv")), damaged);
+}
+
 TEST_F(DropoutCommand, OverlappingRegionsAreMerged)
 {
     writeDamaged("in.wav");
