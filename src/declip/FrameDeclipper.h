@@ -38,6 +38,10 @@ public:
         // iteration, for at most heavyIterations iterations.
         float heavyShare = 0.45f;
         int heavyIterations = 1000;
+        // Frames with more than heaviestShare clipped: Declipper solves them in a DFT
+        // oversampled heaviestRedundancy times.
+        float heaviestShare = 0.85f;
+        int heaviestRedundancy = 4;
 
         // Frames of about 0.15 s: the power of two nearest 0.15 s of samples, from 256
         // to 8192 (8192 at 44.1 and 48 kHz, 2048 at 16 kHz, 1024 at 8 kHz). Shorter

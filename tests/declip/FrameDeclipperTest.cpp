@@ -81,6 +81,9 @@ TEST(FrameDeclipper, OversamplesOnlyShortFrames)
     EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(22050).redundancy, 1);
     EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(16000).redundancy, 2);
     EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(8000).redundancy, 2);
+    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(44100).heaviestRedundancy, 1);
+    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(22050).heaviestRedundancy, 1);
+    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(8000).heaviestRedundancy, 4);
 }
 
 TEST(FrameDeclipper, ShortFramesGrowSparsityInFinerSteps)
