@@ -31,7 +31,7 @@ public:
                                   // uses it for heavily clipped frames only
         int sparsityStep = 2;     // bins added to k per iteration
         int sparsityShift = 4;    // and k >> sparsityShift more (0: none): about 6% a step
-                                  // (forSampleRate: 3% in frames of 4096 samples and less)
+                                  // (forSampleRate: 1.5% in frames of 4096 samples and less)
         float tolerance = 0.05f;  // stop when ||A x - z|| <= tolerance * ||frame||
         int maxIterations = 500;
         // Frames with more than this share of clipped samples grow k by one bin per

@@ -89,8 +89,8 @@ TEST(FrameDeclipper, OversamplesOnlyShortFrames)
 TEST(FrameDeclipper, ShortFramesGrowSparsityInFinerSteps)
 {
     EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(44100).sparsityShift, 4);
-    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(22050).sparsityShift, 5);
-    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(8000).sparsityShift, 5);
+    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(22050).sparsityShift, 6);
+    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(8000).sparsityShift, 6);
 }
 
 }  // namespace
