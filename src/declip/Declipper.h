@@ -6,12 +6,13 @@
 // settings, and those with more than Settings::heaviestShare clipped in one
 // oversampled Settings::heaviestRedundancy times; the others in the plain DFT of
 // the frame, which restores them about as well at half the cost or less. A
-// clipped sample's value is the overlap-add of its frames' solutions divided by the sum of their windows,
-// then projected once more onto the consistent set (at or beyond the clip level,
-// with the run's sign). Reliable samples are never changed: the restored signal
-// meets them without a crossfade (the limit of the crossfade of Zaviska, Rajmic
-// and Mokry, "Audio declipping performance enhancement via crossfading", Signal
-// Processing 2022, which keeps the reliable samples exactly).
+// clipped sample's value is the overlap-add of its frames' solutions divided by
+// the sum of their windows, then projected once more onto the consistent set (at
+// or beyond the clip level, with the run's sign). Reliable samples are never
+// changed: the restored signal meets them without a crossfade (the limit of the
+// crossfade of Zaviska, Rajmic and Mokry, "Audio declipping performance
+// enhancement via crossfading", Signal Processing 2022, which keeps the reliable
+// samples exactly).
 //
 // Because the grid is absolute and a frame's solution depends only on its own
 // samples, a caller may cut a long channel into pieces: restoring [from, to) of a

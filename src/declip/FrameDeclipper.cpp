@@ -26,7 +26,7 @@ FrameDeclipper::Settings FrameDeclipper::Settings::forSampleRate(int sampleRate)
     // finer search for the sparsity that meets the bounds. Steps of 3% restored
     // dialogue (22.05 kHz) clipped to 7-15 dB about 1 dB better than 6% and speech
     // at 8 kHz up to 0.8 dB better, for about 1.4 times the time; 1.5% adds
-    // 0.2-1.0 dB on dialogue clipped to 5-20 dB for another 1.6 times the time
+    // 0.1-1.0 dB on dialogue clipped to 5-20 dB for another 1.6 times the time
     // there (8 kHz speech: under 0.1 dB, for 4% more). At 8192 samples steps of 3%
     // cost music clipped to 20 dB 0.8 dB, so long frames keep the larger steps.
     if (length <= 4096) settings.sparsityShift = 6;
