@@ -24,9 +24,9 @@ bool holdsClipped(const float* window, std::int64_t length, std::int64_t first, 
     return false;
 }
 
-FrameDeclipper::Settings withPlainDft(FrameDeclipper::Settings settings)
+FrameDeclipper::Settings withRedundancy(FrameDeclipper::Settings settings, int redundancy)
 {
-    settings.redundancy = 1;
+    settings.redundancy = redundancy;
     return settings;
 }
 
@@ -34,8 +34,10 @@ FrameDeclipper::Settings withPlainDft(FrameDeclipper::Settings settings)
 
 Declipper::Declipper(const FrameDeclipper::Settings& settings)
     : heavyShare_(settings.heavyShare),
+      heaviestShare_(settings.heaviestShare),
+      heaviest_(withRedundancy(settings, settings.heaviestRedundancy)),
       heavy_(settings),
-      light_(withPlainDft(settings)),
+      light_(withRedundancy(settings, 1)),
       hann_(settings.frameLength),
       samples_(settings.frameLength),
       lower_(settings.frameLength),
@@ -62,6 +64,14 @@ int Declipper::loadFrame(const float* window, std::int64_t length, std::int64_t 
         clipped += sign != 0 ? 1 : 0;
     }
     return clipped;
+}
+
+// The more of a frame is clipped, the finer the DFT it is solved in.
+FrameDeclipper& Declipper::solverFor(int clipped)
+{
+    const double share = static_cast<double>(clipped) / frameLength();
+    if (share > heaviestShare_) return heaviest_;
+    return share > heavyShare_ ? heavy_ : light_;
 }
 
 Declipper::Stats Declipper::restore(const float* window, std::int64_t length, std::int64_t origin,
@@ -92,9 +102,7 @@ Declipper::Stats Declipper::restore(const float* window, std::int64_t length, st
             !holdsClipped(window, length, start + quarter, start + frameLength() - quarter, levels))
             continue;
         const int clipped = loadFrame(window, length, start, levels);
-        const bool heavy = static_cast<double>(clipped) / frameLength() > heavyShare_;
-        FrameDeclipper& solver = heavy ? heavy_ : light_;
-        stats.iterations += solver.restore(samples_.data(), lower_.data(), upper_.data());
+        stats.iterations += solverFor(clipped).restore(samples_.data(), lower_.data(), upper_.data());
         ++stats.framesSolved;
         // Least-squares overlap-add: each frame's estimate of w * x, weighted by w.
         for (std::int64_t i = overlapFirst; i < overlapEnd; ++i) {

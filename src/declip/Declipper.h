@@ -3,14 +3,16 @@
 // absolute sample positions, and only the frames that hold a clipped sample are
 // solved (FrameDeclipper); the others cost nothing. Heavily clipped frames (more
 // than Settings::heavyShare clipped) are solved in the oversampled DFT of the
-// settings; the others in the plain DFT of the frame, which restores them about as
-// well at half the cost or less. A clipped sample's value is
-// the overlap-add of its frames' solutions divided by the sum of their windows,
-// then projected once more onto the consistent set (at or beyond the clip level,
-// with the run's sign). Reliable samples are never changed: the restored signal
-// meets them without a crossfade (the limit of the crossfade of Zaviska, Rajmic
-// and Mokry, "Audio declipping performance enhancement via crossfading", Signal
-// Processing 2022, which keeps the reliable samples exactly).
+// settings, and those with more than Settings::heaviestShare clipped in one
+// oversampled Settings::heaviestRedundancy times; the others in the plain DFT of
+// the frame, which restores them about as well at half the cost or less. A
+// clipped sample's value is the overlap-add of its frames' solutions divided by
+// the sum of their windows, then projected once more onto the consistent set (at
+// or beyond the clip level, with the run's sign). Reliable samples are never
+// changed: the restored signal meets them without a crossfade (the limit of the
+// crossfade of Zaviska, Rajmic and Mokry, "Audio declipping performance
+// enhancement via crossfading", Signal Processing 2022, which keeps the reliable
+// samples exactly).
 //
 // Because the grid is absolute and a frame's solution depends only on its own
 // samples, a caller may cut a long channel into pieces: restoring [from, to) of a
@@ -41,15 +43,17 @@ public:
     Stats restore(const float* window, std::int64_t length, std::int64_t origin, ClipLevels levels,
                   std::int64_t from, std::int64_t to, float* out);
 
-    int frameLength() const { return heavy_.frameLength(); }
+    int frameLength() const { return light_.frameLength(); }
     int hop() const { return frameLength() / 4; }
     int context() const { return frameLength(); }
 
 private:
     int loadFrame(const float* window, std::int64_t length, std::int64_t start, ClipLevels levels);
 
-    float heavyShare_;
-    FrameDeclipper heavy_, light_;
+    FrameDeclipper& solverFor(int clipped);
+
+    float heavyShare_, heaviestShare_;
+    FrameDeclipper heaviest_, heavy_, light_;
     std::vector<float> hann_;
     std::vector<float> samples_, lower_, upper_;
     std::vector<double> sum_, weight_;

@@ -31,13 +31,17 @@ public:
                                   // uses it for heavily clipped frames only
         int sparsityStep = 2;     // bins added to k per iteration
         int sparsityShift = 4;    // and k >> sparsityShift more (0: none): about 6% a step
-                                  // (forSampleRate: 3% in frames of 4096 samples and less)
+                                  // (forSampleRate: 1.5% in frames of 4096 samples and less)
         float tolerance = 0.05f;  // stop when ||A x - z|| <= tolerance * ||frame||
         int maxIterations = 500;
         // Frames with more than this share of clipped samples grow k by one bin per
         // iteration, for at most heavyIterations iterations.
         float heavyShare = 0.45f;
         int heavyIterations = 1000;
+        // Frames with more than heaviestShare clipped: Declipper solves them in a DFT
+        // oversampled heaviestRedundancy times.
+        float heaviestShare = 0.85f;
+        int heaviestRedundancy = 4;
 
         // Frames of about 0.15 s: the power of two nearest 0.15 s of samples, from 256
         // to 8192 (8192 at 44.1 and 48 kHz, 2048 at 16 kHz, 1024 at 8 kHz). Shorter

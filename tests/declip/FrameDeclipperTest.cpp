@@ -81,13 +81,16 @@ TEST(FrameDeclipper, OversamplesOnlyShortFrames)
     EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(22050).redundancy, 1);
     EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(16000).redundancy, 2);
     EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(8000).redundancy, 2);
+    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(44100).heaviestRedundancy, 1);
+    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(22050).heaviestRedundancy, 1);
+    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(8000).heaviestRedundancy, 4);
 }
 
 TEST(FrameDeclipper, ShortFramesGrowSparsityInFinerSteps)
 {
     EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(44100).sparsityShift, 4);
-    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(22050).sparsityShift, 5);
-    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(8000).sparsityShift, 5);
+    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(22050).sparsityShift, 6);
+    EXPECT_EQ(FrameDeclipper::Settings::forSampleRate(8000).sparsityShift, 6);
 }
 
 }  // namespace
