@@ -107,11 +107,19 @@ float ClipLevelFinder::levelOf(const Polarity& polarity)
     const bool plateau = 2 * static_cast<std::int64_t>(histogram[top]) >= densestCount;  // hard clipping: one value
     if (plateau) level = top;
     while (!plateau && level - step >= 0 && bandCount(histogram, level - step, level) >= step * halfMean) level -= step;
-    // The natural density just below the hump, and well below it (a codec spreads
-    // the hump over a few percent): clipping stands out against one or the other.
+    // The natural density just below the hump, and well below it: clipping stands out
+    // against the first, or, where one value holds the hump or a codec spread it over a
+    // few percent, against the second. A codec's ripple also overshoots the level,
+    // which tells such a hump from the crest of a steady tone: that piles samples up
+    // over the top percent below its peak too (about 8 times the density 16% lower),
+    // but has nothing above (where the steps are coarse, the crest's own top steps: a
+    // few bands).
     const std::int64_t justBelow = bandCount(histogram, level - 4 * band, level) / 4;
     const std::int64_t wellBelow = bandCount(histogram, level - referenceOffset - 2 * band, level - referenceOffset) / 2;
-    const bool standsOut = densestCount >= humpOverBelow * std::min(justBelow, wellBelow);
+    const int crestBands = band > narrowBand ? 4 : 2;
+    const bool overshoots = top - densest >= crestBands * band;
+    const bool standsOut = densestCount >= humpOverBelow * justBelow ||
+                           ((plateau || overshoots) && densestCount >= humpOverBelow * wellBelow);
     if (densestCount < minimumClipped || !standsOut) return ClipLevels::none;
     return lowerEdge(level);
 }

@@ -6,8 +6,10 @@
 // below and above the level, so the finder looks for a hump: within the top
 // half octave of the range the densest band, about 1% wide (a step wide where the
 // samples are coarsely quantised, as 8-bit, mu-law and A-law are), must hold enough
-// samples and four times the density just below the hump or about 16% below it. The level is
-// the lower edge of that hump, so codec ripple at the plateau counts as clipped.
+// samples and four times the density just below the hump, or about 16% below it where
+// one value holds the hump or samples lie above it (a codec's overshoot; the crest of
+// a steady tone piles up samples too, but has nothing above). The level is the lower
+// edge of that hump, so codec ripple at the plateau counts as clipped.
 // Each polarity is judged on its own (asymmetric clipping, DC offsets).
 //
 // Histogram: 2048 bins per octave of |x| from 2^-24 up, built with frexp, so the

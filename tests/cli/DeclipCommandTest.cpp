@@ -60,6 +60,18 @@ TEST_F(DeclipCommand, AFileWithoutClippingComesBackBitForBit)
               testsupport::readSoundFile<int>(path("in.wav")).samples);
 }
 
+TEST_F(DeclipCommand, ASteadyToneComesBackBitForBit)
+{
+    std::vector<float> tone(2 * 44100);
+    for (std::size_t t = 0; t < tone.size(); ++t)
+        tone[t] = static_cast<float>(0.5 * std::sin(2.0 * M_PI * 1000.0 * static_cast<double>(t / 2) / 44100.0));
+    writeAudio(path("tone.wav"), tone, float32);
+    const auto outcome = ferrotip("declip " + path("tone.wav") + " " + path("out.wav"));
+    ASSERT_EQ(outcome.status, 0) << outcome.output;
+    EXPECT_NE(outcome.output.find("0 clipped runs"), std::string::npos) << outcome.output;
+    EXPECT_EQ(testsupport::readSoundFile<float>(path("out.wav")).samples, tone);
+}
+
 TEST_F(DeclipCommand, RestoresOnlyTheClippedSamplesOfAnIntegerFile)
 {
     // Clipped below full scale, so the restored peaks fit and no gain is needed.

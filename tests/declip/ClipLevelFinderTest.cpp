@@ -28,6 +28,24 @@ TEST(ClipLevelFinder, FindsNoClippingInAnUnclippedSignal)
     }
 }
 
+// A steady tone's crest piles samples up just below its peak much as a codec-spread
+// clip does, but nothing lies above it.
+TEST(ClipLevelFinder, FindsNoClippingInASteadyTone)
+{
+    for (const double hertz : {100.0, 440.0, 1000.0, 5000.0})
+        for (const double amplitude : {0.5, 0.9})
+            for (const double step : {0.0, 1.0 / 32768.0}) {
+                std::vector<float> tone(88200);
+                for (std::size_t t = 0; t < tone.size(); ++t) {
+                    const double x = amplitude * std::sin(2.0 * M_PI * hertz * static_cast<double>(t) / 44100.0);
+                    tone[t] = static_cast<float>(step > 0.0 ? std::round(x / step) * step : x);
+                }
+                const ClipLevels levels = levelsOf(tone);
+                EXPECT_FALSE(levels.any()) << hertz << " Hz at " << amplitude << ", step " << step << ": "
+                                           << levels.positive << ", " << levels.negative;
+            }
+}
+
 TEST(ClipLevelFinder, FindsAHardClipLevelBelowFullScale)
 {
     for (float level : {0.8f, 0.5f, 0.05f}) {
