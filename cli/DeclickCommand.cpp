@@ -236,7 +236,7 @@ void declickFile(const DeclickOptions& options)
     const int chunk = declickChunk(settings);
     const int jobs = jobsFor(options, channels);
 
-    if (listen != DeclickListen::bypass) noteLossyRewrite(reader, options.input, options.output);
+    noteLossyRewrite(reader, options.input, options.output);
     AudioWriter writer(options.output, reader.info());
     Progress progress(total, isatty(STDERR_FILENO) != 0 && !options.quiet);
     DeclickTally tally;

@@ -104,7 +104,7 @@ void addDeclickListenOption(CLI::App* command, DeclickSettingOptions& options)
     command
         ->add_option("--listen", options.listen,
                      "difference: write what was removed (sign inverted); bypass: write the input "
-                     "unchanged, bit for bit, whatever its format")
+                     "unchanged, bit for bit in every lossless format")
         ->check(CLI::IsMember({"difference", "bypass"}));
 }
 
