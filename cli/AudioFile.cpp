@@ -196,15 +196,6 @@ void AudioWriter::commit()
     partial_.commitTo(target_);
 }
 
-bool namesSameFile(const std::string& a, const std::string& b)
-{
-    struct stat first {}, second {};
-    if (stat(a.c_str(), &first) == 0 && stat(b.c_str(), &second) == 0)
-        return first.st_dev == second.st_dev && first.st_ino == second.st_ino;
-    std::error_code error;
-    return std::filesystem::weakly_canonical(a, error) == std::filesystem::weakly_canonical(b, error);
-}
-
 void requireDistinctFiles(const std::string& input, const std::string& output)
 {
     struct stat in {}, out {};

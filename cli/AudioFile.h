@@ -108,7 +108,3 @@ private:
 // Throws CliError when `output` is the same file as `input` by any route (a symlink,
 // a hard link, another spelling of the path: same device and inode) or a directory.
 void requireDistinctFiles(const std::string& input, const std::string& output);
-
-// Whether two paths name one file: the same device and inode where both exist,
-// otherwise the same path once resolved (for a file not written yet).
-bool namesSameFile(const std::string& a, const std::string& b);

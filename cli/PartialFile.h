@@ -32,3 +32,7 @@ private:
     int descriptor_ = -1;
     int slot_ = -1;
 };
+
+// Whether two paths name one file: the same device and inode where both exist,
+// otherwise the same path once resolved (for a file not written yet).
+bool namesSameFile(const std::string& a, const std::string& b);

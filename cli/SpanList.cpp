@@ -13,8 +13,8 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "AudioFile.h"
 #include "CliError.h"
+#include "PartialFile.h"
 
 namespace fs = std::filesystem;
 using nlohmann::json;

@@ -1,5 +1,6 @@
 """`cmake --install` puts the module where the interpreter finds it under the prefix."""
 import os
+import site
 import subprocess
 import sys
 from pathlib import Path
@@ -20,3 +21,13 @@ def test_installed_module_imports_from_the_prefix(tmp_path):
                           capture_output=True, text=True, env=environment, cwd=tmp_path, check=True)
     path, count = done.stdout.split()
     assert Path(path).parent == site and count == "7"
+
+
+def test_the_install_dir_is_searched_below_the_usual_prefixes():
+    # Below the interpreter's own prefix, and below /usr/local for a system interpreter
+    # in /usr, the default of `cmake --install`.
+    relative = os.environ["FERROTIP_PYTHON_INSTALL_DIR"]
+    searched = set(sys.path) | set(site.getsitepackages())
+    prefixes = [sys.prefix] + (["/usr/local"] if sys.prefix == "/usr" else [])
+    for prefix in prefixes:
+        assert os.path.join(prefix, relative) in searched, (prefix, relative, sorted(searched))
