@@ -41,6 +41,7 @@ AudioReader::AudioReader(const std::string& path) : path_(path), file_(nullptr, 
     if (!fs::exists(path, error)) throw CliError("cannot open '" + path + "': no such file");
     if (fs::is_directory(path, error)) throw CliError("cannot open '" + path + "': it is a directory");
     open();
+    if (!lengthKnown()) countFrames();
     const double scale = rawIntegerScale(info_.format);
     fullScale_ = scale > 0.0 ? scale : 1.0;
 }
@@ -55,6 +56,19 @@ void AudioReader::open()
         throw CliError("cannot read '" + path_ + "': it declares " + std::to_string(info_.channels) +
                        " channels at " + std::to_string(info_.samplerate) + " Hz");
     useRawIntegers(file_.get(), info_.format);
+    if (countedFrames_ >= 0) info_.frames = countedFrames_;
+}
+
+// A FLAC written to a pipe cannot go back to note its length in its header: decode
+// it once, so that every pass knows the length up front.
+void AudioReader::countFrames()
+{
+    constexpr sf_count_t block = 4096;
+    std::vector<double> scratch(static_cast<std::size_t>(block) * info_.channels);
+    std::int64_t counted = 0;
+    for (sf_count_t got; (got = sf_readf_double(file_.get(), scratch.data(), block)) > 0;) counted += got;
+    countedFrames_ = counted;
+    open();
 }
 
 void AudioReader::rewind()

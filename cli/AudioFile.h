@@ -4,7 +4,8 @@
 // for every bit depth), stored values for float files. Copying untouched audio in
 // that scale is lossless; fullScale() converts to the module's [-1, 1) floats.
 // AudioReader reads front to back only (rewind() starts again by reopening), so
-// files that cannot seek (streamed FLAC, GSM and ADPCM WAVs) read like any other.
+// files that cannot seek (streamed FLAC, GSM and ADPCM WAVs) read like any other; a
+// stream that does not declare its length is decoded once at opening to count it.
 // AudioWriter writes to an exclusively created file of random name beside the
 // target (PartialFile) and renames it on commit(), so a failure or an interrupt
 // never leaves a partial output and never writes through an existing name.
@@ -49,7 +50,7 @@ public:
     // Samples read as 0 because they were not finite: the most in one pass (from a
     // rewind or a seek on), so a sample read again is not counted again.
     std::int64_t nonFiniteSamples() const { return nonFinite_; }
-    // Whether libsndfile knows the frame count (a streamed FLAC may not say).
+    // Whether the frame count is known (a file of no frames does not say).
     bool lengthKnown() const;
     // True for formats that decode to something other than what was encoded (Ogg,
     // Opus, MP3, GSM, ADPCM): writing them again changes every sample.
@@ -57,6 +58,7 @@ public:
 
 private:
     void open();
+    void countFrames();
     template <typename Sample>
     void zeroNonFinite(Sample* interleaved, std::int64_t frames);
 
@@ -67,6 +69,7 @@ private:
     bool zeroNonFinite_ = true;
     std::int64_t nonFinite_ = 0;
     std::int64_t nonFiniteThisPass_ = 0;
+    std::int64_t countedFrames_ = -1;  // the length of a stream whose header lacks it
 };
 
 // Prints a warning naming the input when some of its samples were read as 0.
