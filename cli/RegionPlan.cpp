@@ -195,7 +195,11 @@ void checkLengths(std::vector<Region>& regions, const std::string& method, int r
     for (Region& r : regions) {
         r.choice = choose(method, r.length(), rate);
         if (r.choice.method) {
-            planRepair(*r.choice.method, rate, r.first, r.length());  // throws with the method's limit
+            try {
+                planRepair(*r.choice.method, rate, r.first, r.length());  // throws with the method's limit
+            } catch (const CliError& error) {
+                throw CliError(r.origin + ": " + error.what());
+            }
         } else if (r.length() > longest) {
             throw CliError(r.origin + " is " + std::to_string(r.length()) + " samples long; \"" + method +
                            "\" fills up to " + std::to_string(longestDropoutMs) + " ms (" +

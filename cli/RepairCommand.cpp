@@ -96,6 +96,7 @@ void repairFile(const RepairOptions& options)
     const MethodInfo method = findMethod(options.method);
     const std::int64_t start = parseSampleCount(options.start, rate, "--start");
     const std::int64_t length = parseSampleCount(options.length, rate, "--length");
+    if (length < 1) throw CliError("--length must be at least one sample");
     const RepairWindow window = planRepair(method, rate, start, length);
 
     std::int64_t frames = 0;

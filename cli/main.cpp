@@ -1,5 +1,6 @@
 // ferrotip: repair and declick audio files with the ferrotip module.
 #include <cstdio>
+#include <string>
 
 #include "CliError.h"
 #include "Commands.h"
@@ -20,6 +21,16 @@ int main(int argc, char** argv)
     addDeclipCommand(app);
     try {
         app.parse(argc, argv);
+    } catch (const CLI::RequiredError& error) {
+        // A word that is no command leaves no command at all: name the word.
+        if (app.get_subcommands().empty() && argc > 1 && argv[1][0] != '-') {
+            std::string commands;
+            for (const CLI::App* command : app.get_subcommands({}))
+                commands += (commands.empty() ? "" : ", ") + command->get_name();
+            std::fprintf(stderr, "ferrotip: unknown command '%s'; choose one of %s\n", argv[1], commands.c_str());
+            return 1;
+        }
+        return app.exit(error);
     } catch (const CLI::ParseError& error) {
         return app.exit(error);
     } catch (const CliError& error) {

@@ -141,7 +141,7 @@ TEST_F(CliTest, BadInputGetsAOneLineErrorAndWritesNothing)
         {in + " " + in + " --start 100 --length 3 -m 0", "is the input file"},
         {in + " " + dir.string() + "/./in.wav --start 100 --length 3 -m 0", "is the input file"},
         {in + " " + out + " --start 1x --length 3 -m 0", "--start '1x'"},
-        {in + " " + out + " --start 100 --length 0 -m 0", "at least one sample"},
+        {in + " " + out + " --start 100 --length 0 -m 0", "--length must be at least one sample"},
         {in + " " + out + " --start 100 --length 2.5 -m 0", "whole number"},
         {in + " " + path("no/such/dir.wav") + " --start 100 --length 3 -m 0", "does not exist"},
     };
@@ -153,6 +153,11 @@ TEST_F(CliTest, BadInputGetsAOneLineErrorAndWritesNothing)
         EXPECT_EQ(std::count(run.output.begin(), run.output.end(), '\n'), 1) << run.output;
         EXPECT_FALSE(fs::exists(out));
     }
+    // A word that is no command is named, with the commands there are.
+    const Outcome unknown = ferrotip("frob " + in + " " + out);
+    EXPECT_EQ(unknown.status, 1);
+    EXPECT_NE(unknown.output.find("unknown command 'frob'; choose one of methods, repair"), std::string::npos)
+        << unknown.output;
     // Nothing but the inputs is left in the folder, no partial file either.
     EXPECT_EQ(std::distance(fs::directory_iterator(dir), fs::directory_iterator()), 2);
     const Audio after = testsupport::readSoundFile<int>(in);

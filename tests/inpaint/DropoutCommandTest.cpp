@@ -131,6 +131,12 @@ TEST_F(DropoutCommand, BadRegionsFailBeforeAnythingIsWritten)
     EXPECT_EQ(tooLong.status, 1);
     EXPECT_NE(tooLong.output.find("region 2"), std::string::npos) << tooLong.output;
     EXPECT_NE(tooLong.output.find("250 ms"), std::string::npos) << tooLong.output;
+    // With a method given, its own limit, and the region still named.
+    const auto tooLongForMethod =
+        ferrotip("repair " + path("in.wav") + " " + path("out.wav") + " --method 1 --regions " + path("long.txt"));
+    EXPECT_EQ(tooLongForMethod.status, 1);
+    EXPECT_NE(tooLongForMethod.output.find("region 1 of"), std::string::npos) << tooLongForMethod.output;
+    EXPECT_NE(tooLongForMethod.output.find("1 ms"), std::string::npos) << tooLongForMethod.output;
     std::ofstream(path("outside.txt")) << "5.9\t6.1\tpast the end\n";
     const auto outside = ferrotip("repair " + path("in.wav") + " " + path("out.wav") + " --regions " + path("outside.txt"));
     EXPECT_EQ(outside.status, 1);
