@@ -35,7 +35,7 @@ void DropoutScanner::endRun(ChannelState& s, int)
     const std::int64_t length = position - s.runStart;
     if (length >= criteria_.minRun && length <= criteria_.maxRun && s.leftLoud &&
         std::fabs(s.value) < criteria_.clipLevel)
-        s.pending.push_back({s.runStart, position - 1, 0.0, 0.0, 0});
+        s.pending.push_back({s.runStart, position - 1, s.value, 0.0, 0.0, 0});
 }
 
 void DropoutScanner::take(int channel, double sample)
@@ -52,9 +52,11 @@ void DropoutScanner::take(int channel, double sample)
     while (!s.pending.empty() && s.pending.front().rightCount == criteria_.guard) {
         const Pending& p = s.pending.front();
         if (p.rightEnergy >= squaredFloor * criteria_.guard && p.nearEnergy >= squaredFloor * near)
-            s.found.push_back({channel, p.first, p.last});
+            s.found.push_back({p.first, p.last, p.value});
         s.pending.erase(s.pending.begin());
     }
+    s.highest = std::max(s.highest, sample);
+    s.lowest = std::min(s.lowest, sample);
     if (position == 0 || sample != s.value) {
         if (position > 0) endRun(s, channel);
         s.value = sample;
@@ -70,17 +72,29 @@ void DropoutScanner::take(int channel, double sample)
                      historyEnergy(s, s.runStart - near, near) >= squaredFloor * near;
 }
 
+// A value held at the channel's peak of its sign is a clip level, wherever it lies.
+bool DropoutScanner::clipped(const ChannelState& s, double value) const
+{
+    constexpr double nearPeak = 0.99;
+    return value > 0.0 ? value >= nearPeak * s.highest : value < 0.0 && value <= nearPeak * s.lowest;
+}
+
 std::vector<Dropout> DropoutScanner::finish()
 {
     // A run still open touches the end, and pending runs lack their right side: neither counts.
+    std::vector<std::vector<Dropout>> runs(states.size());
     std::map<std::pair<std::int64_t, std::int64_t>, int> channelsWith;
-    for (const ChannelState& s : states)
-        for (const Dropout& d : s.found) ++channelsWith[{d.first, d.last}];
+    for (int c = 0; c < channels_; ++c)
+        for (const HeldRun& r : states[c].found)
+            if (!clipped(states[c], r.value)) {
+                runs[c].push_back({c, r.first, r.last});
+                ++channelsWith[{r.first, r.last}];
+            }
     std::vector<Dropout> out;
     for (const auto& [span, count] : channelsWith)
         if (count == channels_ && channels_ > 1) out.push_back({Dropout::allChannels, span.first, span.second});
-    for (const ChannelState& s : states)
-        for (const Dropout& d : s.found)
+    for (const auto& channelRuns : runs)
+        for (const Dropout& d : channelRuns)
             if (!(channels_ > 1 && channelsWith[{d.first, d.last}] == channels_)) out.push_back(d);
     std::stable_sort(out.begin(), out.end(), [](const Dropout& a, const Dropout& b) {
         return a.first != b.first ? a.first < b.first : a.channel < b.channel;

@@ -5,8 +5,9 @@
 // of the guard / 5 frames right next to it on each side, which tells a fade to zero
 // (quiet just before the run) from sound cut off. Runs that touch
 // the stream's start or end, runs longer than maxRun (silence between tracks), runs
-// after a fade (quiet before them) and runs held at or above `clipLevel` (clipping,
-// not a dropout) are not dropouts.
+// after a fade (quiet before them) and runs held at or above `clipLevel`, or within 1%
+// of the channel's peak of their sign (clipping, below full scale too, not a dropout),
+// are not dropouts.
 //
 // Frames go in by push() in blocks of any size; the same dropouts come out whatever
 // the blocks. finish() reports the runs still waiting for their right side (none of
@@ -45,8 +46,13 @@ public:
 private:
     struct Pending {
         std::int64_t first, last;
+        double value;  // the value held
         double rightEnergy, nearEnergy;
         int rightCount;
+    };
+    struct HeldRun {
+        std::int64_t first, last;
+        double value;
     };
     struct ChannelState {
         std::vector<double> history;  // last guard + minRun samples, circular
@@ -54,8 +60,10 @@ private:
         std::int64_t runStart = 0;
         bool leftLoud = false;        // decided when the run reaches minRun
         std::vector<Pending> pending; // runs waiting for their right side
-        std::vector<Dropout> found;
+        std::vector<HeldRun> found;
+        double highest = 0.0, lowest = 0.0;  // the channel's peaks of each sign
     };
+    bool clipped(const ChannelState& s, double value) const;
     void take(int channel, double sample);
     void endRun(ChannelState& s, int channel);
     int nearFrames() const;

@@ -3,6 +3,7 @@
 // give nothing; the blocks the frames come in change nothing.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <random>
 #include <vector>
@@ -120,6 +121,26 @@ TEST(DropoutScanner, SilenceFadesAndEndsAreNotDropouts)
     tone(rate, 0.5, 0.5);
     zeros(rate / 20);             // the end
     EXPECT_TRUE(scan(frames, rate, 4096).empty());
+}
+
+// Clipped below full scale, a recording holds its clip level for runs as long as a
+// dropout's: those are clipping, while a sample held at another level is a dropout.
+TEST(DropoutScanner, RunsHeldAtTheClipLevelAreClipping)
+{
+    const int rate = 44100;
+    std::vector<double> frames;
+    for (int t = 0; t < 2 * rate; ++t) {
+        const double v = std::clamp(0.8 * std::sin(0.01 * t) + 0.1 * std::sin(0.37 * t), -0.5, 0.4);
+        frames.push_back(v);
+        frames.push_back(-v);
+    }
+    const int first = rate + 1234, count = rate / 200;
+    std::fill(frames.begin() + 2 * first, frames.begin() + 2 * (first + count), 0.1);
+    const auto found = scan(frames, rate, 4096);
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0].channel, Dropout::allChannels);
+    EXPECT_EQ(found[0].first, first);
+    EXPECT_EQ(found[0].last, first + count - 1);
 }
 
 }  // namespace
