@@ -149,8 +149,7 @@ Region singleRegion(const std::string& start, const std::string& length, int rat
                     const std::string& lengthName)
 {
     const std::int64_t first = parseSampleCount(start, rate, startName);
-    const std::int64_t count = parseSampleCount(length, rate, lengthName);
-    if (count < 1) throw CliError(lengthName + " must be at least one sample");
+    const std::int64_t count = parseRegionLength(length, rate, lengthName);
     return {allRegionChannels, first, first + count - 1, "the region", {}};
 }
 

@@ -95,8 +95,7 @@ void repairFile(const RepairOptions& options)
     const int rate = reader.sampleRate();
     const MethodInfo method = findMethod(options.method);
     const std::int64_t start = parseSampleCount(options.start, rate, "--start");
-    const std::int64_t length = parseSampleCount(options.length, rate, "--length");
-    if (length < 1) throw CliError("--length must be at least one sample");
+    const std::int64_t length = parseRegionLength(options.length, rate, "--length");
     const RepairWindow window = planRepair(method, rate, start, length);
 
     std::int64_t frames = 0;

@@ -41,3 +41,10 @@ std::int64_t parseSampleCount(const std::string& text, int sampleRate, const std
     if (samples > 9.0e15) throw CliError(what + " '" + text + "' is too large");
     return std::llround(samples);
 }
+
+std::int64_t parseRegionLength(const std::string& text, int sampleRate, const std::string& what)
+{
+    const std::int64_t length = parseSampleCount(text, sampleRate, what);
+    if (length < 1) throw CliError(what + " must be at least one sample");
+    return length;
+}

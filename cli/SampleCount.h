@@ -7,3 +7,6 @@
 
 // Throws CliError naming `what` when the text is not a non-negative count.
 std::int64_t parseSampleCount(const std::string& text, int sampleRate, const std::string& what);
+
+// A region's length: as parseSampleCount, and at least one sample.
+std::int64_t parseRegionLength(const std::string& text, int sampleRate, const std::string& what);

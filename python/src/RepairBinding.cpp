@@ -117,7 +117,7 @@ py::tuple repair(const py::object& audioArgument, const py::object& rateArgument
     const MethodInfo method = findMethod(methodText);
     const std::int64_t start = parseSampleCount(argumentText(startArgument, "start", countForms), rate, "start");
     const std::int64_t length =
-        parseSampleCount(argumentText(lengthArgument, "length", countForms), rate, "length");
+        parseRegionLength(argumentText(lengthArgument, "length", countForms), rate, "length");
     requireRegionInside(start, length, audio.frames, "the audio");
     const RepairWindow window = planRepair(method, rate, start, length);
 
