@@ -1,16 +1,20 @@
 // Prints the mean gap SNR (dB) of every filler on music and speech, one row per
 // material and gap length, all measured in one run on the same seeded gaps.
 //   inpaint_table [--gaps N] [--long-gaps N] [--lengths 5,10,...] [--fillers zero,m0,...]
-//                 [--materials music,speech] [--files N] [--seed N] [--music-dir DIR]
+//                 [--materials music,speech] [--files N] [--seeds 19,23,...] [--music-dir DIR]
 //                 [--skip-files N] [--languages en,de]
-// (other seeds, folders and languages check a change on material it was not tuned on)
+// Each seed draws --gaps gaps per length and a row is the mean over all of them: one
+// seed's few gaps move a row by a decibel, so a change is judged on several. (Other
+// seeds, folders and languages check a change on material it was not tuned on.)
 // Fillers: zero, m0..m6 (the module's methods), classic and gapwise (the plain
-// references; at 100 ms and above on the first --long-gaps gaps only, as they are
+// references; at 100 ms and above on the first --long-gaps gaps of each seed only, as they are
 // slow), inpaint, auto. INPAINT_CANDIDATES (a comma list of candidates, each
 // context:order:passes:maxGap in ms), INPAINT_HOLD_OUT_MS, INPAINT_PATTERN
 // (minGap:reach:border:trust), INPAINT_LONG (borderShare:longTrust:longGap),
 // INPAINT_UNIT_GAIN (maxGap:trust),
 // INPAINT_WHITE and INPAINT_NO_VALIDATION set the filler's parameters for experiments.
+#include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -93,6 +97,24 @@ Filler namedFiller(const std::string& name)
     std::exit(2);
 }
 
+// Every seed's gaps, and for the slow references the first `slowCount` of each seed's.
+struct GapSets {
+    std::vector<Gap> all, slow;
+};
+
+GapSets gapsOverSeeds(const std::vector<Recording>& recordings, double ms, int count, int slowCount,
+                      const std::vector<std::string>& seeds, int margin)
+{
+    GapSets sets;
+    for (const auto& seed : seeds) {
+        const auto gaps = makeGaps(recordings, ms, count, static_cast<std::uint32_t>(std::atoi(seed.c_str())), margin);
+        sets.all.insert(sets.all.end(), gaps.begin(), gaps.end());
+        sets.slow.insert(sets.slow.end(), gaps.begin(),
+                         gaps.begin() + std::min<std::size_t>(gaps.size(), slowCount));
+    }
+    return sets;
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -102,7 +124,8 @@ int main(int argc, char** argv)
     std::string fillers = "zero,m0,m1,m2,m3,m4,m5,m6,classic,gapwise,inpaint,auto";
     std::string materials = "music,speech";
     std::string musicDir = musicFolder, languages = "en,de";
-    int seed = 19, skipFiles = 0;
+    std::string seeds = "19";
+    int skipFiles = 0;
     for (int i = 1; i + 1 < argc; i += 2) {
         const std::string option = argv[i], value = argv[i + 1];
         if (option == "--gaps") gapCount = std::atoi(value.c_str());
@@ -111,7 +134,7 @@ int main(int argc, char** argv)
         else if (option == "--fillers") fillers = value;
         else if (option == "--materials") materials = value;
         else if (option == "--files") files = std::atoi(value.c_str());
-        else if (option == "--seed") seed = std::atoi(value.c_str());
+        else if (option == "--seeds" || option == "--seed") seeds = value;
         else if (option == "--music-dir") musicDir = value;
         else if (option == "--skip-files") skipFiles = std::atoi(value.c_str());
         else if (option == "--languages") languages = value;
@@ -128,18 +151,19 @@ int main(int argc, char** argv)
         const int margin = comparisonMargin(recordings[0].rate);
         for (const auto& length : split(lengths)) {
             const double ms = std::atof(length.c_str());
-            const auto gaps = makeGaps(recordings, ms, gapCount, seed, margin);
+            const auto gaps = gapsOverSeeds(recordings, ms, gapCount, longGapCount, split(seeds), margin);
             std::printf("| %s, %s ms |", material.c_str(), length.c_str());
             std::fflush(stdout);
             for (const auto& f : split(fillers)) {
                 const bool slow = (f == "classic" || f == "gapwise") && ms >= 100;
-                const auto& used = slow ? std::vector<Gap>(gaps.begin(), gaps.begin() + std::min<std::size_t>(gaps.size(), longGapCount)) : gaps;
+                const auto& used = slow ? gaps.slow : gaps.all;
                 std::printf(" %.1f%s |", meanSnr(recordings, used, margin, namedFiller(f)),
-                            used.size() < gaps.size() ? "*" : "");
+                            used.size() < gaps.all.size() ? "*" : "");
                 std::fflush(stdout);
             }
             std::printf("\n");
         }
     }
-    std::printf("(* the reference on the first %d gaps only)\n", longGapCount);
+    std::printf("(seeds %s, %d gaps per seed and length; * the reference on the first %d of each seed's only)\n",
+                seeds.c_str(), gapCount, longGapCount);
 }
