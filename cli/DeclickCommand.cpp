@@ -22,7 +22,6 @@
 #include "DeclickRun.h"
 #include "SpanList.h"
 
-
 namespace {
 
 // Frames per file read.
