@@ -1,5 +1,5 @@
 // Helper of scripts/bench-declip.sh (not a benchmark):
-//   declip_material make music|speech|dialogue SECONDS SDR DIR
+//   declip_material make music|speech|speech44|dialogue SECONDS SDR DIR
 //       writes DIR/clean.wav and DIR/clipped.wav (mono float), a seeded excerpt
 //       hard clipped to SDR dB;
 //   declip_material sdr CLEAN TEST   prints SDR(TEST, CLEAN) in dB;
@@ -60,8 +60,7 @@ int loop(const std::string& in, double seconds, const std::string& out)
 
 int make(const std::string& material, double seconds, double sdr, const std::string& dir)
 {
-    const auto files = declipmaterial::filesOf(material);
-    const auto excerpt = declipmaterial::excerpt(files, 20, seconds);
+    const auto excerpt = declipmaterial::excerptOf(material, 20, seconds);
     if (excerpt.samples.empty()) return std::fprintf(stderr, "no %s recordings installed\n", material.c_str()), 1;
     const auto clipped = hardclip::clip(excerpt.samples, hardclip::levelForSdr(excerpt.samples, sdr));
     return writeMono(dir + "/clean.wav", excerpt.samples, excerpt.sampleRate) &&
@@ -86,7 +85,7 @@ int main(int argc, char** argv)
     }
     if (args.size() == 4 && args[0] == "loop") return loop(args[1], std::atof(args[2].c_str()), args[3]);
     std::fprintf(stderr,
-                 "usage: declip_material make music|speech|dialogue SECONDS SDR DIR | sdr CLEAN TEST | "
+                 "usage: declip_material make music|speech|speech44|dialogue SECONDS SDR DIR | sdr CLEAN TEST | "
                  "loop IN SECONDS OUT\n");
     return 2;
 }
