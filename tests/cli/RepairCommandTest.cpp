@@ -158,6 +158,14 @@ TEST_F(CliTest, BadInputGetsAOneLineErrorAndWritesNothing)
     EXPECT_EQ(unknown.status, 1);
     EXPECT_NE(unknown.output.find("unknown command 'frob'; choose one of methods, repair"), std::string::npos)
         << unknown.output;
+    // So is an option where the command belongs, and a missing command is asked for.
+    const Outcome option = ferrotip("--frob");
+    EXPECT_EQ(option.status, 1);
+    EXPECT_NE(option.output.find("unknown option '--frob'; a command comes first: one of methods"), std::string::npos)
+        << option.output;
+    const Outcome nothing = ferrotip("");
+    EXPECT_EQ(nothing.status, 1);
+    EXPECT_NE(nothing.output.find("a command is required: one of methods"), std::string::npos) << nothing.output;
     // Nothing but the inputs is left in the folder, no partial file either.
     EXPECT_EQ(std::distance(fs::directory_iterator(dir), fs::directory_iterator()), 2);
     const Audio after = testsupport::readSoundFile<int>(in);
