@@ -78,16 +78,16 @@ int channelsOf(const LV2_Descriptor* descriptor)
     return std::strcmp(descriptor->URI, stereoUri) == 0 ? 2 : 1;
 }
 
-// An unconnected control reads as its default.
+// An unconnected control, or one holding no number (NaN, infinity), reads as its default.
 float control(const Plugin& plugin, Control port, float fallback)
 {
-    return plugin.controls[port] ? *plugin.controls[port] : fallback;
+    return plugin.controls[port] && std::isfinite(*plugin.controls[port]) ? *plugin.controls[port] : fallback;
 }
 
 int choice(const Plugin& plugin, Control port, int fallback, int last)
 {
     const float value = control(plugin, port, static_cast<float>(fallback));
-    return std::isfinite(value) ? std::clamp(static_cast<int>(std::lround(value)), 0, last) : fallback;
+    return std::clamp(static_cast<int>(std::lround(value)), 0, last);
 }
 
 DeclickSettings readSettings(const Plugin& plugin)

@@ -19,6 +19,12 @@ namespace detail {
 inline constexpr std::uint32_t classicRandMultiplier = 214013u;
 inline constexpr std::uint32_t classicRandIncrement = 2531011u;
 // This thread's generator state; one object for the whole program (inline variable).
+// Initial-exec on ELF: in a dlopen'ed module (the plug-in, the Python module) the
+// default model hands each new thread its block through malloc at the first touch,
+// which may be an audio thread's first run(); four bytes fit the static TLS reserve.
+#if defined(__ELF__)
+[[gnu::tls_model("initial-exec")]]
+#endif
 inline thread_local std::uint32_t classicRandState = 1;
 }  // namespace detail
 

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <random>
 #include <thread>
 
@@ -260,3 +261,27 @@ TEST(DeclickPlugin, ListenChangeFadesWithoutAJump)
 }
 
 }  // namespace
+
+// A control holding no number reads as its default, as an unconnected one does.
+TEST(DeclickPlugin, ControlsHoldingNoNumberReadAsTheirDefaults)
+{
+    const Channels in = clickedMusic(1);
+    for (const float floorMode : {0.0f, 1.0f}) {  // the floor relative in dB, or absolute
+        const auto custom = [floorMode](PluginHost& host) {
+            host.set("preset", static_cast<float>(customPreset));
+            host.set("floor_mode", floorMode);
+        };
+        PluginHost reference(lv2test::monoUri, rate);
+        custom(reference);
+        std::size_t allocations = 0;
+        const Channels expected = lv2test::render(reference, in, fixedBlocks(256), allocations);
+        for (const float noNumber : {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity()})
+            for (const char* symbol : {"sensitivity", "floor", "floor_absolute"}) {
+                SCOPED_TRACE(std::string(symbol) + " in floor mode " + std::to_string(floorMode));
+                PluginHost host(lv2test::monoUri, rate);
+                custom(host);
+                host.set(symbol, noNumber);
+                EXPECT_EQ(lv2test::render(host, in, fixedBlocks(256), allocations), expected);
+            }
+    }
+}

@@ -141,6 +141,17 @@ TEST_F(Lv2Tools, ValidateAcceptsTheInstalledBundle)
     EXPECT_NE(check.output.find("Found 0 errors"), std::string::npos) << check.output;
 }
 
+// A thread's first touch of a dynamically allocated thread-local (a DTPMOD
+// relocation) mallocs its block: a host that runs the plug-in on a thread other
+// than the one that activated it would see run() allocate.
+TEST_F(Lv2Tools, PluginHoldsNoThreadLocalThatAThreadsFirstRunAllocates)
+{
+    if (runCommand("command -v readelf").status != 0) GTEST_SKIP() << "readelf (binutils) is not installed";
+    const Outcome relocations = runCommand("readelf -rW \"" + (bundle_ / "ferrotip_lv2.so").string() + "\"");
+    ASSERT_EQ(relocations.status, 0) << relocations.output;
+    EXPECT_EQ(relocations.output.find("DTPMOD"), std::string::npos) << relocations.output;
+}
+
 TEST_F(Lv2Tools, ListAndInfoShowBothPluginsWithEveryPort)
 {
     const Outcome list = tool("lv2ls");
