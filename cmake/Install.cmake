@@ -69,6 +69,13 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION sound)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# The Python module (when built) needs the interpreter it was built for and numpy,
+# which dpkg-shlibdeps cannot see.
+if(TARGET ferrotip_python)
+  math(EXPR next_minor "${FERROTIP_PYTHON_MINOR} + 1")
+  set(CPACK_DEBIAN_PACKAGE_DEPENDS "python3 (>= ${FERROTIP_PYTHON_MAJOR}.${FERROTIP_PYTHON_MINOR}), \
+python3 (<< ${FERROTIP_PYTHON_MAJOR}.${next_minor}), python3-numpy")
+endif()
 # A shlibs file, and ldconfig run on install and removal, as for any shared library.
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_GENERATOR DEB)

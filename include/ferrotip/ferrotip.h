@@ -43,13 +43,21 @@ typedef struct MethodDescription {
     uint8_t reserved[12];    /* zero */
 } MethodDescription;
 
-#ifdef __cplusplus
+/* The module is built for 64-bit targets only (x86-64 Linux, Windows x64). */
+#if defined(UINTPTR_MAX) && UINTPTR_MAX != 0xFFFFFFFFFFFFFFFFu
+#  error "ferrotip.h: the ferrotip module exists for 64-bit targets only"
+#endif
+
+/* The layout is checked where the language can (C11, C++11); older dialects
+ * compile the header without the checks. */
+#if defined(__cplusplus) && __cplusplus >= 201103L
 #  define FERROTIP_STATIC_ASSERT(cond, msg) static_assert(cond, msg)
 #  define FERROTIP_ALIGNOF(type) alignof(type)
-#else
+#elif !defined(__cplusplus) && defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
 #  define FERROTIP_STATIC_ASSERT(cond, msg) _Static_assert(cond, msg)
 #  define FERROTIP_ALIGNOF(type) _Alignof(type)
 #endif
+#ifdef FERROTIP_STATIC_ASSERT
 FERROTIP_STATIC_ASSERT(sizeof(MethodDescription) == 48, "MethodDescription is 48 bytes");
 FERROTIP_STATIC_ASSERT(FERROTIP_ALIGNOF(MethodDescription) == 8, "8-byte aligned");
 FERROTIP_STATIC_ASSERT(offsetof(MethodDescription, name) == 0, "name at 0");
@@ -60,6 +68,7 @@ FERROTIP_STATIC_ASSERT(offsetof(MethodDescription, maxGapMs) == 24, "maxGapMs at
 FERROTIP_STATIC_ASSERT(offsetof(MethodDescription, contextBeforeMs) == 28, "contextBeforeMs at 28");
 FERROTIP_STATIC_ASSERT(offsetof(MethodDescription, contextAfterMs) == 32, "contextAfterMs at 32");
 FERROTIP_STATIC_ASSERT(offsetof(MethodDescription, reserved) == 36, "reserved at 36");
+#endif
 
 /* Number of rows getMethodDescription answers; nothing in the table signals its end. */
 #define FERROTIP_METHOD_COUNT 7

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <limits>
+#include <memory>
 
 namespace {
 
@@ -87,7 +88,11 @@ void windowSpan(int mode, int n, int gapLength, float* span, HannPrecision preci
         HannPrecision precision = HannPrecision::float32;
         std::array<float, maxAnalysisLength> values{};
     };
-    thread_local Window last;
+    // On the heap: a module's thread-local block must stay a few bytes to fit the
+    // static TLS reserve that initial-exec variables take (see ClassicRand.h).
+    thread_local std::unique_ptr<Window> lastWindow;
+    if (!lastWindow) lastWindow = std::make_unique<Window>();
+    Window& last = *lastWindow;
     if (last.mode != mode || last.n != n || last.precision != precision) {
         last.values.fill(0.0f);
         buildAnalysisWindow(mode, n, last.values.data(), precision);
