@@ -43,7 +43,9 @@ void requireFinite(const AudioView& view, const char* name)
 {
     for (std::int64_t c = 0; c < view.channels; ++c)
         for (std::int64_t f = 0; f < view.frames; ++f) {
-            const float sample = *reinterpret_cast<const float*>(view.base + c * view.channelStride + f * view.frameStride);
+            float sample;
+            // Strided arrays may place samples at unaligned addresses: a byte copy keeps the read defined.
+            std::memcpy(&sample, view.base + c * view.channelStride + f * view.frameStride, sizeof sample);
             if (std::isfinite(sample)) continue;
             const std::string where = view.shape.size() == 2 ? "channel " + std::to_string(c) + ", frame " : "frame ";
             throw py::value_error(std::string(name) + " holds a value that is not finite (NaN or infinite) at " + where +

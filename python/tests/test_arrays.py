@@ -56,13 +56,24 @@ def test_one_channel_of_a_stereo_array_is_repaired_in_place_of_a_mono_one():
     assert np.array_equal(mono, ferrotip.repair(audio[1:], RATE, 4000, 10, 2)[0][0])
 
 
+def unaligned_copy(audio):
+    raw = np.zeros(audio.nbytes + 1, np.uint8)
+    unaligned = raw[1:].view(np.float32).reshape(audio.shape)
+    unaligned[...] = audio
+    assert not unaligned.flags.aligned
+    return unaligned
+
+
 def test_unaligned_float32_samples_are_read_safely():
     audio = recording(channels=1)[0]
-    raw = np.zeros(audio.nbytes + 1, np.uint8)
-    unaligned = raw[1:].view(np.float32)
-    unaligned[:] = audio
-    assert not unaligned.flags.aligned
-    assert np.array_equal(repaired(unaligned), repaired(audio))
+    assert np.array_equal(repaired(unaligned_copy(audio)), repaired(audio))
+
+
+def test_a_value_that_is_not_finite_is_found_at_an_unaligned_address():
+    audio = recording()
+    audio[1, 1234] = np.nan
+    with pytest.raises(ValueError, match="not finite.*channel 1, frame 1234"):
+        repaired(unaligned_copy(audio))
 
 
 @pytest.mark.parametrize("dtype", [np.float64, np.float16, np.int16, np.int32, np.complex64, ">f4"])
