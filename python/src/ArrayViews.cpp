@@ -26,15 +26,28 @@ py::int_ integerValue(const py::handle& value, const char* name, const char* for
                          std::string(py::str(value.get_type().attr("__name__"))));
 }
 
+std::string typeText(const py::handle& value)
+{
+    if (py::isinstance<py::array>(value)) return "a " + std::string(py::str(value.attr("dtype"))) + " array";
+    return py::str(value.get_type().attr("__name__"));
+}
+
+// The call that makes float32 at full scale 1.0: integer samples keep their scale
+// through a bare cast, so every full-scale check (a clip level of 0.9) would fail.
+std::string conversionAdvice(const py::handle& value, const std::string& name)
+{
+    const char kind = py::isinstance<py::array>(value) ? py::reinterpret_borrow<py::array>(value).dtype().kind() : 'O';
+    if (kind != 'i' && kind != 'u') return "convert it with numpy.asarray(" + name + ", dtype=numpy.float32)";
+    const auto bits = py::reinterpret_borrow<py::array>(value).itemsize() * 8;
+    const std::string scaled = name + " / " + std::to_string(std::uint64_t{1} << (bits - 1)) + (kind == 'u' ? " - 1" : "");
+    return "scale it to full scale 1.0 with numpy.asarray(" + scaled + ", dtype=numpy.float32)";
+}
+
 py::array float32Array(const py::handle& value, const char* name)
 {
-    if (!py::isinstance<py::array_t<float>>(value)) {
-        const std::string got = py::isinstance<py::array>(value)
-                                    ? "a " + std::string(py::str(value.attr("dtype"))) + " array"
-                                    : std::string(py::str(value.get_type().attr("__name__")));
-        throw py::type_error(std::string(name) + " must be a float32 numpy array, got " + got +
-                             "; convert it with numpy.asarray(" + name + ", dtype=numpy.float32)");
-    }
+    if (!py::isinstance<py::array_t<float>>(value))
+        throw py::type_error(std::string(name) + " must be a float32 numpy array, got " + typeText(value) + "; " +
+                             conversionAdvice(value, name));
     return py::reinterpret_borrow<py::array>(value);
 }
 

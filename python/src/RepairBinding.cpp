@@ -236,7 +236,9 @@ Repairs a damaged region of every channel of a numpy array.
 
 audio   float32 numpy array shaped (channels, frames) or (frames,), in any
         layout; it is read in place and left unchanged. Other dtypes raise
-        TypeError: convert with numpy.asarray(audio, dtype=numpy.float32).
+        TypeError saying how to convert: numpy.asarray(audio,
+        dtype=numpy.float32), integers scaled to full scale 1.0 (audio / 32768
+        for int16).
 rate    sample rate in Hz, 1 to 2147483647.
 start   first damaged frame, length the number of damaged frames: an int
         (samples) or a str in samples, seconds or ms ('4410', '1.25s', '3ms').

@@ -76,7 +76,7 @@ def test_a_value_that_is_not_finite_is_found_at_an_unaligned_address():
         repaired(unaligned_copy(audio))
 
 
-@pytest.mark.parametrize("dtype", [np.float64, np.float16, np.int16, np.int32, np.complex64, ">f4"])
+@pytest.mark.parametrize("dtype", [np.float64, np.float16, np.complex64, ">f4"])
 def test_other_dtypes_are_refused_with_the_conversion_to_use(dtype):
     audio = recording().astype(dtype)
     with pytest.raises(TypeError, match=r"^audio must be a float32 numpy array, got a .* array; convert it "
@@ -84,6 +84,21 @@ def test_other_dtypes_are_refused_with_the_conversion_to_use(dtype):
         repaired(audio)
     with pytest.raises(TypeError, match=r"^samples must be a float32 numpy array"):
         running_filter().process(audio[0])
+
+
+@pytest.mark.parametrize("dtype, scaling", [
+    (np.int16, "audio / 32768"),
+    (np.int32, "audio / 2147483648"),
+    (np.int8, "audio / 128"),
+    (np.uint8, "audio / 128 - 1"),
+])
+def test_integer_dtypes_are_refused_with_the_scaling_to_full_scale(dtype, scaling):
+    audio = np.zeros((2, 100), dtype)
+    with pytest.raises(TypeError) as refused:
+        repaired(audio)
+    assert str(refused.value).endswith(
+        f"got a {np.dtype(dtype).name} array; scale it to full scale 1.0 with "
+        f"numpy.asarray({scaling}, dtype=numpy.float32)")
 
 
 @pytest.mark.parametrize("value", [[0.0] * 100, (0.0,) * 100, 0.5, None, "audio"])
