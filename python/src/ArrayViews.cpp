@@ -66,6 +66,40 @@ void requireFinite(const AudioView& view, const char* name)
         }
 }
 
+AudioView viewOf(const py::array& array, const char* name)
+{
+    if (array.ndim() != 1 && array.ndim() != 2)
+        throw py::value_error(std::string(name) + " must be shaped (channels, frames) or (frames,), got shape " +
+                              shapeText(array));
+    AudioView view;
+    view.base = static_cast<const char*>(array.data());
+    view.shape.assign(array.shape(), array.shape() + array.ndim());
+    const bool planar = array.ndim() == 2;
+    view.channels = planar ? array.shape(0) : 1;
+    view.frames = array.shape(planar ? 1 : 0);
+    view.channelStride = planar ? array.strides(0) : 0;
+    view.frameStride = array.strides(planar ? 1 : 0);
+    if (view.channels < 1)
+        throw py::value_error(std::string(name) + " must hold at least one channel, got shape " +
+                              shapeText(array));
+    return view;
+}
+
+// Audio readers return (frames, channels): taken as (channels, frames), a few
+// seconds of stereo would become tens of thousands of channels, each with its own
+// buffers. Many channels are therefore believed only with at least as many frames.
+void requireChannelsFirst(const AudioView& view, const py::array& array, const char* name)
+{
+    const bool manyChannels = view.channels > maxChannelsWithoutFrames && view.channels > view.frames;
+    if (view.channels <= maxChannels && !manyChannels) return;
+    throw py::value_error(std::string(name) + " must be shaped (channels, frames), got shape " + shapeText(array) +
+                          ": " + std::to_string(view.channels) + " channels of " + std::to_string(view.frames) +
+                          " frames? More than " + std::to_string(maxChannelsWithoutFrames) +
+                          " channels need at least as many frames, and " + std::to_string(maxChannels) +
+                          " is the most; audio shaped (frames, channels), as audio file readers return it, "
+                          "goes in as " + name + ".T");
+}
+
 }  // namespace
 
 void AudioView::copyFrames(std::int64_t channel, std::int64_t first, std::int64_t end,
@@ -85,20 +119,22 @@ void AudioView::copyFrames(std::int64_t channel, std::int64_t first, std::int64_
 AudioView audioView(const py::handle& value, const char* name)
 {
     const py::array array = float32Array(value, name);
-    if (array.ndim() != 1 && array.ndim() != 2)
-        throw py::value_error(std::string(name) + " must be shaped (channels, frames) or (frames,), got shape " +
-                              shapeText(array));
-    AudioView view;
-    view.base = static_cast<const char*>(array.data());
-    view.shape.assign(array.shape(), array.shape() + array.ndim());
-    const bool planar = array.ndim() == 2;
-    view.channels = planar ? array.shape(0) : 1;
-    view.frames = array.shape(planar ? 1 : 0);
-    view.channelStride = planar ? array.strides(0) : 0;
-    view.frameStride = array.strides(planar ? 1 : 0);
-    if (view.channels < 1)
-        throw py::value_error(std::string(name) + " must hold at least one channel, got shape " +
-                              shapeText(array));
+    const AudioView view = viewOf(array, name);
+    requireChannelsFirst(view, array, name);
+    requireFinite(view, name);
+    return view;
+}
+
+AudioView blockView(const py::handle& value, const char* name, std::int64_t channels)
+{
+    const py::array array = float32Array(value, name);
+    const AudioView view = viewOf(array, name);
+    if (view.channels != channels) {
+        const bool transposed = view.shape.size() == 2 && view.frames == channels;
+        throw py::value_error(std::string(name) + " must hold " + std::to_string(channels) + " channels, got shape " +
+                              shapeText(array) + (transposed ? "; for (frames, channels) pass " + std::string(name) +
+                                                                   ".T" : ""));
+    }
     requireFinite(view, name);
     return view;
 }

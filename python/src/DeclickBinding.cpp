@@ -233,7 +233,7 @@ class Declicker {
 public:
     Declicker(const py::object& channelsArgument, const py::object& rate, const SettingArguments& given,
               const py::object& level)
-        : channels_(static_cast<int>(integerArgument(channelsArgument, "channels", 1, 4096))),
+        : channels_(static_cast<int>(integerArgument(channelsArgument, "channels", 1, maxChannels))),
           rate_(rateArgument(rate))
     {
         if (!given.refill.is_none() && given.refill.cast<bool>())
@@ -263,10 +263,7 @@ public:
 
     py::array_t<float> process(const py::object& audioArgument)
     {
-        const AudioView audio = audioView(audioArgument, "audio");
-        if (audio.channels != channels_)
-            throw py::value_error("audio must hold " + std::to_string(channels_) + " channels, got shape " +
-                                  std::string(py::str(py::cast(audio.shape))));
+        const AudioView audio = blockView(audioArgument, "audio", channels_);
         py::array_t<float> out(audio.shape);
         float* rows = out.mutable_data();
         const std::unique_lock<std::mutex> lock = claim();

@@ -238,7 +238,7 @@ audio   float32 numpy array shaped (channels, frames) or (frames,), in any
         layout; it is read in place and left unchanged. Other dtypes raise
         TypeError saying how to convert: numpy.asarray(audio,
         dtype=numpy.float32), integers scaled to full scale 1.0 (audio / 32768
-        for int16).
+        for int16). Audio shaped (frames, channels) goes in as audio.T.
 rate    sample rate in Hz, 1 to 2147483647.
 start   first damaged frame, length the number of damaged frames: an int
         (samples) or a str in samples, seconds or ms ('4410', '1.25s', '3ms').
