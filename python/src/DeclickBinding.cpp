@@ -69,6 +69,16 @@ std::string textArgument(const py::object& value, const char* name)
     return value.cast<std::string>();
 }
 
+// True or False (numpy's bool too), `absent` for None; TypeError naming the keyword otherwise.
+bool flagArgument(const py::object& value, const char* name, bool absent)
+{
+    if (value.is_none()) return absent;
+    if (PyBool_Check(value.ptr()) || py::isinstance(value, py::module_::import("numpy").attr("bool_")))
+        return value.cast<bool>();
+    throw py::type_error(std::string(name) + " must be True or False, got " +
+                         std::string(py::str(value.get_type().attr("__name__"))));
+}
+
 // A real number as the shortest text that reads back to it.
 std::string numberText(const py::object& value, const char* name)
 {
@@ -95,8 +105,8 @@ std::vector<std::string> commandArguments(const SettingArguments& given)
     add("--relative-floor", given.relativeFloor, "relative_floor", numberText);
     add("--jobs", given.jobs, "jobs", integerText);
     add("--listen", given.listen, "listen", textArgument);
-    if (!given.sharedEngine.is_none() && given.sharedEngine.cast<bool>()) arguments.emplace_back("--shared-engine");
-    if (!given.refill.is_none() && !given.refill.cast<bool>()) arguments.emplace_back("--no-refill");
+    if (flagArgument(given.sharedEngine, "shared_engine", false)) arguments.emplace_back("--shared-engine");
+    if (!flagArgument(given.refill, "refill", true)) arguments.emplace_back("--no-refill");
     return {arguments.rbegin(), arguments.rend()};
 }
 
@@ -236,7 +246,7 @@ public:
         : channels_(static_cast<int>(integerArgument(channelsArgument, "channels", 1, maxChannels))),
           rate_(rateArgument(rate))
     {
-        if (!given.refill.is_none() && given.refill.cast<bool>())
+        if (flagArgument(given.refill, "refill", false))
             throw py::value_error("a streaming Declicker keeps the engines' own repair: refill needs the whole "
                                   "recording (ferrotip.declick)");
         const DeclickChoice choice = choose(given, channels_);
