@@ -5,6 +5,7 @@
 #include <pybind11/stl.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <limits>
 #include <string>
@@ -150,21 +151,57 @@ py::tuple repair(const py::object& audioArgument, const py::object& rateArgument
     return py::make_tuple(repaired, outcome.leftFade, outcome.rightFade);
 }
 
+constexpr const char* regionForms = "(start, end) in seconds or (channel, first, last, start, end)";
+
+// A region's fields: any iterable but a str or bytes, whose characters would pass for fields.
+py::tuple regionFields(const py::handle& item, const std::string& where)
+{
+    const auto refuse = [&] {
+        return py::type_error(where + " must be " + regionForms + ", got " +
+                              std::string(py::str(item.get_type().attr("__name__"))));
+    };
+    if (py::isinstance<py::str>(item) || py::isinstance<py::bytes>(item)) throw refuse();
+    try {
+        return py::tuple(py::reinterpret_borrow<py::object>(item));
+    } catch (const py::error_already_set& error) {
+        if (!error.matches(PyExc_TypeError)) throw;
+        throw refuse();
+    }
+}
+
+// The region lists of the command line read times up to this many seconds.
+constexpr double largestSeconds = 1e9;
+
+// A time in seconds: an int or a float (numpy's too), not a str or bool.
+double secondsValue(const py::handle& value, const std::string& where, const char* field)
+{
+    if (PyBool_Check(value.ptr()) || py::isinstance<py::str>(value) || !PyNumber_Check(value.ptr()))
+        throw py::type_error(where + ": " + field + " must be a number of seconds, got " +
+                             std::string(py::str(value.get_type().attr("__name__"))));
+    const double seconds = py::float_(py::reinterpret_borrow<py::object>(value));
+    if (std::isfinite(seconds) && seconds > largestSeconds)
+        throw py::value_error(where + ": " + field + " " + std::string(py::repr(py::float_(seconds))) +
+                              " s is too large; times go up to 1e9 s");
+    return seconds;
+}
+
 // One region from (start, end) in seconds or from a span as scan() lists it
 // (channel, first, last, start, end), whose samples and channel are taken.
 Region regionFrom(const py::handle& item, int rate, const std::string& where)
 {
-    const py::tuple fields = py::tuple(py::reinterpret_borrow<py::object>(item));
+    const py::tuple fields = regionFields(item, where);
     SampleSpan span;
     if (fields.size() == 2) {
-        span = spanFromSeconds(fields[0].cast<double>(), fields[1].cast<double>(), rate, where);
+        const double start = secondsValue(fields[0], where, "start");
+        span = spanFromSeconds(start, secondsValue(fields[1], where, "end"), rate, where);
     } else if (fields.size() == 5) {
         span = spanFromSamples(integerArgument(fields[1], "first", 0, std::numeric_limits<std::int64_t>::max()),
                                integerArgument(fields[2], "last", 0, std::numeric_limits<std::int64_t>::max()),
                                where);
         setChannel(span, integerArgument(fields[0], "channel", 0, 65536), where);
     } else {
-        throw py::type_error(where + " must be (start, end) in seconds or (channel, first, last, start, end)");
+        throw py::type_error(where + " must be " + regionForms + ", got " + std::to_string(fields.size()) +
+                             " fields");
     }
     return {span.channel, span.first, span.last, where, {}};
 }
