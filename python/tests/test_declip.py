@@ -55,6 +55,13 @@ def test_mono_as_the_cli_restores_it(cli, tmp_path):
     assert spans == expected_spans
 
 
+def test_numpy_floats_are_levels_of_their_exact_value():
+    audio = clipped(level=np.float32(0.6))
+    for level in (np.float32(0.6), np.float64(0.6)):
+        restored, spans = ferrotip.declip(audio, RATE, level)
+        assert spans and same_bits(restored, ferrotip.declip(audio, RATE, float(level))[0])
+
+
 @pytest.mark.parametrize("level", ["loud", "0.0001", "30dBFS", "-0.5 dBFS"])
 def test_bad_levels_raise_the_cli_message(cli, tmp_path, level):
     source = tmp_path / "in.wav"
