@@ -232,7 +232,7 @@ void registerRepair(py::module_& module)
         .def_readonly("category", &Method::category,
                       "0 straight line, 16 and 17 the AR family, 32 to 35 waveform replacement")
         .def_readonly("max_gap_ms", &Method::maxGapMs,
-                      "longest region the method takes, in ms (not enforced for method 0)")
+                      "longest region the method takes, in ms; repair refuses a longer one with every method")
         .def_readonly("context_before_ms", &Method::contextBeforeMs, "reach before the region, in ms")
         .def_readonly("context_after_ms", &Method::contextAfterMs, "reach after the region, in ms")
         .def("__repr__", [](const Method& method) {
