@@ -22,14 +22,13 @@ py::int_ integerValue(const py::handle& value, const char* name, const char* for
         if (number == nullptr) throw py::error_already_set();
         return py::reinterpret_steal<py::int_>(number);
     }
-    throw py::type_error(std::string(name) + " must be " + forms + ", got " +
-                         std::string(py::str(value.get_type().attr("__name__"))));
+    throw py::type_error(std::string(name) + " must be " + forms + ", got " + typeName(value));
 }
 
 std::string typeText(const py::handle& value)
 {
     if (py::isinstance<py::array>(value)) return "a " + std::string(py::str(value.attr("dtype"))) + " array";
-    return py::str(value.get_type().attr("__name__"));
+    return typeName(value);
 }
 
 // The call that makes float32 at full scale 1.0: integer samples keep their scale
@@ -114,6 +113,16 @@ void AudioView::copyFrames(std::int64_t channel, std::int64_t first, std::int64_
     // Strided (and possibly unaligned) samples: byte copies keep the reads defined.
     for (std::int64_t f = first; f < end; ++f, from += frameStride)
         std::memcpy(out + (f - first), from, sizeof(float));
+}
+
+std::string typeName(const py::handle& value)
+{
+    return py::str(value.get_type().attr("__name__"));
+}
+
+bool isNumber(const py::handle& value)
+{
+    return !PyBool_Check(value.ptr()) && !py::isinstance<py::str>(value) && PyNumber_Check(value.ptr());
 }
 
 AudioView audioView(const py::handle& value, const char* name)

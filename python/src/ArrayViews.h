@@ -47,6 +47,12 @@ AudioView blockView(const pybind11::handle& array, const char* name, std::int64_
 // Checks a one-dimensional float32 array of samples (any length, any stride).
 AudioView sampleView(const pybind11::handle& array, const char* name);
 
+// The name of a value's type, for messages ("str", "float32").
+std::string typeName(const pybind11::handle& value);
+
+// True for what Python takes as a number (numpy's scalars too), but not a bool or a str.
+bool isNumber(const pybind11::handle& value);
+
 // An int (or numpy integer) as decimal text, or a str as it is: the forms the
 // command line parses. Throws TypeError naming the argument for anything else.
 std::string argumentText(const pybind11::handle& value, const char* name, const char* forms);

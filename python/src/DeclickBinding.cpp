@@ -64,8 +64,7 @@ struct DeclickChoice {
 std::string textArgument(const py::object& value, const char* name)
 {
     if (!py::isinstance<py::str>(value))
-        throw py::type_error(std::string(name) + " must be a str, got " +
-                             std::string(py::str(value.get_type().attr("__name__"))));
+        throw py::type_error(std::string(name) + " must be a str, got " + typeName(value));
     return value.cast<std::string>();
 }
 
@@ -75,16 +74,14 @@ bool flagArgument(const py::object& value, const char* name, bool absent)
     if (value.is_none()) return absent;
     if (PyBool_Check(value.ptr()) || py::isinstance(value, py::module_::import("numpy").attr("bool_")))
         return value.cast<bool>();
-    throw py::type_error(std::string(name) + " must be True or False, got " +
-                         std::string(py::str(value.get_type().attr("__name__"))));
+    throw py::type_error(std::string(name) + " must be True or False, got " + typeName(value));
 }
 
 // A real number as the shortest text that reads back to it.
 std::string numberText(const py::object& value, const char* name)
 {
-    if (PyBool_Check(value.ptr()) || py::isinstance<py::str>(value) || !PyNumber_Check(value.ptr()))
-        throw py::type_error(std::string(name) + " must be a number, got " +
-                             std::string(py::str(value.get_type().attr("__name__"))));
+    if (!isNumber(value))
+        throw py::type_error(std::string(name) + " must be a number, got " + typeName(value));
     return py::repr(py::float_(value));
 }
 

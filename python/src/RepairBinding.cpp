@@ -157,8 +157,7 @@ constexpr const char* regionForms = "(start, end) in seconds or (channel, first,
 py::tuple regionFields(const py::handle& item, const std::string& where)
 {
     const auto refuse = [&] {
-        return py::type_error(where + " must be " + regionForms + ", got " +
-                              std::string(py::str(item.get_type().attr("__name__"))));
+        return py::type_error(where + " must be " + regionForms + ", got " + typeName(item));
     };
     if (py::isinstance<py::str>(item) || py::isinstance<py::bytes>(item)) throw refuse();
     try {
@@ -175,9 +174,8 @@ constexpr double largestSeconds = 1e9;
 // A time in seconds: an int or a float (numpy's too), not a str or bool.
 double secondsValue(const py::handle& value, const std::string& where, const char* field)
 {
-    if (PyBool_Check(value.ptr()) || py::isinstance<py::str>(value) || !PyNumber_Check(value.ptr()))
-        throw py::type_error(where + ": " + field + " must be a number of seconds, got " +
-                             std::string(py::str(value.get_type().attr("__name__"))));
+    if (!isNumber(value))
+        throw py::type_error(where + ": " + field + " must be a number of seconds, got " + typeName(value));
     const double seconds = py::float_(py::reinterpret_borrow<py::object>(value));
     if (std::isfinite(seconds) && seconds > largestSeconds)
         throw py::value_error(where + ": " + field + " " + std::string(py::repr(py::float_(seconds))) +
