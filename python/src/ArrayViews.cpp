@@ -35,11 +35,15 @@ std::string typeText(const py::handle& value)
 // through a bare cast, so every full-scale check (a clip level of 0.9) would fail.
 std::string conversionAdvice(const py::handle& value, const std::string& name)
 {
-    const char kind = py::isinstance<py::array>(value) ? py::reinterpret_borrow<py::array>(value).dtype().kind() : 'O';
-    if (kind != 'i' && kind != 'u') return "convert it with numpy.asarray(" + name + ", dtype=numpy.float32)";
-    const auto bits = py::reinterpret_borrow<py::array>(value).itemsize() * 8;
-    const std::string scaled = name + " / " + std::to_string(std::uint64_t{1} << (bits - 1)) + (kind == 'u' ? " - 1" : "");
-    return "scale it to full scale 1.0 with numpy.asarray(" + scaled + ", dtype=numpy.float32)";
+    const std::string plain = "convert it with numpy.asarray(" + name + ", dtype=numpy.float32)";
+    if (!py::isinstance<py::array>(value)) return plain;
+    const auto array = py::reinterpret_borrow<py::array>(value);
+    const char kind = array.dtype().kind();
+    if (kind != 'i' && kind != 'u') return plain;
+    const std::string fullScale = std::to_string(std::uint64_t{1} << (array.itemsize() * 8 - 1));
+    const std::string offset = kind == 'u' ? " - 1" : "";  // unsigned samples centre on half their range
+    return "scale it to full scale 1.0 with numpy.asarray(" + name + " / " + fullScale + offset +
+           ", dtype=numpy.float32)";
 }
 
 py::array float32Array(const py::handle& value, const char* name)
@@ -140,9 +144,9 @@ AudioView blockView(const py::handle& value, const char* name, std::int64_t chan
     const AudioView view = viewOf(array, name);
     if (view.channels != channels) {
         const bool transposed = view.shape.size() == 2 && view.frames == channels;
-        throw py::value_error(std::string(name) + " must hold " + std::to_string(channels) + " channels, got shape " +
-                              shapeText(array) + (transposed ? "; for (frames, channels) pass " + std::string(name) +
-                                                                   ".T" : ""));
+        const std::string hint = transposed ? "; for (frames, channels) pass " + std::string(name) + ".T" : "";
+        throw py::value_error(std::string(name) + " must hold " + std::to_string(channels) +
+                              " channels, got shape " + shapeText(array) + hint);
     }
     requireFinite(view, name);
     return view;
