@@ -22,19 +22,35 @@ py::int_ integerValue(const py::handle& value, const char* name, const char* for
         if (number == nullptr) throw py::error_already_set();
         return py::reinterpret_steal<py::int_>(number);
     }
-    throw py::type_error(std::string(name) + " must be " + forms + ", got " +
-                         std::string(py::str(value.get_type().attr("__name__"))));
+    throw py::type_error(std::string(name) + " must be " + forms + ", got " + typeName(value));
+}
+
+std::string typeText(const py::handle& value)
+{
+    if (py::isinstance<py::array>(value)) return "a " + std::string(py::str(value.attr("dtype"))) + " array";
+    return typeName(value);
+}
+
+// The call that makes float32 at full scale 1.0: integer samples keep their scale
+// through a bare cast, so every full-scale check (a clip level of 0.9) would fail.
+std::string conversionAdvice(const py::handle& value, const std::string& name)
+{
+    const std::string plain = "convert it with numpy.asarray(" + name + ", dtype=numpy.float32)";
+    if (!py::isinstance<py::array>(value)) return plain;
+    const auto array = py::reinterpret_borrow<py::array>(value);
+    const char kind = array.dtype().kind();
+    if (kind != 'i' && kind != 'u') return plain;
+    const std::string fullScale = std::to_string(std::uint64_t{1} << (array.itemsize() * 8 - 1));
+    const std::string offset = kind == 'u' ? " - 1" : "";  // unsigned samples centre on half their range
+    return "scale it to full scale 1.0 with numpy.asarray(" + name + " / " + fullScale + offset +
+           ", dtype=numpy.float32)";
 }
 
 py::array float32Array(const py::handle& value, const char* name)
 {
-    if (!py::isinstance<py::array_t<float>>(value)) {
-        const std::string got = py::isinstance<py::array>(value)
-                                    ? "a " + std::string(py::str(value.attr("dtype"))) + " array"
-                                    : std::string(py::str(value.get_type().attr("__name__")));
-        throw py::type_error(std::string(name) + " must be a float32 numpy array, got " + got +
-                             "; convert it with numpy.asarray(" + name + ", dtype=numpy.float32)");
-    }
+    if (!py::isinstance<py::array_t<float>>(value))
+        throw py::type_error(std::string(name) + " must be a float32 numpy array, got " + typeText(value) + "; " +
+                             conversionAdvice(value, name));
     return py::reinterpret_borrow<py::array>(value);
 }
 
@@ -43,12 +59,48 @@ void requireFinite(const AudioView& view, const char* name)
 {
     for (std::int64_t c = 0; c < view.channels; ++c)
         for (std::int64_t f = 0; f < view.frames; ++f) {
-            const float sample = *reinterpret_cast<const float*>(view.base + c * view.channelStride + f * view.frameStride);
+            float sample;
+            // Strided arrays may place samples at unaligned addresses: a byte copy keeps the read defined.
+            std::memcpy(&sample, view.base + c * view.channelStride + f * view.frameStride, sizeof sample);
             if (std::isfinite(sample)) continue;
             const std::string where = view.shape.size() == 2 ? "channel " + std::to_string(c) + ", frame " : "frame ";
             throw py::value_error(std::string(name) + " holds a value that is not finite (NaN or infinite) at " + where +
                                   std::to_string(f));
         }
+}
+
+AudioView viewOf(const py::array& array, const char* name)
+{
+    if (array.ndim() != 1 && array.ndim() != 2)
+        throw py::value_error(std::string(name) + " must be shaped (channels, frames) or (frames,), got shape " +
+                              shapeText(array));
+    AudioView view;
+    view.base = static_cast<const char*>(array.data());
+    view.shape.assign(array.shape(), array.shape() + array.ndim());
+    const bool planar = array.ndim() == 2;
+    view.channels = planar ? array.shape(0) : 1;
+    view.frames = array.shape(planar ? 1 : 0);
+    view.channelStride = planar ? array.strides(0) : 0;
+    view.frameStride = array.strides(planar ? 1 : 0);
+    if (view.channels < 1)
+        throw py::value_error(std::string(name) + " must hold at least one channel, got shape " +
+                              shapeText(array));
+    return view;
+}
+
+// Audio readers return (frames, channels): taken as (channels, frames), a few
+// seconds of stereo would become tens of thousands of channels, each with its own
+// buffers. Many channels are therefore believed only with at least as many frames.
+void requireChannelsFirst(const AudioView& view, const py::array& array, const char* name)
+{
+    const bool manyChannels = view.channels > maxChannelsWithoutFrames && view.channels > view.frames;
+    if (view.channels <= maxChannels && !manyChannels) return;
+    throw py::value_error(std::string(name) + " must be shaped (channels, frames), got shape " + shapeText(array) +
+                          ": " + std::to_string(view.channels) + " channels of " + std::to_string(view.frames) +
+                          " frames? More than " + std::to_string(maxChannelsWithoutFrames) +
+                          " channels need at least as many frames, and " + std::to_string(maxChannels) +
+                          " is the most; audio shaped (frames, channels), as audio file readers return it, "
+                          "goes in as " + name + ".T");
 }
 
 }  // namespace
@@ -67,23 +119,35 @@ void AudioView::copyFrames(std::int64_t channel, std::int64_t first, std::int64_
         std::memcpy(out + (f - first), from, sizeof(float));
 }
 
+std::string typeName(const py::handle& value)
+{
+    return py::str(value.get_type().attr("__name__"));
+}
+
+bool isNumber(const py::handle& value)
+{
+    return !PyBool_Check(value.ptr()) && !py::isinstance<py::str>(value) && PyNumber_Check(value.ptr());
+}
+
 AudioView audioView(const py::handle& value, const char* name)
 {
     const py::array array = float32Array(value, name);
-    if (array.ndim() != 1 && array.ndim() != 2)
-        throw py::value_error(std::string(name) + " must be shaped (channels, frames) or (frames,), got shape " +
-                              shapeText(array));
-    AudioView view;
-    view.base = static_cast<const char*>(array.data());
-    view.shape.assign(array.shape(), array.shape() + array.ndim());
-    const bool planar = array.ndim() == 2;
-    view.channels = planar ? array.shape(0) : 1;
-    view.frames = array.shape(planar ? 1 : 0);
-    view.channelStride = planar ? array.strides(0) : 0;
-    view.frameStride = array.strides(planar ? 1 : 0);
-    if (view.channels < 1)
-        throw py::value_error(std::string(name) + " must hold at least one channel, got shape " +
-                              shapeText(array));
+    const AudioView view = viewOf(array, name);
+    requireChannelsFirst(view, array, name);
+    requireFinite(view, name);
+    return view;
+}
+
+AudioView blockView(const py::handle& value, const char* name, std::int64_t channels)
+{
+    const py::array array = float32Array(value, name);
+    const AudioView view = viewOf(array, name);
+    if (view.channels != channels) {
+        const bool transposed = view.shape.size() == 2 && view.frames == channels;
+        const std::string hint = transposed ? "; for (frames, channels) pass " + std::string(name) + ".T" : "";
+        throw py::value_error(std::string(name) + " must hold " + std::to_string(channels) +
+                              " channels, got shape " + shapeText(array) + hint);
+    }
     requireFinite(view, name);
     return view;
 }

@@ -29,12 +29,29 @@ struct AudioView {
     void copyFrames(std::int64_t channel, std::int64_t first, std::int64_t end, float* out) const;
 };
 
-// Throws TypeError for a non-float32 array, ValueError for a wrong shape, no channels
-// or a value that is not finite.
+// The most channels any function takes; above maxChannelsWithoutFrames channels
+// a whole recording must hold at least as many frames as channels, since audio
+// shaped (frames, channels) would otherwise pass for thousands of channels.
+constexpr std::int64_t maxChannels = 4096;
+constexpr std::int64_t maxChannelsWithoutFrames = 64;
+
+// A whole recording. Throws TypeError for a non-float32 array, ValueError for a
+// wrong shape, no channels, channels beyond the limits above or a value that is
+// not finite.
 AudioView audioView(const pybind11::handle& array, const char* name);
+
+// A block of a stream whose channel count is known: any number of frames, but
+// exactly `channels` channels (else ValueError); otherwise as audioView.
+AudioView blockView(const pybind11::handle& array, const char* name, std::int64_t channels);
 
 // Checks a one-dimensional float32 array of samples (any length, any stride).
 AudioView sampleView(const pybind11::handle& array, const char* name);
+
+// The name of a value's type, for messages ("str", "float32").
+std::string typeName(const pybind11::handle& value);
+
+// True for what Python takes as a number (numpy's scalars too), but not a bool or a str.
+bool isNumber(const pybind11::handle& value);
 
 // An int (or numpy integer) as decimal text, or a str as it is: the forms the
 // command line parses. Throws TypeError naming the argument for anything else.

@@ -64,17 +64,24 @@ struct DeclickChoice {
 std::string textArgument(const py::object& value, const char* name)
 {
     if (!py::isinstance<py::str>(value))
-        throw py::type_error(std::string(name) + " must be a str, got " +
-                             std::string(py::str(value.get_type().attr("__name__"))));
+        throw py::type_error(std::string(name) + " must be a str, got " + typeName(value));
     return value.cast<std::string>();
+}
+
+// True or False (numpy's bool too), `absent` for None; TypeError naming the keyword otherwise.
+bool flagArgument(const py::object& value, const char* name, bool absent)
+{
+    if (value.is_none()) return absent;
+    if (PyBool_Check(value.ptr()) || py::isinstance(value, py::module_::import("numpy").attr("bool_")))
+        return value.cast<bool>();
+    throw py::type_error(std::string(name) + " must be True or False, got " + typeName(value));
 }
 
 // A real number as the shortest text that reads back to it.
 std::string numberText(const py::object& value, const char* name)
 {
-    if (PyBool_Check(value.ptr()) || py::isinstance<py::str>(value) || !PyNumber_Check(value.ptr()))
-        throw py::type_error(std::string(name) + " must be a number, got " +
-                             std::string(py::str(value.get_type().attr("__name__"))));
+    if (!isNumber(value))
+        throw py::type_error(std::string(name) + " must be a number, got " + typeName(value));
     return py::repr(py::float_(value));
 }
 
@@ -95,8 +102,8 @@ std::vector<std::string> commandArguments(const SettingArguments& given)
     add("--relative-floor", given.relativeFloor, "relative_floor", numberText);
     add("--jobs", given.jobs, "jobs", integerText);
     add("--listen", given.listen, "listen", textArgument);
-    if (!given.sharedEngine.is_none() && given.sharedEngine.cast<bool>()) arguments.emplace_back("--shared-engine");
-    if (!given.refill.is_none() && !given.refill.cast<bool>()) arguments.emplace_back("--no-refill");
+    if (flagArgument(given.sharedEngine, "shared_engine", false)) arguments.emplace_back("--shared-engine");
+    if (!flagArgument(given.refill, "refill", true)) arguments.emplace_back("--no-refill");
     return {arguments.rbegin(), arguments.rend()};
 }
 
@@ -233,10 +240,10 @@ class Declicker {
 public:
     Declicker(const py::object& channelsArgument, const py::object& rate, const SettingArguments& given,
               const py::object& level)
-        : channels_(static_cast<int>(integerArgument(channelsArgument, "channels", 1, 4096))),
+        : channels_(static_cast<int>(integerArgument(channelsArgument, "channels", 1, maxChannels))),
           rate_(rateArgument(rate))
     {
-        if (!given.refill.is_none() && given.refill.cast<bool>())
+        if (flagArgument(given.refill, "refill", false))
             throw py::value_error("a streaming Declicker keeps the engines' own repair: refill needs the whole "
                                   "recording (ferrotip.declick)");
         const DeclickChoice choice = choose(given, channels_);
@@ -263,10 +270,7 @@ public:
 
     py::array_t<float> process(const py::object& audioArgument)
     {
-        const AudioView audio = audioView(audioArgument, "audio");
-        if (audio.channels != channels_)
-            throw py::value_error("audio must hold " + std::to_string(channels_) + " channels, got shape " +
-                                  std::string(py::str(py::cast(audio.shape))));
+        const AudioView audio = blockView(audioArgument, "audio", channels_);
         py::array_t<float> out(audio.shape);
         float* rows = out.mutable_data();
         const std::unique_lock<std::mutex> lock = claim();

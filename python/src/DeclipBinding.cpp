@@ -51,16 +51,22 @@ struct NoProgress {
     void update(std::int64_t) {}
 };
 
+// A float (numpy's float32 and float64 too) goes through the shortest repr of its
+// double, which reads back to the same value: a float32 level stays exactly the
+// float32 samples' level.
+std::string levelText(const py::object& level)
+{
+    if (py::isinstance<py::float_>(level) || py::isinstance(level, py::module_::import("numpy").attr("floating")))
+        return py::repr(py::float_(level));
+    return argumentText(level, "level", "a str ('auto', '-0.5dBFS') or a float");
+}
+
 py::tuple declip(const py::object& audioArgument, const py::object& rateArgument, const py::object& levelArgument)
 {
     const AudioView audio = audioView(audioArgument, "audio");
     const int rate = static_cast<int>(
         integerArgument(rateArgument, "rate", 1, std::numeric_limits<std::int32_t>::max()));
-    // A float goes through its shortest repr, which reads back to the same double.
-    const std::string levelText = py::isinstance<py::float_>(levelArgument)
-                                      ? py::repr(levelArgument).cast<std::string>()
-                                      : argumentText(levelArgument, "level", "a str ('auto', '-0.5dBFS') or a float");
-    const auto level = parseLevel(levelText, "level");
+    const auto level = parseLevel(levelText(levelArgument), "level");
     py::array_t<float> restored(audio.shape);
     float* out = restored.mutable_data();
     ClipSummary summary;
@@ -102,7 +108,7 @@ sample keeps its bits.
 audio   float32 numpy array shaped (channels, frames) or (frames,), read in place.
 rate    sample rate in Hz.
 level   "auto" (found per channel and polarity), a level in dBFS ("-0.5dBFS"),
-        or a fraction of full scale (0.9 or "0.9").
+        or a fraction of full scale (0.9, numpy.float32(0.9) or "0.9").
 
 restored is a new float32 array whose peaks may exceed full scale; no gain is
 applied, as `ferrotip declip` does for float files, and the result is

@@ -20,7 +20,8 @@ std::vector<Dropout> findDropouts(const AudioView& audio, int rate)
 {
     DropoutScanner scanner(static_cast<int>(audio.channels), dropoutCriteria(rate, 1.0));
     std::vector<float> channel(blockFrames);
-    std::vector<double> block(blockFrames * audio.channels);
+    // A short recording needs no more than its own frames interleaved.
+    std::vector<double> block(std::min(blockFrames, audio.frames) * audio.channels);
     for (std::int64_t first = 0; first < audio.frames; first += blockFrames) {
         const std::int64_t end = std::min(first + blockFrames, audio.frames);
         for (std::int64_t c = 0; c < audio.channels; ++c) {

@@ -3,6 +3,7 @@
 // schedule before any sample), so no sequence of Python calls can run the filter
 // on arrays it has not built. One object serves one thread at a time; a second
 // thread gets RuntimeError instead of a data race.
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -29,6 +30,16 @@ constexpr int noiseLength = noiseOrder + 1;
 
 using FloatArray = py::array_t<float, py::array::c_style | py::array::forcecast>;
 
+// One NaN or infinity among the coefficients or the state spreads to every output.
+void requireFiniteValues(const FloatArray& array, const char* name)
+{
+    for (py::ssize_t i = 0; i < array.size(); ++i)
+        if (!std::isfinite(array.data()[i]))
+            throw py::value_error(std::string(name) + " must hold finite numbers within float32's range (about "
+                                  "3.4e38), got " + std::string(py::str(py::float_(array.data()[i]))) +
+                                  " at index " + std::to_string(i));
+}
+
 FloatArray floatValues(const py::object& value, const char* name)
 {
     FloatArray array;
@@ -44,6 +55,7 @@ FloatArray floatValues(const py::object& value, const char* name)
     if (array.ndim() != 1)
         throw py::value_error(std::string(name) + " must be one-dimensional, got shape " +
                               std::string(py::str(array.attr("shape"))));
+    requireFiniteValues(array, name);
     return array;
 }
 
@@ -75,6 +87,20 @@ std::vector<int> flagValues(const py::object& flags)
     return marks;
 }
 
+// Each sample's innovation variance is at least signal_variance plus that sample's
+// noise drive variance, and the gain divides by it: with both 0 the gain is 0 / 0
+// and every output from that sample on is NaN.
+void requireSomethingToDivideBy(float signal, float clean, float flagged, const std::vector<int>& marks)
+{
+    if (signal > 0.0f) return;
+    const bool cleanZeroUsed = clean == 0.0f && std::ranges::any_of(marks, [](int mark) { return mark == 0; });
+    const bool flaggedZeroUsed = flagged == 0.0f && std::ranges::any_of(marks, [](int mark) { return mark == 1; });
+    if (!cleanZeroUsed && !flaggedZeroUsed) return;
+    const std::string kind = cleanZeroUsed ? "clean" : "flagged";
+    throw py::value_error("signal_variance and " + kind + "_variance are both 0 (in float32): the filter would "
+                          "divide 0 by 0 at every " + kind + " sample and return NaN; make one of them positive");
+}
+
 class KalmanFilter {
 public:
     void setModels(const py::object& signalAr, const py::object& noiseAr)
@@ -103,6 +129,7 @@ public:
         const float clean = variance(cleanVariance, "clean_variance");
         const float flagged = variance(flaggedVariance, "flagged_variance");
         const std::vector<int> marks = flagValues(flags);
+        requireSomethingToDivideBy(signal, clean, flagged, marks);
         const auto lock = claim();
         kalman_.setNoise(signal, clean, flagged, marks.data(), static_cast<int>(marks.size()));
         noiseSet_ = true;
@@ -198,6 +225,7 @@ Sets the two AR models as full polynomials with leading 1 (ignored).
 
 signal_ar   1, a1, ..., ap for s(n) = -a1 s(n-1) - ... - ap s(n-p) + w(n); p from 1.
 noise_ar    1, a1, a2 for the second-order noise model.
+Every coefficient must be finite in float32 (else ValueError).
 Called again while running with no delay and the same signal order, the filter
 runs on with the new coefficients; otherwise call start before processing.)")
         .def("set_noise", &KalmanFilter::setNoise, py::arg("signal_variance"),
@@ -209,7 +237,9 @@ Sets the drive variances and the per-sample flags, and restarts the schedule.
 flags   integers or booleans, one per sample processed from this call on: 1
         selects flagged_variance for that sample's noise drive, anything else
         clean_variance; past the last flag its variance holds. None: all clean.
-        After a restart, call set_noise again to begin the schedule anew.)")
+        After a restart, call set_noise again to begin the schedule anew.
+A signal_variance of 0 needs the drive variance of every sample to be above 0:
+the filter divides by their sum (ValueError otherwise).)")
         .def("start", &KalmanFilter::start, py::arg("delay") = 0, py::arg("initial_state") = py::none(),
              py::arg("output_signal") = true,
              R"(start(delay=0, initial_state=None, output_signal=True)
@@ -218,7 +248,8 @@ Clears the filter's state and covariance and starts a run.
 
 delay           fixed lag d >= 0: the signal output then estimates the sample
                 p + d - 1 samples back, the noise output the one 1 sample back.
-initial_state   the p + d signal values to start from, newest first (default zeros).
+initial_state   the p + d signal values to start from, newest first (default
+                zeros), finite in float32.
 output_signal   True: return signal estimates; False: noise estimates.)")
         .def("process", &KalmanFilter::process, py::arg("samples"),
              R"(process(samples) -> numpy.ndarray

@@ -5,6 +5,7 @@
 #include <pybind11/stl.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <limits>
 #include <string>
@@ -150,21 +151,55 @@ py::tuple repair(const py::object& audioArgument, const py::object& rateArgument
     return py::make_tuple(repaired, outcome.leftFade, outcome.rightFade);
 }
 
+constexpr const char* regionForms = "(start, end) in seconds or (channel, first, last, start, end)";
+
+// A region's fields: any iterable but a str or bytes, whose characters would pass for fields.
+py::tuple regionFields(const py::handle& item, const std::string& where)
+{
+    const auto refuse = [&] {
+        return py::type_error(where + " must be " + regionForms + ", got " + typeName(item));
+    };
+    if (py::isinstance<py::str>(item) || py::isinstance<py::bytes>(item)) throw refuse();
+    try {
+        return py::tuple(py::reinterpret_borrow<py::object>(item));
+    } catch (const py::error_already_set& error) {
+        if (!error.matches(PyExc_TypeError)) throw;
+        throw refuse();
+    }
+}
+
+// The region lists of the command line read times up to this many seconds.
+constexpr double largestSeconds = 1e9;
+
+// A time in seconds: an int or a float (numpy's too), not a str or bool.
+double secondsValue(const py::handle& value, const std::string& where, const char* field)
+{
+    if (!isNumber(value))
+        throw py::type_error(where + ": " + field + " must be a number of seconds, got " + typeName(value));
+    const double seconds = py::float_(py::reinterpret_borrow<py::object>(value));
+    if (std::isfinite(seconds) && seconds > largestSeconds)
+        throw py::value_error(where + ": " + field + " " + std::string(py::repr(py::float_(seconds))) +
+                              " s is too large; times go up to 1e9 s");
+    return seconds;
+}
+
 // One region from (start, end) in seconds or from a span as scan() lists it
 // (channel, first, last, start, end), whose samples and channel are taken.
 Region regionFrom(const py::handle& item, int rate, const std::string& where)
 {
-    const py::tuple fields = py::tuple(py::reinterpret_borrow<py::object>(item));
+    const py::tuple fields = regionFields(item, where);
     SampleSpan span;
     if (fields.size() == 2) {
-        span = spanFromSeconds(fields[0].cast<double>(), fields[1].cast<double>(), rate, where);
+        const double start = secondsValue(fields[0], where, "start");
+        span = spanFromSeconds(start, secondsValue(fields[1], where, "end"), rate, where);
     } else if (fields.size() == 5) {
         span = spanFromSamples(integerArgument(fields[1], "first", 0, std::numeric_limits<std::int64_t>::max()),
                                integerArgument(fields[2], "last", 0, std::numeric_limits<std::int64_t>::max()),
                                where);
         setChannel(span, integerArgument(fields[0], "channel", 0, 65536), where);
     } else {
-        throw py::type_error(where + " must be (start, end) in seconds or (channel, first, last, start, end)");
+        throw py::type_error(where + " must be " + regionForms + ", got " + std::to_string(fields.size()) +
+                             " fields");
     }
     return {span.channel, span.first, span.last, where, {}};
 }
@@ -195,7 +230,7 @@ void registerRepair(py::module_& module)
         .def_readonly("category", &Method::category,
                       "0 straight line, 16 and 17 the AR family, 32 to 35 waveform replacement")
         .def_readonly("max_gap_ms", &Method::maxGapMs,
-                      "longest region the method takes, in ms (not enforced for method 0)")
+                      "longest region the method takes, in ms; repair refuses a longer one with every method")
         .def_readonly("context_before_ms", &Method::contextBeforeMs, "reach before the region, in ms")
         .def_readonly("context_after_ms", &Method::contextAfterMs, "reach after the region, in ms")
         .def("__repr__", [](const Method& method) {
@@ -236,7 +271,9 @@ Repairs a damaged region of every channel of a numpy array.
 
 audio   float32 numpy array shaped (channels, frames) or (frames,), in any
         layout; it is read in place and left unchanged. Other dtypes raise
-        TypeError: convert with numpy.asarray(audio, dtype=numpy.float32).
+        TypeError saying how to convert: numpy.asarray(audio,
+        dtype=numpy.float32), integers scaled to full scale 1.0 (audio / 32768
+        for int16). Audio shaped (frames, channels) goes in as audio.T.
 rate    sample rate in Hz, 1 to 2147483647.
 start   first damaged frame, length the number of damaged frames: an int
         (samples) or a str in samples, seconds or ms ('4410', '1.25s', '3ms').

@@ -229,3 +229,18 @@ def test_process_refuses_blocks_of_the_wrong_shape():
     with pytest.raises(ValueError, match="2 channels"):
         declicker.process(np.zeros((3, size), np.float32))
     assert declicker.process(np.zeros((2, 0), np.float32)).shape == (2, 0)
+
+
+@pytest.mark.parametrize("keyword", ["shared_engine", "refill"])
+@pytest.mark.parametrize("value", ["no", 1, 0.0])
+def test_flags_other_than_true_or_false_are_a_type_error_naming_the_keyword(keyword, value):
+    with pytest.raises(TypeError, match=rf"^{keyword} must be True or False, got {type(value).__name__}$"):
+        ferrotip.declick(damaged_recording(), RATE, **{keyword: value})
+    with pytest.raises(TypeError, match=rf"^{keyword} must be True or False, got {type(value).__name__}$"):
+        ferrotip.Declicker(2, RATE, floor=1e-6, **{keyword: value})
+
+
+def test_numpy_bools_are_flags():
+    audio = damaged_recording()
+    expected = ferrotip.declick(audio, RATE, report=False, shared_engine=True, refill=False)
+    assert same_bits(ferrotip.declick(audio, RATE, report=False, shared_engine=np.True_, refill=np.False_), expected)

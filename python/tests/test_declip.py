@@ -55,6 +55,13 @@ def test_mono_as_the_cli_restores_it(cli, tmp_path):
     assert spans == expected_spans
 
 
+def test_numpy_floats_are_levels_of_their_exact_value():
+    audio = clipped(level=np.float32(0.6))
+    for level in (np.float32(0.6), np.float64(0.6)):
+        restored, spans = ferrotip.declip(audio, RATE, level)
+        assert spans and same_bits(restored, ferrotip.declip(audio, RATE, float(level))[0])
+
+
 @pytest.mark.parametrize("level", ["loud", "0.0001", "30dBFS", "-0.5 dBFS"])
 def test_bad_levels_raise_the_cli_message(cli, tmp_path, level):
     source = tmp_path / "in.wav"
@@ -75,3 +82,15 @@ def test_declip_releases_the_gil_and_two_threads_give_the_bits_of_one():
     together = [r[0] for r in run_at_once([lambda a=a: ferrotip.declip(a, RATE) for a in inputs])]
     assert same_bits(restored, alone[0])
     assert all(same_bits(a, b) for a, b in zip(alone, together))
+
+
+def test_the_conversion_advised_for_integer_samples_leaves_an_unclipped_tone_unclipped():
+    t = np.arange(2 * RATE) / RATE
+    audio = np.round(16000 * np.sin(2 * np.pi * 440 * t)).astype(np.int16)  # half of int16's full scale
+    with pytest.raises(TypeError) as refused:
+        ferrotip.declip(audio, RATE)
+    conversion = str(refused.value).split(" with ", 1)[1]
+    assert conversion == "numpy.asarray(audio / 32768, dtype=numpy.float32)"
+    converted = eval(conversion, {"numpy": np, "audio": audio})
+    assert ferrotip.declip(converted, RATE, 0.9)[1] == []
+    assert ferrotip.declip(audio.astype(np.float32), RATE, 0.9)[1]  # the bare cast: every peak beyond 0.9

@@ -104,9 +104,35 @@ def test_bad_regions_raise_the_cli_message(cli, tmp_path, regions, method):
     assert str(raised.value) == message
 
 
-def test_regions_of_the_wrong_form_are_a_type_error():
-    with pytest.raises(TypeError, match=r"^region 1 must be \(start, end\)"):
-        ferrotip.repair_regions(with_dropouts(), RATE, [(1, 2, 3)])
+FORMS = r"\(start, end\) in seconds or \(channel, first, last, start, end\)"
+
+
+@pytest.mark.parametrize("region, message", [
+    ((1, 2, 3), rf"^region 2 must be {FORMS}, got 3 fields$"),
+    ("ab", rf"^region 2 must be {FORMS}, got str$"),
+    (5, rf"^region 2 must be {FORMS}, got int$"),
+    (("0.1", "0.2"), r"^region 2: start must be a number of seconds, got str$"),
+    ((0.1, None), r"^region 2: end must be a number of seconds, got NoneType$"),
+    ((True, 0.2), r"^region 2: start must be a number of seconds, got bool$"),
+])
+def test_regions_of_the_wrong_form_are_a_type_error_naming_the_region(region, message):
+    with pytest.raises(TypeError, match=message):
+        ferrotip.repair_regions(with_dropouts(), RATE, [(0.3125, 0.3225), region])
+
+
+@pytest.mark.parametrize("region, field, shown", [((2e14, 2e14 + 1e-4), "start", "200000000000000.0"),
+                                                  ((0.1, 1e9 + 1), "end", "1000000001.0")])
+def test_a_time_beyond_what_a_region_list_reads_is_too_large(region, field, shown):
+    with pytest.raises(ValueError) as refused:
+        ferrotip.repair_regions(with_dropouts(), RATE, [region])
+    assert str(refused.value) == f"region 1: {field} {shown} s is too large; times go up to 1e9 s"
+
+
+def test_numpy_numbers_are_taken_as_times():
+    audio = with_dropouts()
+    expected = ferrotip.repair_regions(audio, RATE, [(0.3125, 0.3225), (1, 1.01)])
+    given = [(np.float32(0.3125), np.float64(0.3225)), np.array([np.int64(1), 1.01])]
+    assert same_bits(ferrotip.repair_regions(audio, RATE, given), expected)
 
 
 def test_scan_and_repair_regions_release_the_gil_and_agree_across_threads():

@@ -198,6 +198,46 @@ def test_variances_are_finite_and_not_negative(argument, value):
         ferrotip.Kalman().set_noise(**variances)
 
 
+@pytest.mark.parametrize("zero, flags", [("clean", None), ("clean", [1, 0]), ("flagged", [0, 1])])
+def test_a_zero_signal_variance_with_a_zero_drive_in_use_is_refused(zero, flags):
+    variances = {"signal_variance": 0.0, "clean_variance": 0.25, "flagged_variance": 0.25, f"{zero}_variance": 0.0}
+    with pytest.raises(ValueError, match=rf"^signal_variance and {zero}_variance are both 0 \(in float32\): the "
+                                         rf"filter would divide 0 by 0 at every {zero} sample"):
+        ferrotip.Kalman().set_noise(**variances, flags=flags)
+
+
+def test_a_zero_signal_variance_runs_where_every_sample_in_use_has_a_drive():
+    kalman = ferrotip.Kalman()
+    kalman.set_models(SIGNAL_AR, WHITE_NOISE_AR)
+    kalman.set_noise(0.0, 0.0, 0.25, flags=[1])  # every sample flagged: the zero clean variance is never used
+    kalman.start()
+    assert np.isfinite(kalman.process(observed()[1])).all()
+
+
+NOT_FINITE_IN_FLOAT32 = [float("nan"), float("inf"), -float("inf"), 1e39]
+
+
+@pytest.mark.filterwarnings("ignore:overflow encountered in cast:RuntimeWarning")
+@pytest.mark.parametrize("value", NOT_FINITE_IN_FLOAT32)
+@pytest.mark.parametrize("argument, index", [("signal_ar", 2), ("noise_ar", 1)])
+def test_model_coefficients_must_be_finite_in_float32(argument, index, value):
+    models = {"signal_ar": list(SIGNAL_AR), "noise_ar": list(WHITE_NOISE_AR)}
+    models[argument][index] = value
+    with pytest.raises(ValueError, match=rf"^{argument} must hold finite numbers within float32's range .* at "
+                                         rf"index {index}$"):
+        ferrotip.Kalman().set_models(**models)
+
+
+@pytest.mark.filterwarnings("ignore:overflow encountered in cast:RuntimeWarning")
+@pytest.mark.parametrize("value", NOT_FINITE_IN_FLOAT32)
+def test_initial_state_must_be_finite_in_float32(value):
+    kalman = ferrotip.Kalman()
+    kalman.set_models(SIGNAL_AR, WHITE_NOISE_AR)
+    with pytest.raises(ValueError, match=r"^initial_state must hold finite numbers within float32's range .* at "
+                                         r"index 1$"):
+        kalman.start(initial_state=[0.0, value])
+
+
 @pytest.mark.parametrize("flags, error, message", [
     ([0.0, 1.0], TypeError, r"^flags must hold integers or booleans \(1 marks a damaged sample\), got float64"),
     (["1"], TypeError, r"^flags must hold integers or booleans"),

@@ -74,6 +74,14 @@ def test_methods_are_the_seven_rows_of_the_table():
     assert "Normal Clicks" in repr(methods[2])
 
 
+@pytest.mark.parametrize("method", ferrotip.methods(), ids=lambda method: method.name)
+def test_every_method_refuses_a_region_longer_than_its_max_gap(method):
+    length = method.max_gap_ms * RATE // 1000 + 1
+    assert "refuses a longer one with every method" in type(method).max_gap_ms.__doc__
+    with pytest.raises(ValueError, match=rf"^region of {length} samples is longer than \"{method.name}\" allows: "):
+        ferrotip.repair(np.zeros(length + 200, np.float32), RATE, 100, length, method.index)
+
+
 # Lengths near each method's limit at 8 kHz; positions in the middle and so close to
 # the ends that the working window reaches past them (zero padding).
 LENGTHS = {0: 50, 1: 8, 2: 20, 3: 400, 4: 400, 5: 2000, 6: 400}
