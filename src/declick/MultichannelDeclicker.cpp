@@ -7,6 +7,10 @@
 
 namespace {
 
+// Starting a thread costs tens of microseconds: a short block (a stream fed a few
+// hundred frames at a time) runs its channels in turn.
+constexpr int minFramesToSpread = 4096;
+
 double average(std::span<const double> values)
 {
     if (values.empty()) return 0.0;
@@ -52,7 +56,7 @@ void MultichannelDeclicker::processGroup(std::size_t index, float* const* rows, 
 
 void MultichannelDeclicker::process(float* const* rows, int frames)
 {
-    if (jobs_ == 1) {
+    if (jobs_ == 1 || frames < minFramesToSpread) {
         for (std::size_t g = 0; g < groups_.size(); ++g) processGroup(g, rows, frames);
         return;
     }

@@ -13,9 +13,9 @@
 //
 // Allocation and threads: construction allocates everything. With jobs 1 (or one
 // engine) process runs on the caller's thread and allocates nothing, takes no lock
-// and does no I/O: a real-time path may call it, and retune and reset. With jobs > 1 it starts up to
-// jobs - 1 helper threads per call and joins them before returning. One caller at
-// a time.
+// and does no I/O: a real-time path may call it, and retune and reset. With jobs > 1 a
+// call of 4096 frames or more starts up to jobs - 1 helper threads and joins them
+// before returning (a shorter one runs the channels in turn). One caller at a time.
 #pragma once
 
 #include <span>
