@@ -272,7 +272,7 @@ namespace {
 // Where a list gives seconds: the sample nearest `value` seconds.
 std::int64_t sampleAt(double value, int rate, const std::string& where)
 {
-    if (!std::isfinite(value) || value < 0.0 || value > 1e9)
+    if (!std::isfinite(value) || value < 0.0 || value > largestListSeconds)
         throw CliError(where + ": '" + std::to_string(value) + "' is not a time in seconds");
     return static_cast<std::int64_t>(std::llround(value * rate));
 }

@@ -46,6 +46,9 @@ void writeSpanReport(const std::string& path, const std::vector<SampleSpan>& spa
 // unchecked against any file's length; a start after its end is an error.
 std::vector<SampleSpan> readSpanList(const std::string& path, int sampleRate);
 
+// The latest time in seconds a region list may give (about 32 years).
+inline constexpr double largestListSeconds = 1e9;
+
 // One span from seconds [start, end) (the nearest samples) or from samples
 // [first, last]; setChannel takes a channel as on disk (0 for all). Each throws
 // CliError starting with `where` for values that make no span.

@@ -168,16 +168,13 @@ py::tuple regionFields(const py::handle& item, const std::string& where)
     }
 }
 
-// The region lists of the command line read times up to this many seconds.
-constexpr double largestSeconds = 1e9;
-
 // A time in seconds: an int or a float (numpy's too), not a str or bool.
 double secondsValue(const py::handle& value, const std::string& where, const char* field)
 {
     if (!isNumber(value))
         throw py::type_error(where + ": " + field + " must be a number of seconds, got " + typeName(value));
     const double seconds = py::float_(py::reinterpret_borrow<py::object>(value));
-    if (std::isfinite(seconds) && seconds > largestSeconds)
+    if (std::isfinite(seconds) && seconds > largestListSeconds)
         throw py::value_error(where + ": " + field + " " + std::string(py::repr(py::float_(seconds))) +
                               " s is too large; times go up to 1e9 s");
     return seconds;
