@@ -212,9 +212,9 @@ void AudioWriter::commit()
 
 void requireDistinctFiles(const std::string& input, const std::string& output)
 {
+    requireFileTarget(output, "output '" + output + "'");
     struct stat in {}, out {};
     if (stat(output.c_str(), &out) != 0) return;  // nothing there yet, so nothing to overwrite
-    if (S_ISDIR(out.st_mode)) throw CliError("output '" + output + "' is a directory; name a file");
     if (stat(input.c_str(), &in) == 0 && in.st_dev == out.st_dev && in.st_ino == out.st_ino)
         throw CliError("output '" + output + "' is the input file; choose another name");
 }

@@ -80,13 +80,12 @@ mode_t newFilePermissions()
 
 PartialFile::PartialFile(const std::string& target)
 {
-    const fs::path path(target);
+    requireFileTarget(target, "output '" + target + "'");
+    const fs::path path = finalTarget(target);
     const fs::path directory = path.has_parent_path() ? path.parent_path() : fs::path(".");
-    std::error_code error;
-    if (!fs::is_directory(directory, error))
-        throw CliError("cannot write '" + target + "': folder '" + directory.string() + "' does not exist");
     installSignalHandlers();
-    std::string hidden = path.filename().string();
+    // A hidden name beside the target, short enough for any file system's 255 bytes.
+    std::string hidden = path.filename().string().substr(0, 200);
     hidden.insert(hidden.begin(), '.');
     hidden += ".ferrotip-XXXXXX";
     const std::string pattern = (directory / hidden).string();
@@ -106,7 +105,7 @@ void PartialFile::commitTo(const std::string& target)
 {
     const int closed = close(descriptor_);
     descriptor_ = -1;
-    if (closed != 0 || std::rename(path_.c_str(), target.c_str()) != 0) {
+    if (closed != 0 || std::rename(path_.c_str(), finalTarget(target).c_str()) != 0) {
         const int reason = errno;
         discard();
         throw CliError("cannot move the result into '" + target + "': " + std::strerror(reason));
@@ -114,6 +113,17 @@ void PartialFile::commitTo(const std::string& target)
     unregister(slot_);
     slot_ = -1;
     path_.clear();
+}
+
+void PartialFile::write(const std::string& text)
+{
+    std::size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t wrote = ::write(descriptor_, text.data() + done, text.size() - done);
+        if (wrote < 0 && errno == EINTR) continue;
+        if (wrote < 0) throw CliError(std::string("cannot write '") + path_ + "': " + std::strerror(errno));
+        done += static_cast<std::size_t>(wrote);
+    }
 }
 
 void PartialFile::discard()
@@ -133,4 +143,26 @@ bool namesSameFile(const std::string& a, const std::string& b)
         return first.st_dev == second.st_dev && first.st_ino == second.st_ino;
     std::error_code error;
     return std::filesystem::weakly_canonical(a, error) == std::filesystem::weakly_canonical(b, error);
+}
+
+fs::path finalTarget(const std::string& target)
+{
+    std::error_code error;
+    if (!fs::is_symlink(target, error)) return target;
+    const fs::path resolved = fs::weakly_canonical(target, error);
+    return error ? fs::path(target) : resolved;
+}
+
+void requireFileTarget(const std::string& target, const std::string& what)
+{
+    const fs::path path = finalTarget(target);
+    const fs::path directory = path.has_parent_path() ? path.parent_path() : fs::path(".");
+    std::error_code error;
+    if (!fs::is_directory(directory, error))
+        throw CliError(what + ": folder '" + directory.string() + "' does not exist");
+    struct stat existing {};
+    if (stat(path.c_str(), &existing) != 0) return;  // nothing there yet
+    if (S_ISDIR(existing.st_mode)) throw CliError(what + " is a directory; name a file");
+    if (!S_ISREG(existing.st_mode))
+        throw CliError(what + " is a device, pipe or socket, which the result would replace; name a regular file");
 }

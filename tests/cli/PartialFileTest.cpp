@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "CliError.h"
 #include "support/TempDir.h"
 
 namespace fs = std::filesystem;
@@ -67,6 +68,42 @@ TEST(PartialFile, AnInterruptRemovesItAndStillEndsTheProgram)
         EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signalNumber) << signalNumber;
         EXPECT_TRUE(fs::is_empty(dir.path())) << signalNumber;
     }
+}
+
+// A pipe or device named as the output would be replaced by a plain file: refused.
+TEST(PartialFile, RefusesAPipeAsTarget)
+{
+    testsupport::TempDir dir("ferrotip-partial");
+    const std::string fifo = dir / "pipe.wav";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    EXPECT_THROW(requireFileTarget(fifo, "output"), CliError);
+    EXPECT_THROW(PartialFile{fifo}, CliError);
+    EXPECT_THROW(requireFileTarget(dir / "no/out.wav", "output"), CliError);
+    EXPECT_NO_THROW(requireFileTarget(dir / "new.wav", "output"));
+}
+
+// Writing through a symlink replaces the file it points to and keeps the link; a long
+// name still leaves room for the hidden partial name beside it.
+TEST(PartialFile, ASymlinkKeepsItsLinkAndLongNamesFit)
+{
+    testsupport::TempDir dir("ferrotip-partial");
+    fs::create_directory(dir / "real");
+    std::ofstream(dir / "real/take.wav") << "old";
+    fs::create_symlink(dir / "real/take.wav", dir / "link.wav");
+    {
+        PartialFile partial(dir / "link.wav");
+        partial.write("new");
+        partial.commitTo(dir / "link.wav");
+    }
+    EXPECT_TRUE(fs::is_symlink(dir / "link.wav"));
+    std::string text;
+    std::ifstream(dir / "real/take.wav") >> text;
+    EXPECT_EQ(text, "new");
+    const std::string longName = std::string(250, 'a') + ".wav";
+    PartialFile partial(dir / longName);
+    partial.write("x");
+    EXPECT_NO_THROW(partial.commitTo(dir / longName));
+    EXPECT_TRUE(fs::exists(dir / longName));
 }
 
 }  // namespace
