@@ -166,24 +166,55 @@ void requireRegionsInside(const std::vector<Region>& regions, int channels, std:
     }
 }
 
-std::vector<Region> merged(std::vector<Region> regions)
+namespace {
+
+// One channel's regions, sorted by start, overlapping or adjacent ones joined.
+std::vector<Region> joinedOnChannel(const std::vector<Region>& regions, int channel)
 {
-    std::stable_sort(regions.begin(), regions.end(),
-                     [](const Region& a, const Region& b) { return a.first < b.first; });
-    std::vector<Region> out;
-    for (const Region& r : regions) {
-        Region* target = nullptr;
-        for (auto o = out.rbegin(); o != out.rend() && !target; ++o)
-            if (r.first <= o->last + 1 && (o->channel == r.channel || o->channel == allRegionChannels ||
-                                           r.channel == allRegionChannels))
-                target = &*o;
-        if (!target) {
-            out.push_back(r);
-            continue;
+    std::vector<Region> mine;
+    for (const Region& r : regions)
+        if (r.channel == channel || r.channel == allRegionChannels) {
+            mine.push_back(r);
+            mine.back().channel = channel;
         }
-        target->last = std::max(target->last, r.last);
-        if (target->channel != r.channel) target->channel = allRegionChannels;
-        target->origin += " joined with " + r.origin;
+    std::stable_sort(mine.begin(), mine.end(), [](const Region& a, const Region& b) { return a.first < b.first; });
+    std::vector<Region> joined;
+    for (const Region& r : mine) {
+        if (!joined.empty() && r.first <= joined.back().last + 1) {
+            joined.back().last = std::max(joined.back().last, r.last);
+            if (joined.back().origin != r.origin) joined.back().origin += " joined with " + r.origin;
+        } else {
+            joined.push_back(r);
+        }
+    }
+    return joined;
+}
+
+}  // namespace
+
+std::vector<Region> merged(const std::vector<Region>& regions, int channels)
+{
+    std::vector<Region> spans;
+    for (int c = 0; c < channels; ++c) {
+        std::vector<Region> joined = joinedOnChannel(regions, c);
+        spans.insert(spans.end(), joined.begin(), joined.end());
+    }
+    std::stable_sort(spans.begin(), spans.end(), [](const Region& a, const Region& b) {
+        return a.first != b.first ? a.first < b.first : a.last < b.last;
+    });
+    // A span that every channel has alike is repaired once, for all channels together.
+    std::vector<Region> out;
+    for (std::size_t i = 0; i < spans.size();) {
+        std::size_t end = i;
+        while (end < spans.size() && spans[end].first == spans[i].first && spans[end].last == spans[i].last) ++end;
+        if (end - i == static_cast<std::size_t>(channels)) {
+            out.push_back(spans[i]);
+            out.back().channel = allRegionChannels;
+        } else {
+            out.insert(out.end(), spans.begin() + static_cast<std::ptrdiff_t>(i),
+                       spans.begin() + static_cast<std::ptrdiff_t>(end));
+        }
+        i = end;
     }
     return out;
 }

@@ -50,9 +50,10 @@ Region singleRegion(const std::string& start, const std::string& length, int rat
 void requireRegionsInside(const std::vector<Region>& regions, int channels, std::int64_t frames,
                           const std::string& source);
 
-// Sorted by start; overlapping or adjacent regions become one, and a region for every
-// channel takes in the single-channel ones it meets.
-std::vector<Region> merged(std::vector<Region> regions);
+// Sorted by start; on each of the `channels` channels, overlapping or adjacent
+// regions become one, so a region given for one channel never spreads to another. A
+// span that every channel ends up with alike becomes one region for all channels.
+std::vector<Region> merged(const std::vector<Region>& regions, int channels);
 
 // Sets every region's choice and checks its length against it, before anything is written.
 void checkLengths(std::vector<Region>& regions, const std::string& method, int rate);

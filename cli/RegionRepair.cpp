@@ -104,7 +104,7 @@ void repairRegions(const RegionRequest& request)
     AudioReader reader(request.input);
     requireDistinctFiles(request.input, request.output);
     const int rate = reader.sampleRate();
-    std::vector<Region> regions = merged(requestedRegions(request, reader));
+    std::vector<Region> regions = merged(requestedRegions(request, reader), reader.channels());
     checkLengths(regions, request.method, rate);
 
     FileFrames frames(reader);

@@ -2,6 +2,7 @@
 // exact zeros or of one held value, 0.5 to 250 ms long, with sound on both sides),
 // per channel or for all channels, and writes them as a region list that
 // `ferrotip repair IN OUT --regions FILE` takes back. The file is streamed.
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 #include <vector>
@@ -44,6 +45,12 @@ void scanFile(const ScanOptions& options)
     }
     std::printf("%zu dropout%s found\n", spans.size(), spans.size() == 1 ? "" : "s");
     if (!options.report.empty()) writeSpanReport(options.report, spans, rate);
+    const bool channelsLost =
+        !options.report.empty() && spanFormatFor(options.report) == SpanFormat::labels &&
+        std::any_of(spans.begin(), spans.end(), [](const SampleSpan& s) { return s.channel != SampleSpan::allChannels; });
+    if (channelsLost)
+        std::fprintf(stderr, "note: a label track holds no channel, so repair --regions '%s' repairs every channel "
+                             "there; a .csv or .json report keeps the channels\n", options.report.c_str());
     warnAboutNonFinite(reader, options.input);
 }
 

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -106,12 +107,20 @@ std::string trimmed(const std::string& text)
     return text.substr(begin, text.find_last_not_of(" \r\t") - begin + 1);
 }
 
+// A field without its surrounding blanks and, as spreadsheets write them, double quotes.
+std::string unquoted(const std::string& field)
+{
+    std::string text = trimmed(field);
+    if (text.size() >= 2 && text.front() == '"' && text.back() == '"') text = trimmed(text.substr(1, text.size() - 2));
+    return text;
+}
+
 std::vector<std::string> splitFields(const std::string& line, char separator)
 {
     std::vector<std::string> fields;
     std::string field;
     std::istringstream stream(line);
-    while (std::getline(stream, field, separator)) fields.push_back(trimmed(field));
+    while (std::getline(stream, field, separator)) fields.push_back(unquoted(field));
     if (!line.empty() && line.back() == separator) fields.emplace_back();
     return fields;
 }
@@ -132,6 +141,14 @@ std::vector<SampleSpan> parseLabels(const std::string& text, const std::string& 
         spans.push_back(std::move(span));
     }
     return spans;
+}
+
+// A row with both samples and seconds: the samples, unless the seconds put the span more
+// than a sample elsewhere at this file's rate (a list made at another rate).
+SampleSpan agreeingSpan(const SampleSpan& bySamples, const SampleSpan& bySeconds)
+{
+    const bool agree = std::llabs(bySamples.first - bySeconds.first) <= 1 && std::llabs(bySamples.last - bySeconds.last) <= 1;
+    return agree ? bySamples : bySeconds;
 }
 
 int columnOf(const std::vector<std::string>& header, const char* name)
@@ -157,6 +174,7 @@ std::vector<SampleSpan> parseCsv(const std::string& text, const std::string& nam
     const int first = columnOf(header, "first"), last = columnOf(header, "last");
     const int channel = columnOf(header, "channel"), label = columnOf(header, "label");
     const bool bySamples = first >= 0 && last >= 0;
+    if (header.empty()) throw CliError("'" + name + "' is empty: a CSV list needs a header line and a row per region");
     if (!bySamples && (start < 0 || end < 0))
         throw CliError("'" + name + "' line " + std::to_string(number) +
                        ": a CSV list needs a header with start,end (seconds) or first,last (samples) columns");
@@ -176,6 +194,9 @@ std::vector<SampleSpan> parseCsv(const std::string& text, const std::string& nam
             if (from != std::floor(from) || to != std::floor(to) || std::fabs(from) > 1e15 || std::fabs(to) > 1e15)
                 throw CliError(where + ": sample numbers must be whole numbers");
             span = spanFromSamples(static_cast<std::int64_t>(from), static_cast<std::int64_t>(to), where);
+            if (start >= 0 && end >= 0 && static_cast<int>(fields.size()) > std::max(start, end))
+                span = agreeingSpan(span, spanFromSeconds(parseNumber(fields[start], where, "start"),
+                                                          parseNumber(fields[end], where, "end"), rate, where));
         } else {
             span = spanFromSeconds(parseNumber(fields[start], where, "start"), parseNumber(fields[end], where, "end"),
                                    rate, where);
@@ -205,6 +226,11 @@ std::vector<SampleSpan> parseJson(const std::string& text, const std::string& na
         else if (document.contains("regions")) list = &document["regions"];
     }
     if (!list->is_array()) throw CliError("'" + name + "': expected a list of spans (or {\"spans\": [...]})");
+    // A list made at another rate (a report of the same recording at another rate) is read by its seconds.
+    long long listRate = rate;
+    if (document.is_object() && document.contains("sample_rate") && document["sample_rate"].is_number_integer())
+        listRate = document["sample_rate"].get<long long>();
+    const bool otherRate = listRate != rate;
     std::vector<SampleSpan> spans;
     for (std::size_t index = 0; index < list->size(); ++index) {
         const json& entry = (*list)[index];
@@ -216,12 +242,17 @@ std::vector<SampleSpan> parseJson(const std::string& text, const std::string& na
             return &entry[key];
         };
         SampleSpan span;
-        if (const json *first = number("first"), *last = number("last"); first && last) {
-            if (!first->is_number_integer() || !last->is_number_integer())
-                throw CliError(where + ": sample numbers must be whole numbers");
-            span = spanFromSamples(first->get<std::int64_t>(), last->get<std::int64_t>(), where);
-        } else if (const json *start = number("start"), *end = number("end"); start && end) {
+        const json *first = number("first"), *last = number("last"), *start = number("start"), *end = number("end");
+        if (start && end && (otherRate || !(first && last))) {
             span = spanFromSeconds(start->get<double>(), end->get<double>(), rate, where);
+        } else if (first && last) {
+            if (!first->is_number_integer() || !last->is_number_integer() || first->get<double>() > 1e15 ||
+                last->get<double>() > 1e15)
+                throw CliError(where + ": sample numbers must be whole numbers");
+            if (otherRate)
+                throw CliError(where + ": the list counts samples at " + std::to_string(listRate) +
+                               " Hz, this file has " + std::to_string(rate) + " Hz; give \"start\" and \"end\" in seconds");
+            span = spanFromSamples(first->get<std::int64_t>(), last->get<std::int64_t>(), where);
         } else {
             throw CliError(where + ": needs \"start\" and \"end\" (seconds) or \"first\" and \"last\" (samples)");
         }
@@ -235,34 +266,12 @@ std::vector<SampleSpan> parseJson(const std::string& text, const std::string& na
     return spans;
 }
 
-// Writes `text` to a fresh temporary file in `path`'s folder and renames it into place.
+// Writes `text` to a fresh temporary file beside `path` and renames it into place.
 void replaceFileWith(const std::string& path, const std::string& text)
 {
-    const fs::path target(path);
-    const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
-    std::string hidden = target.filename().string();
-    hidden.insert(0, 1, '.');
-    hidden.append(".XXXXXX");
-    std::string pattern = (folder / hidden).string();
-    const int descriptor = mkstemp(pattern.data());
-    if (descriptor < 0) throw CliError("cannot write '" + path + "': " + std::strerror(errno));
-    std::size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t wrote = ::write(descriptor, text.data() + done, text.size() - done);
-        if (wrote < 0 && errno == EINTR) continue;
-        if (wrote <= 0) break;
-        done += static_cast<std::size_t>(wrote);
-    }
-    const bool closed = ::close(descriptor) == 0;
-    std::error_code error;
-    if (done == text.size() && closed) {
-        fs::permissions(pattern, fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read |
-                                     fs::perms::others_read, error);
-        fs::rename(pattern, target, error);
-        if (!error) return;
-    }
-    fs::remove(pattern, error);
-    throw CliError("cannot write '" + path + "'");
+    PartialFile partial(path);
+    partial.write(text);
+    partial.commitTo(path);
 }
 
 }  // namespace
@@ -329,6 +338,7 @@ void requireReportPath(const std::string& report, std::initializer_list<std::str
     for (const std::string& audio : audioFiles)
         if (namesSameFile(report, audio))
             throw CliError("--report '" + report + "' names an audio file of this run; choose another name");
+    requireFileTarget(report, "--report '" + report + "'");
 }
 
 std::string formatSpans(const std::vector<SampleSpan>& spans, int sampleRate, SpanFormat format)
@@ -349,10 +359,13 @@ void writeSpanReport(const std::string& path, const std::vector<SampleSpan>& spa
 std::vector<SampleSpan> parseSpans(const std::string& text, const std::string& name, int sampleRate,
                                    SpanFormat format)
 {
+    // Spreadsheets and some editors start UTF-8 text with a byte-order mark.
+    static const std::string byteOrderMark = "\xEF\xBB\xBF";
+    const std::string body = text.rfind(byteOrderMark, 0) == 0 ? text.substr(byteOrderMark.size()) : text;
     switch (format) {
-    case SpanFormat::labels: return parseLabels(text, name, sampleRate);
-    case SpanFormat::csv: return parseCsv(text, name, sampleRate);
-    case SpanFormat::json: return parseJson(text, name, sampleRate);
+    case SpanFormat::labels: return parseLabels(body, name, sampleRate);
+    case SpanFormat::csv: return parseCsv(body, name, sampleRate);
+    case SpanFormat::json: return parseJson(body, name, sampleRate);
     }
     return {};
 }

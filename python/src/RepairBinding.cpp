@@ -72,7 +72,7 @@ py::tuple repairArrayRegions(const AudioView& audio, int rate, std::vector<Regio
                              const std::string& method)
 {
     requireRegionsInside(regions, static_cast<int>(audio.channels), audio.frames, "the audio");
-    regions = merged(std::move(regions));
+    regions = merged(regions, static_cast<int>(audio.channels));
     checkLengths(regions, method, rate);
     py::array_t<float> repaired(audio.shape);
     float* out = repaired.mutable_data();

@@ -81,6 +81,35 @@ TEST(SpanList, ErrorsNameTheLine)
     EXPECT_NE(messageOf("[{\"start\": 1}]", SpanFormat::json).find("entry 1"), std::string::npos);
     EXPECT_NE(messageOf("{", SpanFormat::json).find("not valid JSON"), std::string::npos);
     EXPECT_NE(messageOf("-1\t2\n", SpanFormat::labels).find("line 1"), std::string::npos);
+    EXPECT_NE(messageOf("", SpanFormat::csv).find("is empty"), std::string::npos);
+    EXPECT_NE(messageOf("{\"sample_rate\": 96000, \"spans\": [{\"first\": 1, \"last\": 2}]}", SpanFormat::json)
+                  .find("96000 Hz"),
+              std::string::npos);
+}
+
+// Spreadsheets save "CSV UTF-8" with a byte-order mark and quoted headers.
+TEST(SpanList, ReadsAByteOrderMarkAndQuotedFields)
+{
+    const std::string mark = "\xEF\xBB\xBF";
+    expectSameSpans(parseSpans(mark + "channel,first,last\n2,10,20\n", "l.csv", 1000, SpanFormat::csv),
+                    {{1, 10, 20, ""}}, true);
+    expectSameSpans(parseSpans(mark + "\"start\",\"end\"\n\"0.5\",\"0.75\"\n", "l.csv", 1000, SpanFormat::csv),
+                    {{-1, 500, 749, ""}}, true);
+    expectSameSpans(parseSpans(mark + "1.0\t1.5\tx\n", "l.txt", 1000, SpanFormat::labels), {{-1, 1000, 1499, ""}},
+                    true);
+    expectSameSpans(parseSpans(mark + "[{\"first\": 3, \"last\": 4}]", "l.json", 1000, SpanFormat::json),
+                    {{-1, 3, 4, ""}}, true);
+}
+
+// A report of a 96 kHz recording read for the 44.1 kHz version of it: the seconds hold.
+TEST(SpanList, AListMadeAtAnotherRateIsReadByItsSeconds)
+{
+    const std::vector<SampleSpan> at96k = {{1, 48000, 48095, "dropout"}};
+    for (SpanFormat format : {SpanFormat::csv, SpanFormat::json}) {
+        const std::string text = formatSpans(at96k, 96000, format);
+        expectSameSpans(parseSpans(text, "list", 96000, format), at96k, true);
+        expectSameSpans(parseSpans(text, "list", 44100, format), {{1, 22050, 22093, ""}}, true);
+    }
 }
 
 }  // namespace

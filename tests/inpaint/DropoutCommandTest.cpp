@@ -166,4 +166,27 @@ TEST_F(DropoutCommand, OverlappingRegionsAreMerged)
     EXPECT_NE(run.output.find("repaired 1323 samples at frame 44100"), std::string::npos) << run.output;
 }
 
+// Regions for one channel and for all channels that meet are joined channel by channel:
+// the second channel changes only where a region names it.
+TEST_F(DropoutCommand, ARegionForOneChannelNeverSpreadsToAnother)
+{
+    writeDamaged("in.wav");
+    std::ofstream(path("r.csv")) << "channel,first,last\n1,44100,44200\n2,44150,44250\n0,44190,44300\n"
+                                 << "1,60000,60010\n0,60011,60020\n";
+    const auto run = ferrotip("repair " + path("in.wav") + " " + path("out.wav") + " --regions " + path("r.csv"));
+    ASSERT_EQ(run.status, 0) << run.output;
+    const std::vector<short> out = readShorts(path("out.wav"));
+    const auto changedOn = [&](int channel, int first, int last) {
+        for (int f = first; f <= last; ++f)
+            if (out[2 * f + channel] != damaged[2 * f + channel]) return true;
+        return false;
+    };
+    EXPECT_FALSE(changedOn(1, 44000, 44149));
+    EXPECT_FALSE(changedOn(1, 59900, 60010));
+    EXPECT_TRUE(changedOn(0, 44100, 44300));
+    EXPECT_TRUE(changedOn(1, 44150, 44300));
+    EXPECT_NE(run.output.find("201 samples at frame 44100 of channel 1"), std::string::npos) << run.output;
+    EXPECT_NE(run.output.find("151 samples at frame 44150 of channel 2"), std::string::npos) << run.output;
+}
+
 }  // namespace
