@@ -160,6 +160,19 @@ std::int64_t AudioReader::readNormalised(float* interleaved, std::int64_t count)
 
 void AudioReader::seek(std::int64_t frame)
 {
+    if (!info_.seekable) {
+        // GSM, ADPCM and streamed FLAC decode front to back only: start again and skip.
+        rewind();
+        constexpr std::int64_t block = 4096;
+        std::vector<double> scratch(static_cast<std::size_t>(block) * info_.channels);
+        for (std::int64_t skipped = 0; skipped < frame;) {
+            const std::int64_t got = read(scratch.data(), std::min(block, frame - skipped));
+            if (got == 0) throw CliError("'" + path_ + "' ended before frame " + std::to_string(frame));
+            skipped += got;
+        }
+        nonFiniteThisPass_ = 0;
+        return;
+    }
     if (sf_seek(file_.get(), frame, SEEK_SET) < 0)
         throw CliError("cannot seek in '" + path_ + "': " + sf_strerror(file_.get()));
     nonFiniteThisPass_ = 0;

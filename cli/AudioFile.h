@@ -24,6 +24,7 @@ class AudioReader {
 public:
     explicit AudioReader(const std::string& path);
 
+    const std::string& path() const { return path_; }
     const SF_INFO& info() const { return info_; }
     std::int64_t frames() const { return info_.frames; }
     int channels() const { return info_.channels; }
@@ -42,6 +43,7 @@ public:
     bool normalisedFloatsExact() const;
     // As read, at full scale 1; only where normalisedFloatsExact().
     std::int64_t readNormalised(float* interleaved, std::int64_t count);
+    // To `frame`; a file that cannot seek is read again from the start up to it.
     void seek(std::int64_t frame);
     // Back to the first frame, also for files that cannot seek.
     void rewind();

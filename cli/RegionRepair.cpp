@@ -80,7 +80,7 @@ void writePatched(AudioReader& reader, AudioWriter& writer, const std::vector<Pa
     reader.seek(0);
     for (std::int64_t position = 0; position < reader.frames();) {
         const std::int64_t got = reader.read(block.data(), copyBlockFrames);
-        if (got == 0) throw CliError("the input ended early");
+        if (got == 0) throw CliError("the input '" + reader.path() + "' ended early");
         for (const Patch& p : patches) {
             if (!p.meets(position, got)) continue;
             for (int c = 0; c < channels; ++c)

@@ -84,7 +84,7 @@ void writeRepaired(AudioReader& reader, AudioWriter& writer, const RepairWindow&
     });
     const std::int64_t expected = reader.lengthKnown() ? reader.frames() : framesBefore;
     if (copied < std::max(expected, framesBefore))
-        throw CliError("the input ended early, after " + std::to_string(copied) + " of " +
+        throw CliError("the input '" + reader.path() + "' ended early, after " + std::to_string(copied) + " of " +
                        std::to_string(std::max(expected, framesBefore)) + " frames");
 }
 

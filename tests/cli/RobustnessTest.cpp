@@ -243,4 +243,30 @@ TEST_F(Robustness, SamplesThatAreNotFiniteAreReadAsSilenceWithAWarning)
     EXPECT_NE(scan.output.find("warning: 3 samples"), std::string::npos) << scan.output;
 }
 
+// GSM and ADPCM decode front to back only: the commands that read a file twice or
+// look at one stretch of it read it again from the start.
+TEST_F(Robustness, FilesThatCannotSeekRepairAndDeclip)
+{
+    const std::string gsm = path("gsm.wav");
+    ASSERT_TRUE(writeSound(gsm, SF_FORMAT_WAV | SF_FORMAT_GSM610, 1, 8000, 24000));
+    std::string clipped = path("clipped.wav");
+    {
+        Sound sound = readSound(gsm);
+        ASSERT_FALSE(sound.samples.empty());
+        SF_INFO info = sound.info;
+        for (double& x : sound.samples) x = std::clamp(x, -0.4, 0.4);
+        SNDFILE* file = sf_open(clipped.c_str(), SFM_WRITE, &info);
+        ASSERT_NE(file, nullptr);
+        sf_writef_double(file, sound.samples.data(), info.frames);
+        sf_close(file);
+    }
+    for (const std::string& args : {"repair " + gsm + " " + path("a.wav") + " --start 1s --length 20ms",
+                                    "repair " + gsm + " " + path("b.wav") + " --start 2s --length 2ms -m 2",
+                                    "declip " + clipped + " " + path("c.wav") + " -q"}) {
+        const Outcome run = ferrotip(args);
+        EXPECT_EQ(run.status, 0) << args << "\n" << run.output;
+    }
+    EXPECT_EQ(readSound(path("a.wav")).info.frames, readSound(gsm).info.frames);
+}
+
 }  // namespace
