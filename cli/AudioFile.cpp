@@ -81,6 +81,22 @@ void AudioReader::rewind()
         throw CliError("'" + path_ + "' changed while it was being read");
 }
 
+std::vector<std::pair<int, std::string>> AudioReader::tags() const
+{
+    std::vector<std::pair<int, std::string>> found;
+    for (int id = SF_STR_FIRST; id <= SF_STR_LAST; ++id)
+        if (const char* text = sf_get_string(file_.get(), id); text && *text) found.emplace_back(id, text);
+    return found;
+}
+
+std::vector<int> AudioReader::channelLayout() const
+{
+    std::vector<int> layout(static_cast<std::size_t>(info_.channels));
+    const bool declared = sf_command(file_.get(), SFC_GET_CHANNEL_MAP_INFO, layout.data(),
+                                     static_cast<int>(layout.size() * sizeof(int))) == SF_TRUE;
+    return declared ? layout : std::vector<int>{};
+}
+
 bool AudioReader::lengthKnown() const { return info_.frames > 0 && info_.frames < SF_COUNT_MAX; }
 
 bool AudioReader::lossy() const
@@ -188,6 +204,16 @@ AudioWriter::AudioWriter(const std::string& target, const SF_INFO& format)
     useRawIntegers(file_.get(), format.format);
     // Repaired samples may overshoot full scale; clip rather than wrap around.
     sf_command(file_.get(), SFC_SET_CLIPPING, nullptr, SF_TRUE);
+    sf_command(file_.get(), SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
+}
+
+AudioWriter::AudioWriter(const std::string& target, const AudioReader& source) : AudioWriter(target, source.info())
+{
+    // Formats without a place for a tag or a layout refuse it; the audio is what matters.
+    for (const auto& [id, text] : source.tags()) sf_set_string(file_.get(), id, text.c_str());
+    std::vector<int> layout = source.channelLayout();
+    if (!layout.empty())
+        sf_command(file_.get(), SFC_SET_CHANNEL_MAP_INFO, layout.data(), static_cast<int>(layout.size() * sizeof(int)));
 }
 
 // The sound file closes before its uncommitted PartialFile removes the file.

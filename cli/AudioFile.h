@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "PartialFile.h"
@@ -54,6 +55,10 @@ public:
     std::int64_t nonFiniteSamples() const { return nonFinite_; }
     // Whether the frame count is known (a file of no frames does not say).
     bool lengthKnown() const;
+    // The file's text tags (title, artist, ...: libsndfile's string ids with their text)
+    // and its channel layout (empty when it declares none), for a writer to keep.
+    std::vector<std::pair<int, std::string>> tags() const;
+    std::vector<int> channelLayout() const;
     // True for formats that decode to something other than what was encoded (Ogg,
     // Opus, MP3, GSM, ADPCM): writing them again changes every sample.
     bool lossy() const;
@@ -83,8 +88,11 @@ void noteLossyRewrite(const AudioReader& reader, const std::string& input, const
 
 class AudioWriter {
 public:
-    // Same format, subtype, rate and channel count as `format`.
+    // Same format, subtype, rate and channel count as `format`. No PEAK chunk, whose
+    // time stamp would make two runs' files differ.
     AudioWriter(const std::string& target, const SF_INFO& format);
+    // As `source`, whose text tags and channel layout it keeps too.
+    AudioWriter(const std::string& target, const AudioReader& source);
     ~AudioWriter();
     AudioWriter(const AudioWriter&) = delete;
     AudioWriter& operator=(const AudioWriter&) = delete;

@@ -236,7 +236,7 @@ void declickFile(const DeclickOptions& options)
     const int jobs = jobsFor(options, channels);
 
     noteLossyRewrite(reader, options.input, options.output);
-    AudioWriter writer(options.output, reader.info());
+    AudioWriter writer(options.output, reader);
     Progress progress(total, isatty(STDERR_FILENO) != 0 && !options.quiet);
     DeclickTally tally;
     const int engines = options.sharedEngine ? 1 : channels;

@@ -163,7 +163,7 @@ void declipFile(const DeclipOptions& options)
     RunTracker runs(reader.channels(), !options.report.empty());
     RestorePass restore(reader, options.input, levels);
     noteLossyRewrite(reader, options.input, options.output);
-    AudioWriter writer(options.output, reader.info());
+    AudioWriter writer(options.output, reader);
     double applied = gain.value_or(1.0);
     std::int64_t reclipped = 0;
     if (gain) {

@@ -111,7 +111,7 @@ void repairRegions(const RegionRequest& request)
     const std::vector<Patch> patches = repairAll(frames, regions);
 
     noteLossyRewrite(reader, request.input, request.output);
-    AudioWriter writer(request.output, reader.info());
+    AudioWriter writer(request.output, reader);
     writePatched(reader, writer, patches);
     writer.commit();
     for (const Region& r : regions)

@@ -103,7 +103,7 @@ void repairFile(const RepairOptions& options)
     requireRegionInside(start, length, frames, "'" + options.input + "'");
     const RepairOutcome outcome = runRepair(channels, rate, window, static_cast<int>(length), method);
     noteLossyRewrite(reader, options.input, options.output);
-    AudioWriter writer(options.output, reader.info());
+    AudioWriter writer(options.output, reader);
     writeRepaired(reader, writer, window, channels, frames);
     writer.commit();
 

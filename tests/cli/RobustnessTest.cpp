@@ -269,4 +269,43 @@ TEST_F(Robustness, FilesThatCannotSeekRepairAndDeclip)
     EXPECT_EQ(readSound(path("a.wav")).info.frames, readSound(gsm).info.frames);
 }
 
+// The output keeps the input's text tags and channel layout, and two runs write the
+// same bytes (a float file's PEAK chunk would carry the time of writing).
+TEST_F(Robustness, OutputsKeepTagsAndLayoutAndRepeatByteForByte)
+{
+    const std::string input = path("tagged.wav");
+    {
+        SF_INFO info{};
+        info.samplerate = 44100;
+        info.channels = 3;
+        info.format = SF_FORMAT_WAVEX | SF_FORMAT_FLOAT;
+        SNDFILE* file = sf_open(input.c_str(), SFM_WRITE, &info);
+        ASSERT_NE(file, nullptr);
+        int layout[3] = {SF_CHANNEL_MAP_LEFT, SF_CHANNEL_MAP_RIGHT, SF_CHANNEL_MAP_LFE};
+        sf_command(file, SFC_SET_CHANNEL_MAP_INFO, layout, sizeof layout);
+        sf_set_string(file, SF_STR_TITLE, "Take 3");
+        sf_set_string(file, SF_STR_ARTIST, "The Band");
+        std::vector<float> data(3 * 44100);
+        for (std::size_t i = 0; i < data.size(); ++i) data[i] = static_cast<float>(0.3 * std::sin(0.01 * i));
+        sf_writef_float(file, data.data(), 44100);
+        sf_close(file);
+    }
+    for (const char* name : {"a.wav", "b.wav"}) {
+        const Outcome run = ferrotip("repair " + input + " " + path(name) + " --start 0.5s --length 5ms");
+        ASSERT_EQ(run.status, 0) << run.output;
+    }
+    EXPECT_EQ(testsupport::fileChecksum(path("a.wav")), testsupport::fileChecksum(path("b.wav")));
+    SF_INFO info{};
+    SNDFILE* file = sf_open(path("a.wav").c_str(), SFM_READ, &info);
+    ASSERT_NE(file, nullptr);
+    const char* title = sf_get_string(file, SF_STR_TITLE);
+    const char* artist = sf_get_string(file, SF_STR_ARTIST);
+    EXPECT_STREQ(title ? title : "", "Take 3");
+    EXPECT_STREQ(artist ? artist : "", "The Band");
+    int layout[3] = {};
+    EXPECT_EQ(sf_command(file, SFC_GET_CHANNEL_MAP_INFO, layout, sizeof layout), SF_TRUE);
+    EXPECT_EQ(layout[2], SF_CHANNEL_MAP_LFE);
+    sf_close(file);
+}
+
 }  // namespace
