@@ -43,7 +43,13 @@ void DropoutScanner::take(int channel, double sample)
     ChannelState& s = states[channel];
     const double squaredFloor = criteria_.floor * criteria_.floor;
     const int near = nearFrames();
-    // Right sides of the runs that ended before this sample.
+    // A new value ends the run before it, and is the first sample of that run's right side.
+    if (position == 0 || sample != s.value) {
+        if (position > 0) endRun(s, channel);
+        s.value = sample;
+        s.runStart = position;
+        s.leftLoud = false;
+    }
     for (Pending& p : s.pending) {
         p.rightEnergy += sample * sample;
         if (p.rightCount < near) p.nearEnergy += sample * sample;
@@ -57,12 +63,6 @@ void DropoutScanner::take(int channel, double sample)
     }
     s.highest = std::max(s.highest, sample);
     s.lowest = std::min(s.lowest, sample);
-    if (position == 0 || sample != s.value) {
-        if (position > 0) endRun(s, channel);
-        s.value = sample;
-        s.runStart = position;
-        s.leftLoud = false;
-    }
     const std::int64_t size = static_cast<std::int64_t>(s.history.size());
     s.history[position % size] = sample;
     // When the run reaches its shortest length, its left side is still in the history.

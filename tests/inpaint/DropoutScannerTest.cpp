@@ -99,6 +99,25 @@ TEST(DropoutScanner, FindsEveryInsertedDropoutExactly)
     }
 }
 
+// Two dropouts with one sample of sound between them: that sample is the first one's
+// right side, so both are found.
+TEST(DropoutScanner, DropoutsOneSampleApartAreBothFound)
+{
+    const int rate = 44100;
+    std::vector<double> frames(2 * rate);
+    for (std::size_t f = 0; f < frames.size() / 2; ++f)
+        frames[2 * f] = frames[2 * f + 1] = 0.3 * std::sin(0.05 * static_cast<double>(f));
+    for (int f = 10000; f <= 10400; ++f)
+        if (f != 10200) frames[2 * f] = frames[2 * f + 1] = 0.0;
+    frames[2 * 10200] = frames[2 * 10200 + 1] = 0.12;
+    const auto found = scan(frames, rate, 65536);
+    ASSERT_EQ(found.size(), 2u);
+    EXPECT_EQ(found[0].first, 10000);
+    EXPECT_EQ(found[0].last, 10199);
+    EXPECT_EQ(found[1].first, 10201);
+    EXPECT_EQ(found[1].last, 10400);
+}
+
 // A synthetic tone: 1 s, a pause of 300 ms, a fade to zero with 100 ms of zeros, and
 // zeros at both ends.
 TEST(DropoutScanner, SilenceFadesAndEndsAreNotDropouts)
