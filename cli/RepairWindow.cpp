@@ -71,9 +71,10 @@ RepairWindow planRepair(const MethodInfo& method, int sampleRate, std::int64_t s
     const MethodDescription row = describe(method.index);
     const int limit = deriveCounts(row, sampleRate, 0).maxGapSamples;
     if (length > limit)
-        throw CliError("region of " + std::to_string(length) + " samples is longer than \"" +
-                       method.name + "\" allows: " + std::to_string(row.maxGapMs) + " ms, " +
-                       std::to_string(limit) + " samples at " + std::to_string(sampleRate) + " Hz");
+        throw CliError("region of " + std::to_string(length) + " samples is longer than \"" + method.name +
+                       "\" allows: " + std::to_string(row.maxGapMs) + " ms, " + std::to_string(limit) + " samples at " +
+                       std::to_string(sampleRate) + " Hz" +
+                       (sampleRate % 1000 == 0 ? "" : " (whole samples per ms: " + std::to_string(sampleRate / 1000) + ")"));
     const int gap = static_cast<int>(length);
     const MethodReach reach = methodReach(method.index, deriveCounts(row, sampleRate, gap), gap);
     RepairWindow window;
