@@ -116,6 +116,8 @@ Declipper::Stats Declipper::restore(const float* window, std::int64_t length, st
         const int sign = levels.sign(observed);
         if (sign == 0 || !(weight_[i - from] > 0.0)) continue;
         const float restored = static_cast<float>(sum_[i - from] / weight_[i - from]);
+        // Samples near the float range overflow the frames' power sums: keep the level there.
+        if (!std::isfinite(restored)) continue;
         out[i - from] = sign > 0 ? std::max(restored, observed) : std::min(restored, observed);
     }
     return stats;

@@ -44,6 +44,22 @@ TEST(Declipper, ChangesOnlyClippedSamplesAndKeepsThemBeyondTheLevel)
               hardclip::sdr(clean.data(), clipped.data(), clean.size()) + 10.0);
 }
 
+// A float file may hold values near the top of the float range: where the restoration
+// overflows, the clipped samples stay at the level rather than turning into NaN.
+TEST(Declipper, HugeSamplesComeBackFinite)
+{
+    Declipper declipper(FrameDeclipper::Settings::forSampleRate(44100));
+    constexpr float scale = 1e36f;
+    auto clean = declipsignals::tonal(20000, 21);
+    for (float& x : clean) x *= scale;
+    const auto clipped = hardclip::clip(clean, level * scale);
+    const auto restored = restoreWhole(declipper, clipped, ClipLevels::symmetric(level * scale));
+    for (std::size_t n = 0; n < clipped.size(); ++n) {
+        ASSERT_TRUE(std::isfinite(restored[n])) << n;
+        EXPECT_GE(std::fabs(restored[n]), std::fabs(clipped[n])) << n;
+    }
+}
+
 TEST(Declipper, CopiesAnUnclippedSignalWithoutSolvingAFrame)
 {
     Declipper declipper(FrameDeclipper::Settings::forSampleRate(44100));
