@@ -4,8 +4,10 @@
 // to try `ferrotip repair` on.
 #include <sndfile.h>
 
+#include <cctype>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <vector>
 
@@ -124,6 +126,13 @@ void writeDamagedExample(const std::string& path, const std::vector<std::vector<
 
 void runDemo(const std::string& writePath)
 {
+    if (!writePath.empty()) {
+        std::string extension = std::filesystem::path(writePath).extension().string();
+        for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        if (extension != ".wav")
+            throw CliError("--write '" + writePath + "': the example is a float WAV file; give a name ending in .wav");
+        requireFileTarget(writePath, "--write '" + writePath + "'");
+    }
     const auto clean = recordingLike();
     std::printf("signal-to-error ratio over the damaged region (higher is closer to the original)\n");
     std::printf("#  %-27s %13s  %10s  %10s\n", "method", "damage", "damaged", "repaired");

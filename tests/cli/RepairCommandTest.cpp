@@ -194,6 +194,10 @@ TEST_F(CliTest, DemoPrintsEveryMethodAndWritesItsExample)
     for (const char* name : {"Linear Interpolation", "Normal Clicks", "Waveform Replacment Left"})
         EXPECT_NE(run.output.find(name), std::string::npos);
     EXPECT_EQ(testsupport::readSoundFile<int>(path("demo.wav")).info.channels, 2);
+    const Outcome flac = ferrotip("demo --write " + path("demo.flac"));
+    EXPECT_NE(flac.status, 0);
+    EXPECT_NE(flac.output.find("ending in .wav"), std::string::npos) << flac.output;
+    EXPECT_FALSE(fs::exists(path("demo.flac")));
 }
 
 // Two runs of these tests on one machine (two build trees) must not share a folder.
