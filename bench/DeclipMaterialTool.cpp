@@ -1,5 +1,5 @@
 // Helper of scripts/bench-declip.sh (not a benchmark):
-//   declip_material make music|speech|speech44|dialogue SECONDS SDR DIR
+//   declip_material make music|speech|speech44|voices44|dialogue SECONDS SDR DIR
 //       writes DIR/clean.wav and DIR/clipped.wav (mono float), a seeded excerpt
 //       hard clipped to SDR dB;
 //   declip_material sdr CLEAN TEST   prints SDR(TEST, CLEAN) in dB;
@@ -85,7 +85,7 @@ int main(int argc, char** argv)
     }
     if (args.size() == 4 && args[0] == "loop") return loop(args[1], std::atof(args[2].c_str()), args[3]);
     std::fprintf(stderr,
-                 "usage: declip_material make music|speech|speech44|dialogue SECONDS SDR DIR | sdr CLEAN TEST | "
+                 "usage: declip_material make music|speech|speech44|voices44|dialogue SECONDS SDR DIR | sdr CLEAN TEST | "
                  "loop IN SECONDS OUT\n");
     return 2;
 }

@@ -2,25 +2,26 @@
 # One-run comparison of `ferrotip declip` with ffmpeg's adeclip (defaults, one
 # thread) on seeded excerpts of real music (lmms-common, 44.1 kHz), speech
 # (ktuberling-data fr/it/es/nl words, 8 kHz), speech44 (its French words at
-# 44.1 kHz, without the flat-topped ones) and dialogue (fillets-ng-data-nl, acted
+# 44.1 kHz, without the flat-topped ones), voices44 (its el/gl/sl/uk/wa words, 44.1 kHz,
+# likewise) and dialogue (fillets-ng-data-nl, acted
 # Dutch lines, 22.05 kHz), hard clipped to input SDRs of 1 to 20 dB.
 # Prints the improvement in SDR (dB) and the processor time (user + system, one
 # thread each, so a busy machine does not skew the ratio) of each, and ferrotip's
 # real-time factor at 7 dB. adeclip's cost grows with the cube of the clipped
 # samples per window (about a minute per second of music at 1 dB), so the heavy
 # clipping levels of music use excerpts of a few seconds (10 s at 10 dB), those of
-# speech44 2-10 s (1-7 dB), and those of speech and dialogue (8 and 22.05 kHz, far
+# speech44 and voices44 2-10 s (1-7 dB), and those of speech and dialogue (8 and 22.05 kHz, far
 # cheaper) 10 s; the other levels use 30 s, so that the processor time measures the
 # processing rather than the start of either program. Not run by CI.
 #
 #   scripts/bench-declip.sh [BUILD_DIR [KIND...]]
 #       BUILD_DIR: default build-release, with the ferrotip and declip_material targets;
-#       KIND: music, speech, speech44, dialogue (default: all four).
+#       KIND: music, speech, speech44, voices44, dialogue (default: all five).
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build=${1:-$root/build-release}
 kinds=("${@:2}")
-[ ${#kinds[@]} -gt 0 ] || kinds=(music speech speech44 dialogue)
+[ ${#kinds[@]} -gt 0 ] || kinds=(music speech speech44 voices44 dialogue)
 ferrotip=$build/cli/ferrotip
 material=$build/bench/declip_material
 work=$(mktemp -d)
@@ -36,7 +37,8 @@ levels=(1 3 5 7 10 15 20)
 seconds_at() {
   case $1-$2 in
     music-1) echo 1 ;; music-3) echo 2 ;; music-5|music-7) echo 3 ;; music-10|speech-1|speech-3|dialogue-1|dialogue-3) echo 10 ;;
-    speech44-1) echo 2 ;; speech44-3) echo 3 ;; speech44-5) echo 5 ;; speech44-7) echo 10 ;; *) echo 30 ;;
+    speech44-1|voices44-1) echo 2 ;; speech44-3|voices44-3) echo 3 ;; speech44-5|voices44-5) echo 5 ;;
+    speech44-7|voices44-7) echo 10 ;; *) echo 30 ;;
   esac
 }
 # cpu_seconds LOG COMMAND...: runs COMMAND, stdout to LOG, prints its user + system time.

@@ -1,7 +1,8 @@
 // Real recordings for the declipper's tests and benchmarks, from Debian packages
 // that scripts/install-deps.sh installs: music from lmms-common (instrument and loop
 // samples), speech from ktuberling-data (French, Italian, Spanish and Dutch
-// words, 8 kHz) and dialogue from fillets-ng-data-nl (Dutch lines voiced by actors,
+// words, 8 kHz; the French ones also at 44.1 kHz, and five other languages' at
+// 44.1 kHz) and dialogue from fillets-ng-data-nl (Dutch lines voiced by actors,
 // 22.05 kHz). An excerpt is the first channel of files picked with the classic 15-bit
 // generator from `seed`, joined end to end until `seconds` are gathered, at the
 // first file's rate, scaled to a peak of 0.9. Files that are clipped already (a
@@ -48,6 +49,14 @@ inline std::vector<std::string> speechFiles()
     return filesUnder({root + "fr", root + "it", root + "es", root + "nl"}, ".wav");
 }
 
+// Words of five other languages of ktuberling-data at 44.1 kHz (Greek, Galician,
+// Slovenian, Ukrainian, Walloon; Ogg Vorbis), which no other part's material uses.
+inline std::vector<std::string> voicesFiles()
+{
+    const std::string root = "/usr/share/ktuberling/sounds/";
+    return filesUnder({root + "el", root + "gl", root + "sl", root + "uk", root + "wa"}, ".ogg");
+}
+
 inline std::vector<std::string> dialogueFiles()
 {
     std::vector<std::string> dutch;
@@ -79,6 +88,7 @@ inline std::vector<std::string> filesOf(const std::string& material)
     if (material == "music") return musicFiles();
     if (material == "dialogue") return dialogueFiles();
     if (material == "speech44") return filesAtRate(speechFiles(), 44100);
+    if (material == "voices44") return filesAtRate(voicesFiles(), 44100);
     return speechFiles();
 }
 
@@ -154,10 +164,10 @@ inline Excerpt excerpt(const std::vector<std::string>& files, unsigned seed, dou
     return result;
 }
 
-// The excerpt of `material` ("music", "speech", "speech44" or "dialogue").
+// The excerpt of `material` ("music", "speech", "speech44", "voices44" or "dialogue").
 inline Excerpt excerptOf(const std::string& material, unsigned seed, double seconds)
 {
-    return excerpt(filesOf(material), seed, seconds, material == "speech44");
+    return excerpt(filesOf(material), seed, seconds, material == "speech44" || material == "voices44");
 }
 
 }  // namespace declipmaterial
