@@ -13,6 +13,9 @@ constexpr int searchBins = ClipLevelFinder::binsPerOctave / 2;  // the top half 
 constexpr std::int64_t minimumClipped = 16;
 constexpr std::int64_t humpOverBelow = 4;      // hump density over the density below it
 constexpr int referenceOffset = ClipLevelFinder::binsPerOctave / 4;  // about 16% below the level
+constexpr int valuesWeighed = 4;               // values just below the level a pile is weighed against
+constexpr std::int64_t plateauOverValue = 4;   // a one-value pile over the heaviest value just below it
+constexpr std::int64_t humpOverValue = 16;     // a spread hump over the heaviest value just below it
 
 std::int64_t bandCount(const std::vector<std::uint32_t>& histogram, int first, int last)
 {
@@ -39,6 +42,32 @@ int quantumBelow(const std::vector<std::uint32_t>& histogram, int top)
         ++seen;
     }
     return seen == 0 ? 1 : closest;
+}
+
+// The most samples one value holds among the `valuesWeighed` occupied bins below
+// `level` (0 when nothing lies below it).
+std::int64_t heaviestValueBelow(const std::vector<std::uint32_t>& histogram, int level)
+{
+    std::uint32_t heaviest = 0;
+    for (int bin = level - 1, seen = 0; bin > 0 && seen < valuesWeighed; --bin) {
+        if (histogram[bin] == 0) continue;
+        heaviest = std::max(heaviest, histogram[bin]);
+        ++seen;
+    }
+    return heaviest;
+}
+
+// A periodic signal repeats the same few values every cycle, so the top of its
+// histogram is a comb: where a crest holds only a few values, a band catches a
+// pile much denser than the sparse teeth below it. But each value of the cycle
+// holds as many samples as the crest's (a quantised crest's top step at most
+// about 2.4 times the next), while a clip level holds far more than any one value
+// just below it, and a codec spreads it over many values. A pile with nothing
+// below it (a two-level square) was never approached by a waveform.
+bool outweighsTheValuesBelow(const std::vector<std::uint32_t>& histogram, int level, std::int64_t pile, bool oneValue)
+{
+    const std::int64_t heaviest = heaviestValueBelow(histogram, level);
+    return heaviest > 0 && pile >= (oneValue ? plateauOverValue : humpOverValue) * heaviest;
 }
 
 }  // namespace
@@ -120,7 +149,9 @@ float ClipLevelFinder::levelOf(const Polarity& polarity)
     const bool overshoots = top - densest >= crestBands * band;
     const bool standsOut = densestCount >= humpOverBelow * justBelow ||
                            ((plateau || overshoots) && densestCount >= humpOverBelow * wellBelow);
-    if (densestCount < minimumClipped || !standsOut) return ClipLevels::none;
+    const std::int64_t pile = plateau ? histogram[top] : densestCount;
+    if (densestCount < minimumClipped || !standsOut || !outweighsTheValuesBelow(histogram, level, pile, plateau))
+        return ClipLevels::none;
     return lowerEdge(level);
 }
 
