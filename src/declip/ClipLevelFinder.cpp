@@ -44,12 +44,13 @@ int quantumBelow(const std::vector<std::uint32_t>& histogram, int top)
     return seen == 0 ? 1 : closest;
 }
 
-// The most samples one value holds among the `valuesWeighed` occupied bins below
-// `level` (0 when nothing lies below it).
+// The most samples one value holds among the `valuesWeighed` occupied bins within
+// an octave below `level` (0 when none lies there).
 std::int64_t heaviestValueBelow(const std::vector<std::uint32_t>& histogram, int level)
 {
     std::uint32_t heaviest = 0;
-    for (int bin = level - 1, seen = 0; bin > 0 && seen < valuesWeighed; --bin) {
+    const int lowest = std::max(level - ClipLevelFinder::binsPerOctave, 1);
+    for (int bin = level - 1, seen = 0; bin >= lowest && seen < valuesWeighed; --bin) {
         if (histogram[bin] == 0) continue;
         heaviest = std::max(heaviest, histogram[bin]);
         ++seen;
@@ -62,8 +63,9 @@ std::int64_t heaviestValueBelow(const std::vector<std::uint32_t>& histogram, int
 // pile much denser than the sparse teeth below it. But each value of the cycle
 // holds as many samples as the crest's (a quantised crest's top step at most
 // about 2.4 times the next), while a clip level holds far more than any one value
-// just below it, and a codec spreads it over many values. A pile with nothing
-// below it (a two-level square) was never approached by a waveform.
+// just below it, and a codec spreads it over many values. A pile with no value
+// within an octave below it (a square of two levels) was never approached by a
+// waveform.
 bool outweighsTheValuesBelow(const std::vector<std::uint32_t>& histogram, int level, std::int64_t pile, bool oneValue)
 {
     const std::int64_t heaviest = heaviestValueBelow(histogram, level);

@@ -13,7 +13,7 @@
 // A periodic signal piles up at its crest too, in the few values its cycle
 // repeats, each as heavy as the crest's: a pile counts only if it holds far more
 // than any of the four values just below it (four times where one value holds it,
-// sixteen times a spread hump) and there are values below it at all.
+// sixteen times a spread hump), and some value must lie within an octave below it.
 // Each polarity is judged on its own (asymmetric clipping, DC offsets).
 //
 // Histogram: 2048 bins per octave of |x| from 2^-24 up, built with frexp, so the

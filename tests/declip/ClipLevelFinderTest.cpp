@@ -112,16 +112,24 @@ TEST(ClipLevelFinder, FindsNoClippingInTwoTonesOfWholeCycles)
         }
 }
 
-// A naive square wave holds two values, one per polarity: no waveform rises to
-// its level, so there is nothing to restore.
-TEST(ClipLevelFinder, TakesATwoLevelSquareWaveForUnclipped)
+// A naive square wave holds two values, one per polarity, and 8 kHz sampled at
+// 48 kHz in phase with zero holds little more (its zeros off by a step now and
+// then): no waveform rises to their level, so there is nothing to restore.
+TEST(ClipLevelFinder, TakesAFlatToppedWaveNothingRisesToForUnclipped)
 {
     for (const std::size_t period : {4, 48, 100}) {
         std::vector<float> square(48000);
-        for (std::size_t t = 0; t < square.size(); ++t) square[t] = (t % period) < period / 2 ? 0.5f : -0.5f;
+        for (std::size_t t = 0; t < square.size(); ++t) square[t] = t % period < period / 2 ? 0.5f : -0.5f;
         const ClipLevels levels = levelsOf(square);
         EXPECT_FALSE(levels.any()) << period << ": " << levels.positive << ", " << levels.negative;
     }
+    auto sixSampleCycle = tones(48000, {{8000.0, 0.5, 0.0}}, pcm16);
+    for (std::size_t t = 0; t < sixSampleCycle.size(); t += 6 * 8) {
+        sixSampleCycle[t] += static_cast<float>(pcm16);
+        sixSampleCycle[t + 3] -= static_cast<float>(pcm16);
+    }
+    const ClipLevels levels = levelsOf(sixSampleCycle);
+    EXPECT_FALSE(levels.any()) << levels.positive << ", " << levels.negative;
 }
 
 // Clipped deep enough, a tone of whole cycles holds many samples per cycle at the
