@@ -13,8 +13,8 @@ constexpr int searchBins = ClipLevelFinder::binsPerOctave / 2;  // the top half 
 constexpr std::int64_t minimumClipped = 16;
 constexpr std::int64_t humpOverBelow = 4;      // hump density over the density below it
 constexpr int referenceOffset = ClipLevelFinder::binsPerOctave / 4;  // about 16% below the level
-constexpr int valuesWeighed = 4;               // values just below the level a pile is weighed against
-constexpr std::int64_t plateauOverValue = 4;   // a one-value pile over the heaviest value just below it
+constexpr int valuesWeighed = 4;               // values just below a pile it is weighed against
+constexpr std::int64_t plateauOverValue = 4;   // a pile one value holds over the heaviest value below it
 constexpr std::int64_t humpOverValue = 16;     // a spread hump over the heaviest value just below it
 
 std::int64_t bandCount(const std::vector<std::uint32_t>& histogram, int first, int last)
@@ -45,12 +45,12 @@ int quantumBelow(const std::vector<std::uint32_t>& histogram, int top)
 }
 
 // The most samples one value holds among the `valuesWeighed` occupied bins within
-// an octave below `level` (0 when none lies there).
-std::int64_t heaviestValueBelow(const std::vector<std::uint32_t>& histogram, int level)
+// an octave below `bottom` (0 when none lies there).
+std::int64_t heaviestValueBelow(const std::vector<std::uint32_t>& histogram, int bottom)
 {
     std::uint32_t heaviest = 0;
-    const int lowest = std::max(level - ClipLevelFinder::binsPerOctave, 1);
-    for (int bin = level - 1, seen = 0; bin >= lowest && seen < valuesWeighed; --bin) {
+    const int lowest = std::max(bottom - ClipLevelFinder::binsPerOctave, 1);
+    for (int bin = bottom - 1, seen = 0; bin >= lowest && seen < valuesWeighed; --bin) {
         if (histogram[bin] == 0) continue;
         heaviest = std::max(heaviest, histogram[bin]);
         ++seen;
@@ -66,9 +66,11 @@ std::int64_t heaviestValueBelow(const std::vector<std::uint32_t>& histogram, int
 // just below it, and a codec spreads it over many values. A pile with no value
 // within an octave below it (a square of two levels) was never approached by a
 // waveform.
-bool outweighsTheValuesBelow(const std::vector<std::uint32_t>& histogram, int level, std::int64_t pile, bool oneValue)
+// `bottom` is the pile's lowest bin: a clipped plateau split over neighbouring
+// values (by dither, say) is weighed as one pile.
+bool outweighsTheValuesBelow(const std::vector<std::uint32_t>& histogram, int bottom, std::int64_t pile, bool oneValue)
 {
-    const std::int64_t heaviest = heaviestValueBelow(histogram, level);
+    const std::int64_t heaviest = heaviestValueBelow(histogram, bottom);
     return heaviest > 0 && pile >= (oneValue ? plateauOverValue : humpOverValue) * heaviest;
 }
 
@@ -151,8 +153,8 @@ float ClipLevelFinder::levelOf(const Polarity& polarity)
     const bool overshoots = top - densest >= crestBands * band;
     const bool standsOut = densestCount >= humpOverBelow * justBelow ||
                            ((plateau || overshoots) && densestCount >= humpOverBelow * wellBelow);
-    const std::int64_t pile = plateau ? histogram[top] : densestCount;
-    if (densestCount < minimumClipped || !standsOut || !outweighsTheValuesBelow(histogram, level, pile, plateau))
+    const int bottom = std::min(level, densest);  // the band, or the hump down to the level
+    if (densestCount < minimumClipped || !standsOut || !outweighsTheValuesBelow(histogram, bottom, densestCount, plateau))
         return ClipLevels::none;
     return lowerEdge(level);
 }

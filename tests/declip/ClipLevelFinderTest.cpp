@@ -175,6 +175,23 @@ TEST(ClipLevelFinder, FindsAHardClipLevelBelowFullScale)
     }
 }
 
+// Dither after clipping at full scale leaves some of the plateau a step below the
+// rest, in the bin below: that value belongs to the pile, not to the values it
+// must outweigh.
+TEST(ClipLevelFinder, FindsAPlateauSplitOverTwoValues)
+{
+    auto overdriven = declipsignals::tonal(44100, 3);
+    for (float& x : overdriven) x *= 1.3f;
+    auto clipped = quantised(hardclip::clip(overdriven, 1.0f), pcm16);
+    std::int64_t plateau = 0;
+    for (float& x : clipped)
+        if (std::fabs(x) >= 1.0f && plateau++ % 3 == 0) x -= std::copysign(static_cast<float>(pcm16), x);
+    const ClipLevels found = levelsOf(clipped);
+    const float tolerance = binTolerance + static_cast<float>(pcm16);
+    EXPECT_NEAR(found.positive, 1.0f, tolerance);
+    EXPECT_NEAR(found.negative, 1.0f, tolerance);
+}
+
 TEST(ClipLevelFinder, JudgesEachPolarityOnItsOwn)
 {
     auto signal = declipsignals::tonal(44100, 4);
