@@ -66,8 +66,8 @@ std::int64_t heaviestValueBelow(const std::vector<std::uint32_t>& histogram, int
 // just below it, and a codec spreads it over many values. A pile with no value
 // within an octave below it (a square of two levels) was never approached by a
 // waveform.
-// `bottom` is the pile's lowest bin: a clipped plateau split over neighbouring
-// values (by dither, say) is weighed as one pile.
+// Only values below `bottom`, the lowest bin of the band or hump, are weighed: a
+// plateau's neighbours within the band (where dither split it, say) are not.
 bool outweighsTheValuesBelow(const std::vector<std::uint32_t>& histogram, int bottom, std::int64_t pile, bool oneValue)
 {
     const std::int64_t heaviest = heaviestValueBelow(histogram, bottom);
@@ -154,7 +154,8 @@ float ClipLevelFinder::levelOf(const Polarity& polarity)
     const bool standsOut = densestCount >= humpOverBelow * justBelow ||
                            ((plateau || overshoots) && densestCount >= humpOverBelow * wellBelow);
     const int bottom = std::min(level, densest);  // the band, or the hump down to the level
-    if (densestCount < minimumClipped || !standsOut || !outweighsTheValuesBelow(histogram, bottom, densestCount, plateau))
+    const std::int64_t pile = plateau ? histogram[top] : densestCount;
+    if (densestCount < minimumClipped || !standsOut || !outweighsTheValuesBelow(histogram, bottom, pile, plateau))
         return ClipLevels::none;
     return lowerEdge(level);
 }
