@@ -96,6 +96,23 @@ TEST(ClipLevelFinder, FindsNoClippingInAToneOfWholeCycles)
     }
 }
 
+// Every cycle length up to 160 samples, at phases that put two crest samples in
+// one bin or spread them: the crest's teeth crowd differently at each.
+TEST(ClipLevelFinder, FindsNoClippingInTonesOfEveryShortCycle)
+{
+    const int rate = 12000;
+    for (int period = 3; period <= 160; ++period)
+        for (const double amplitude : {0.05, 0.3, 0.9})
+            for (const double phase : {0.15, 0.45, 1.7})
+                for (const double step : {0.0, pcm16}) {
+                    const double hertz = static_cast<double>(rate) / period;
+                    const ClipLevels levels = levelsOf(tones(rate, {{hertz, amplitude, phase}}, step));
+                    EXPECT_FALSE(levels.any()) << period << " samples a cycle at " << amplitude << ", phase " << phase
+                                               << ", step " << step << ": " << levels.positive << ", "
+                                               << levels.negative;
+                }
+}
+
 TEST(ClipLevelFinder, FindsNoClippingInTwoTonesOfWholeCycles)
 {
     const struct {
