@@ -66,8 +66,8 @@ std::int64_t heaviestValueBelow(const std::vector<std::uint32_t>& histogram, int
 // just below it, and a codec spreads it over many values. A pile with no value
 // within an octave below it (a square of two levels) was never approached by a
 // waveform.
-// Only values below `bottom`, the lowest bin of the band or hump, are weighed: a
-// plateau's neighbours within the band (where dither split it, say) are not.
+// Only values below `bottom`, the pile's lowest bin, are weighed: a plateau's
+// neighbours within a band of it (where dither split it, say) are not.
 bool outweighsTheValuesBelow(const std::vector<std::uint32_t>& histogram, int bottom, std::int64_t pile, bool oneValue)
 {
     const std::int64_t heaviest = heaviestValueBelow(histogram, bottom);
@@ -153,7 +153,8 @@ float ClipLevelFinder::levelOf(const Polarity& polarity)
     const bool overshoots = top - densest >= crestBands * band;
     const bool standsOut = densestCount >= humpOverBelow * justBelow ||
                            ((plateau || overshoots) && densestCount >= humpOverBelow * wellBelow);
-    const int bottom = std::min(level, densest);  // the band, or the hump down to the level
+    // The pile: the top value with its band, or the densest band and the hump down to the level.
+    const int bottom = plateau ? top - band + 1 : std::min(level, densest);
     const std::int64_t pile = plateau ? histogram[top] : densestCount;
     if (densestCount < minimumClipped || !standsOut || !outweighsTheValuesBelow(histogram, bottom, pile, plateau))
         return ClipLevels::none;

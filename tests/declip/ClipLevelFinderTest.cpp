@@ -209,6 +209,19 @@ TEST(ClipLevelFinder, FindsAPlateauSplitOverTwoValues)
     EXPECT_NEAR(found.negative, 1.0f, tolerance);
 }
 
+// A plateau one value holds is weighed against the values just below it, though
+// the densest band lie further down (here a steady tone's crest, 8-bit).
+TEST(ClipLevelFinder, FindsAPlateauAboveADenserBand)
+{
+    const float level = 0.7f;
+    auto signal = hardclip::clip(declipsignals::tonal(44100, 3), level);
+    for (const float x : tones(18000, {{180.3, 0.6, 0.0}}, 0.0)) signal.push_back(x);
+    const double step = 1.0 / 128.0;
+    const ClipLevels found = levelsOf(quantised(signal, step));
+    EXPECT_NEAR(found.positive, level, step);
+    EXPECT_NEAR(found.negative, level, step);
+}
+
 TEST(ClipLevelFinder, JudgesEachPolarityOnItsOwn)
 {
     auto signal = declipsignals::tonal(44100, 4);
