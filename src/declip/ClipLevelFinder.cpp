@@ -15,7 +15,7 @@ constexpr std::int64_t humpOverBelow = 4;      // hump density over the density 
 constexpr int referenceOffset = ClipLevelFinder::binsPerOctave / 4;  // about 16% below the level
 constexpr int valuesWeighed = 4;               // values just below a pile it is weighed against
 constexpr std::int64_t plateauOverValue = 4;   // a pile one value holds over the heaviest value below it
-constexpr std::int64_t humpOverValue = 16;     // a spread hump over the heaviest value just below it
+constexpr std::int64_t humpOverValue = 16;     // a spread hump over the heaviest value below it
 
 std::int64_t bandCount(const std::vector<std::uint32_t>& histogram, int first, int last)
 {
