@@ -13,6 +13,9 @@ constexpr int searchBins = ClipLevelFinder::binsPerOctave / 2;  // the top half 
 constexpr std::int64_t minimumClipped = 16;
 constexpr std::int64_t humpOverBelow = 4;      // hump density over the density below it
 constexpr int referenceOffset = ClipLevelFinder::binsPerOctave / 4;  // about 16% below the level
+constexpr int valuesWeighed = 4;               // values just below a pile it is weighed against
+constexpr std::int64_t plateauOverValue = 4;   // a pile one value holds over the heaviest value below it
+constexpr std::int64_t humpOverValue = 16;     // a spread hump over the heaviest value below it
 
 std::int64_t bandCount(const std::vector<std::uint32_t>& histogram, int first, int last)
 {
@@ -39,6 +42,36 @@ int quantumBelow(const std::vector<std::uint32_t>& histogram, int top)
         ++seen;
     }
     return seen == 0 ? 1 : closest;
+}
+
+// The most samples one value holds among the `valuesWeighed` occupied bins within
+// an octave below `bottom` (0 when none lies there).
+std::int64_t heaviestValueBelow(const std::vector<std::uint32_t>& histogram, int bottom)
+{
+    std::uint32_t heaviest = 0;
+    const int lowest = std::max(bottom - ClipLevelFinder::binsPerOctave, 1);
+    for (int bin = bottom - 1, seen = 0; bin >= lowest && seen < valuesWeighed; --bin) {
+        if (histogram[bin] == 0) continue;
+        heaviest = std::max(heaviest, histogram[bin]);
+        ++seen;
+    }
+    return heaviest;
+}
+
+// A periodic signal repeats the same few values every cycle, so the top of its
+// histogram is a comb: where a crest holds only a few values, a band catches a
+// pile much denser than the sparse teeth below it. But each value of the cycle
+// holds as many samples as the crest's (a quantised crest's top step at most
+// about 2.4 times the next), while a clip level holds far more than any one value
+// just below it, and a codec spreads it over many values. A pile with no value
+// within an octave below it (a square of two levels) was never approached by a
+// waveform.
+// Only values below `bottom`, the pile's lowest bin, are weighed: a plateau's
+// neighbours within a band of it (where dither split it, say) are not.
+bool outweighsTheValuesBelow(const std::vector<std::uint32_t>& histogram, int bottom, std::int64_t pile, bool oneValue)
+{
+    const std::int64_t heaviest = heaviestValueBelow(histogram, bottom);
+    return heaviest > 0 && pile >= (oneValue ? plateauOverValue : humpOverValue) * heaviest;
 }
 
 }  // namespace
@@ -120,7 +153,11 @@ float ClipLevelFinder::levelOf(const Polarity& polarity)
     const bool overshoots = top - densest >= crestBands * band;
     const bool standsOut = densestCount >= humpOverBelow * justBelow ||
                            ((plateau || overshoots) && densestCount >= humpOverBelow * wellBelow);
-    if (densestCount < minimumClipped || !standsOut) return ClipLevels::none;
+    // The pile: the top value with its band, or the densest band and the hump down to the level.
+    const int bottom = plateau ? top - band + 1 : std::min(level, densest);
+    const std::int64_t pile = plateau ? histogram[top] : densestCount;
+    if (densestCount < minimumClipped || !standsOut || !outweighsTheValuesBelow(histogram, bottom, pile, plateau))
+        return ClipLevels::none;
     return lowerEdge(level);
 }
 

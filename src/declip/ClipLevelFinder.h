@@ -10,6 +10,10 @@
 // one value holds the hump or samples lie above it (a codec's overshoot; the crest of
 // a steady tone piles up samples too, but has nothing above). The level is the lower
 // edge of that hump, so codec ripple at the plateau counts as clipped.
+// A periodic signal piles up at its crest too, in the few values its cycle
+// repeats, each as heavy as the crest's: a pile counts only if it holds far more
+// than any of the four values just below it (four times where one value holds it,
+// sixteen times a spread hump), and some value must lie within an octave below it.
 // Each polarity is judged on its own (asymmetric clipping, DC offsets).
 //
 // Histogram: 2048 bins per octave of |x| from 2^-24 up, built with frexp, so the

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <vector>
 
@@ -28,22 +29,156 @@ TEST(ClipLevelFinder, FindsNoClippingInAnUnclippedSignal)
     }
 }
 
+// Rounds to a grid of `step` (none when 0): a PCM file's samples.
+float quantised(double x, double step) { return static_cast<float>(step > 0.0 ? std::round(x / step) * step : x); }
+
+std::vector<float> quantised(std::vector<float> signal, double step)
+{
+    for (float& x : signal) x = quantised(x, step);
+    return signal;
+}
+
+struct Tone {
+    double hertz, amplitude, phase;
+};
+
+// One second of a sum of tones at `rate`, on a grid of `step`.
+std::vector<float> tones(int rate, const std::vector<Tone>& parts, double step)
+{
+    std::vector<float> signal(static_cast<std::size_t>(rate));
+    for (std::size_t t = 0; t < signal.size(); ++t) {
+        double x = 0.0;
+        for (const Tone& part : parts)
+            x += part.amplitude * std::sin(2.0 * M_PI * part.hertz * static_cast<double>(t) / rate + part.phase);
+        signal[t] = quantised(x, step);
+    }
+    return signal;
+}
+
+constexpr double pcm16 = 1.0 / 32768.0;
+
 // A steady tone's crest piles samples up just below its peak much as a codec-spread
 // clip does, but nothing lies above it.
 TEST(ClipLevelFinder, FindsNoClippingInASteadyTone)
 {
     for (const double hertz : {100.0, 440.0, 1000.0, 5000.0})
         for (const double amplitude : {0.5, 0.9})
-            for (const double step : {0.0, 1.0 / 32768.0}) {
-                std::vector<float> tone(88200);
-                for (std::size_t t = 0; t < tone.size(); ++t) {
-                    const double x = amplitude * std::sin(2.0 * M_PI * hertz * static_cast<double>(t) / 44100.0);
-                    tone[t] = static_cast<float>(step > 0.0 ? std::round(x / step) * step : x);
-                }
-                const ClipLevels levels = levelsOf(tone);
+            for (const double step : {0.0, pcm16}) {
+                const ClipLevels levels = levelsOf(tones(44100, {{hertz, amplitude, 0.0}}, step));
                 EXPECT_FALSE(levels.any()) << hertz << " Hz at " << amplitude << ", step " << step << ": "
                                            << levels.positive << ", " << levels.negative;
             }
+}
+
+// Rates and frequencies whose cycle is a whole number of samples (or a few cycles
+// are): every cycle repeats the same values, so the histogram's top is a comb whose
+// crest teeth crowd into one band like a clip level's pile.
+struct Cycle {
+    int rate;
+    double hertz;
+};
+constexpr Cycle wholeCycles[] = {{48000, 1000.0}, {48000, 2000.0}, {48000, 8000.0}, {48000, 12000.0},
+                                 {96000, 1000.0}, {44100, 441.0},  {44100, 1102.5}, {8000, 300.0},
+                                 {8000, 100.0},   {16000, 3000.0}, {22050, 2205.0}};
+
+TEST(ClipLevelFinder, FindsNoClippingInAToneOfWholeCycles)
+{
+    for (const Cycle& cycle : wholeCycles) {
+        const double halfSample = M_PI * cycle.hertz / cycle.rate;  // the peak midway between two samples
+        for (const double amplitude : {0.05, 0.3, 0.9, 0.999})
+            for (const double phase : {0.0, halfSample, 1.0})
+                for (const double step : {0.0, pcm16}) {
+                    const ClipLevels levels = levelsOf(tones(cycle.rate, {{cycle.hertz, amplitude, phase}}, step));
+                    EXPECT_FALSE(levels.any()) << cycle.hertz << " Hz at " << cycle.rate << ", amplitude " << amplitude
+                                               << ", phase " << phase << ", step " << step << ": " << levels.positive
+                                               << ", " << levels.negative;
+                }
+    }
+}
+
+// Every cycle length up to 160 samples, at phases that put two crest samples in
+// one bin or spread them: the crest's teeth crowd differently at each.
+TEST(ClipLevelFinder, FindsNoClippingInTonesOfEveryShortCycle)
+{
+    const int rate = 12000;
+    for (int period = 3; period <= 160; ++period)
+        for (const double amplitude : {0.05, 0.3, 0.9})
+            for (const double phase : {0.15, 0.45, 1.7})
+                for (const double step : {0.0, pcm16}) {
+                    const double hertz = static_cast<double>(rate) / period;
+                    const ClipLevels levels = levelsOf(tones(rate, {{hertz, amplitude, phase}}, step));
+                    EXPECT_FALSE(levels.any()) << period << " samples a cycle at " << amplitude << ", phase " << phase
+                                               << ", step " << step << ": " << levels.positive << ", "
+                                               << levels.negative;
+                }
+}
+
+TEST(ClipLevelFinder, FindsNoClippingInTwoTonesOfWholeCycles)
+{
+    const struct {
+        int rate;
+        Tone first, second;
+    } pairs[] = {{48000, {1000.0, 0.3, 0.0}, {3000.0, 0.2, 0.5}},  {48000, {1000.0, 0.4, 0.3}, {1500.0, 0.4, 1.1}},
+                 {8000, {300.0, 0.25, 0.0}, {500.0, 0.25, 2.0}},   {44100, {441.0, 0.5, 0.0}, {882.0, 0.3, 0.7}},
+                 {96000, {2000.0, 0.45, 1.3}, {3000.0, 0.3, 0.2}}, {16000, {1000.0, 0.3, 0.0}, {2000.0, 0.3, 0.0}}};
+    for (const auto& pair : pairs)
+        for (const double step : {0.0, pcm16}) {
+            const ClipLevels levels = levelsOf(tones(pair.rate, {pair.first, pair.second}, step));
+            EXPECT_FALSE(levels.any()) << pair.first.hertz << " + " << pair.second.hertz << " Hz at " << pair.rate
+                                       << ", step " << step << ": " << levels.positive << ", " << levels.negative;
+        }
+}
+
+// A naive square wave holds two values, one per polarity, and 8 kHz sampled at
+// 48 kHz in phase with zero holds little more (its zeros off by a step now and
+// then): no waveform rises to their level, so there is nothing to restore.
+TEST(ClipLevelFinder, TakesAFlatToppedWaveNothingRisesToForUnclipped)
+{
+    for (const std::size_t period : {4, 48, 100}) {
+        std::vector<float> square(48000);
+        for (std::size_t t = 0; t < square.size(); ++t) square[t] = t % period < period / 2 ? 0.5f : -0.5f;
+        const ClipLevels levels = levelsOf(square);
+        EXPECT_FALSE(levels.any()) << period << ": " << levels.positive << ", " << levels.negative;
+    }
+    auto sixSampleCycle = tones(48000, {{8000.0, 0.5, 0.0}}, pcm16);
+    for (std::size_t t = 0; t < sixSampleCycle.size(); t += 6 * 8) {
+        sixSampleCycle[t] += static_cast<float>(pcm16);
+        sixSampleCycle[t + 3] -= static_cast<float>(pcm16);
+    }
+    const ClipLevels levels = levelsOf(sixSampleCycle);
+    EXPECT_FALSE(levels.any()) << levels.positive << ", " << levels.negative;
+}
+
+// Clipped deep enough, a tone of whole cycles holds many samples per cycle at the
+// level, against one or two per value just below it.
+TEST(ClipLevelFinder, FindsTheClipLevelOfAToneOfWholeCycles)
+{
+    for (const double step : {0.0, pcm16}) {
+        const float level = quantised(0.35, step);
+        const auto clipped = quantised(hardclip::clip(tones(48000, {{1000.0, 0.5, 0.3}}, 0.0), level), step);
+        const ClipLevels found = levelsOf(clipped);
+        EXPECT_NEAR(found.positive, level, level * binTolerance) << step;
+        EXPECT_NEAR(found.negative, level, level * binTolerance) << step;
+    }
+}
+
+// Light clipping, under 1% of the samples, in float, 16-bit and 8-bit files.
+TEST(ClipLevelFinder, FindsLightClippingAtAnyWordLength)
+{
+    for (unsigned seed = 1; seed <= 3; ++seed) {
+        const auto clean = declipsignals::tonal(132300, seed);
+        const float level = hardclip::levelForSdr(clean, 35.0);
+        std::int64_t clippedSamples = 0;
+        for (float x : clean) clippedSamples += std::fabs(x) > level;
+        ASSERT_LT(clippedSamples, static_cast<std::int64_t>(clean.size() / 100)) << seed;
+        for (const double step : {0.0, pcm16, 1.0 / 128.0}) {
+            const auto clipped = quantised(hardclip::clip(clean, level), step);
+            const ClipLevels found = levelsOf(clipped);
+            const float tolerance = std::max(level * binTolerance, static_cast<float>(step));
+            EXPECT_NEAR(found.positive, level, tolerance) << "seed " << seed << ", step " << step;
+            EXPECT_NEAR(found.negative, level, tolerance) << "seed " << seed << ", step " << step;
+        }
+    }
 }
 
 TEST(ClipLevelFinder, FindsAHardClipLevelBelowFullScale)
@@ -55,6 +190,36 @@ TEST(ClipLevelFinder, FindsAHardClipLevelBelowFullScale)
         EXPECT_NEAR(found.negative, level, level * binTolerance) << level;
         EXPECT_LE(found.positive, level);
     }
+}
+
+// Dither after clipping at full scale leaves some of the plateau a step below the
+// rest, in the bin below: that value belongs to the pile, not to the values it
+// must outweigh.
+TEST(ClipLevelFinder, FindsAPlateauSplitOverTwoValues)
+{
+    auto overdriven = declipsignals::tonal(44100, 3);
+    for (float& x : overdriven) x *= 1.3f;
+    auto clipped = quantised(hardclip::clip(overdriven, 1.0f), pcm16);
+    std::int64_t plateau = 0;
+    for (float& x : clipped)
+        if (std::fabs(x) >= 1.0f && plateau++ % 3 == 0) x -= std::copysign(static_cast<float>(pcm16), x);
+    const ClipLevels found = levelsOf(clipped);
+    const float tolerance = binTolerance + static_cast<float>(pcm16);
+    EXPECT_NEAR(found.positive, 1.0f, tolerance);
+    EXPECT_NEAR(found.negative, 1.0f, tolerance);
+}
+
+// A plateau one value holds is weighed against the values just below it, though
+// the densest band lie further down (here a steady tone's crest, 8-bit).
+TEST(ClipLevelFinder, FindsAPlateauAboveADenserBand)
+{
+    const float level = 0.7f;
+    auto signal = hardclip::clip(declipsignals::tonal(44100, 3), level);
+    for (const float x : tones(18000, {{180.3, 0.6, 0.0}}, 0.0)) signal.push_back(x);
+    const double step = 1.0 / 128.0;
+    const ClipLevels found = levelsOf(quantised(signal, step));
+    EXPECT_NEAR(found.positive, level, step);
+    EXPECT_NEAR(found.negative, level, step);
 }
 
 TEST(ClipLevelFinder, JudgesEachPolarityOnItsOwn)
