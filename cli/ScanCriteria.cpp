@@ -14,5 +14,6 @@ DropoutCriteria dropoutCriteria(int rate, double fullScale)
     c.guard = static_cast<int>(std::lround(guardMs * rate / 1000.0));
     c.floor = std::pow(10.0, floorDb / 20.0) * fullScale;
     c.clipLevel = 0.99 * fullScale;
+    c.step = fullScale > 1.0 ? 1.0 : 0.0;  // integer PCM arrives as raw integers
     return c;
 }

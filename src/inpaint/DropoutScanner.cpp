@@ -30,11 +30,20 @@ double DropoutScanner::historyEnergy(const ChannelState& s, std::int64_t from, i
 
 int DropoutScanner::nearFrames() const { return std::max(1, criteria_.guard / 5); }
 
-void DropoutScanner::endRun(ChannelState& s, int)
+// Coarse steps (8-bit) hold a slowly moving signal at one value for milliseconds,
+// and it leaves that value for the next step; a cut-out starts or ends with a jump.
+bool DropoutScanner::enteredOrLeftByAJump(const ChannelState& s, double after) const
+{
+    constexpr double steps = 1.5;
+    return criteria_.step == 0.0 ||
+           std::max(std::fabs(s.before - s.value), std::fabs(after - s.value)) > steps * criteria_.step;
+}
+
+void DropoutScanner::endRun(ChannelState& s, double after)
 {
     const std::int64_t length = position - s.runStart;
     if (length >= criteria_.minRun && length <= criteria_.maxRun && s.leftLoud &&
-        std::fabs(s.value) < criteria_.clipLevel)
+        std::fabs(s.value) < criteria_.clipLevel && enteredOrLeftByAJump(s, after))
         s.pending.push_back({s.runStart, position - 1, s.value, 0.0, 0.0, 0});
 }
 
@@ -45,7 +54,8 @@ void DropoutScanner::take(int channel, double sample)
     const int near = nearFrames();
     // A new value ends the run before it, and is the first sample of that run's right side.
     if (position == 0 || sample != s.value) {
-        if (position > 0) endRun(s, channel);
+        if (position > 0) endRun(s, sample);
+        s.before = s.value;
         s.value = sample;
         s.runStart = position;
         s.leftLoud = false;

@@ -33,6 +33,7 @@ struct DropoutCriteria {
     int guard;         // frames on each side whose rms must reach the floor
     double floor;      // rms floor, in the samples' scale
     double clipLevel;  // held values at or above this magnitude are clipping
+    double step = 0.0; // the quantiser's step in the samples' scale (0: as fine as floats)
 };
 
 class DropoutScanner {
@@ -57,6 +58,7 @@ private:
     struct ChannelState {
         std::vector<double> history;  // last guard + minRun samples, circular
         double value = 0.0;
+        double before = 0.0;          // the sample before the run
         std::int64_t runStart = 0;
         bool leftLoud = false;        // decided when the run reaches minRun
         std::vector<Pending> pending; // runs waiting for their right side
@@ -65,7 +67,8 @@ private:
     };
     bool clipped(const ChannelState& s, double value) const;
     void take(int channel, double sample);
-    void endRun(ChannelState& s, int channel);
+    void endRun(ChannelState& s, double after);
+    bool enteredOrLeftByAJump(const ChannelState& s, double after) const;
     int nearFrames() const;
     double historyEnergy(const ChannelState& s, std::int64_t from, int count) const;
 

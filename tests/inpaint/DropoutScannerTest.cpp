@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 #include <random>
 #include <vector>
 
@@ -116,6 +117,34 @@ TEST(DropoutScanner, DropoutsOneSampleApartAreBothFound)
     EXPECT_EQ(found[0].last, 10199);
     EXPECT_EQ(found[1].first, 10201);
     EXPECT_EQ(found[1].last, 10400);
+}
+
+// 8-bit samples (raw integers, step 1): a slow tone dwells on one value for a few
+// milliseconds at each crest and trough, and leaves it for the next step, while a
+// cut-out to zero starts with a jump.
+TEST(DropoutScanner, CoarseStepsHoldingASlowToneAreNotDropouts)
+{
+    const int rate = 44100;
+    DropoutCriteria coarse = criteria(rate);
+    coarse.floor = 1e-3 * 128;
+    coarse.clipLevel = 0.99 * 128;
+    coarse.step = 1.0;
+    std::vector<double> frames(2 * 6 * rate);
+    for (std::size_t f = 0; f < frames.size() / 2; ++f) {
+        const double decay = 1.0 - static_cast<double>(f) / (frames.size() / 2);
+        frames[2 * f] = frames[2 * f + 1] = std::round(100.0 * decay * std::sin(2 * std::numbers::pi * 40.0 * f / rate));
+    }
+    const auto scanCoarse = [&](const std::vector<double>& input) {
+        DropoutScanner scanner(2, coarse);
+        scanner.push(input.data(), static_cast<std::int64_t>(input.size() / 2));
+        return scanner.finish();
+    };
+    EXPECT_TRUE(scanCoarse(frames).empty());
+    for (int f = 44100 + 100; f < 44100 + 541; ++f) frames[2 * f] = frames[2 * f + 1] = 0.0;
+    const auto found = scanCoarse(frames);
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0].first, 44200);
+    EXPECT_EQ(found[0].last, 44640);
 }
 
 // A synthetic tone: 1 s, a pause of 300 ms, a fade to zero with 100 ms of zeros, and
