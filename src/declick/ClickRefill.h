@@ -18,13 +18,20 @@
 // it, with a dither sequence per channel: the output depends only on the input and
 // the spans, not on the chunking or the thread. Allocates as it goes (not for
 // real-time paths). One thread at a time.
+//
+// It also looks for impulses in the engines' output (ImpulseFinder): a click that
+// lifts every bin far above the spectral floor goes through the engines' tonal part
+// untouched, the louder the more, so nothing marks it. Each impulse found is filled
+// like a loud click, whatever the engines did there.
 #pragma once
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <span>
 #include <vector>
 
+#include "declick/ImpulseFinder.h"
 #include "declick/RepairedSpan.h"
 
 // Takes rows[c][from, from + count): the next output frames.
@@ -37,6 +44,8 @@ public:
         int minLength = 3;      // samples marked
         int margin = 8;         // samples refilled beyond each end, at 44.1 kHz
         int levelReach = 64;    // samples on each side whose rms is the level, at 44.1 kHz
+        // Prediction error / its robust level that makes an impulse; 0: none looked for.
+        double impulseThreshold = 100.0;
     };
 
     // `total` frames of `channels` channels at `sampleRate`; frames past the end are silence.
@@ -67,6 +76,9 @@ private:
         int after;           // and from start on
     };
 
+    void findImpulses(bool final);
+    void searchBlock(int channel, std::int64_t start);
+    bool holdsImpulse(int channel, const RepairedSpan& click) const;
     Stretch stretchOf(std::int64_t first, std::int64_t last) const;
     bool standsOut(const RepairedSpan& span) const;
     void refill(int channel, std::int64_t first, std::int64_t last);
@@ -96,4 +108,9 @@ private:
     std::vector<RepairedSpan> clicks_;  // a cluster's clicks, kept between clusters
     std::vector<const float*> rows_;  // the output rows handed to the sink
     std::int64_t late_ = 0;
+    std::optional<ImpulseFinder> impulseFinder_;
+    std::int64_t searchedTo_ = 0;                      // impulses looked for before this position
+    std::vector<std::vector<RepairedSpan>> impulses_;  // per channel, not yet refilled
+    std::vector<ImpulseFinder::Impulse> found_;
+    std::vector<float> searchWindow_;
 };
