@@ -188,6 +188,8 @@ std::vector<RepairedSpan> declickRecording(MultichannelDeclicker& declicker, std
     std::int64_t written = 0;
     while (written < total) {
         const std::int64_t got = consumed < total ? source(pointers.data(), std::min<std::int64_t>(chunk, total - consumed)) : 0;
+        if (const auto beyond = firstSampleOutOfRange(pointers.data(), declicker.channels(), got))
+            throw SampleOutOfRangeError({beyond->channel, consumed + beyond->frame, beyond->value});
         consumed += got;
         for (std::vector<float>& row : rows) std::fill(row.begin() + got, row.end(), 0.0f);
         if (refill) refill->addInput(pointers.data(), chunk);

@@ -14,6 +14,7 @@
 #include "declick/ClickRefill.h"
 #include "declick/DeclickPreset.h"
 #include "declick/MultichannelDeclicker.h"
+#include "declick/SampleRange.h"
 
 struct DeclickSettingOptions {
     std::string preset{defaultDeclickPreset().name};
@@ -77,6 +78,8 @@ bool refillsClicks(const DeclickSettings& settings, DeclickListen listen);
 // a call: the first latency() outputs are dropped and silence is fed past the end.
 // With a refill stage (built for the same channels and `total`), the output passes
 // through it.
+// A sample beyond ±largestDeclickSample throws SampleOutOfRangeError before any of
+// its chunk is processed.
 // Returns the repaired spans inside the recording (refilled stretches included),
 // merged and sorted.
 std::vector<RepairedSpan> declickRecording(MultichannelDeclicker& declicker, std::int64_t total, int chunk,
