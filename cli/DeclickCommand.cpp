@@ -232,6 +232,7 @@ std::string describe(const DeclickOptions& options, const DeclickSettings& setti
         text += sensitivity;
     }
     if (settings.refillClicks) text += ", clicks refilled by least-squares AR";
+    if (settings.findImpulses) text += ", impulses filled by least-squares AR";
     return text + ")";
 }
 
@@ -263,7 +264,8 @@ void declickFile(const DeclickOptions& options)
     } else {
         MultichannelDeclicker declicker(settings, meanSquares, options.sharedEngine, listen, chunk, jobs);
         std::optional<ClickRefill> refill;
-        if (refillsClicks(settings, listen)) refill.emplace(channels, reader.sampleRate(), total);
+        if (refillsClicks(settings, listen))
+            refill.emplace(channels, reader.sampleRate(), total, refillSettingsFor(settings));
         tally = declickStream(reader, writer, declicker, chunk, progress, options.input, refill ? &*refill : nullptr);
     }
     progress.finish();

@@ -70,8 +70,10 @@ using DeclickSource = std::function<std::int64_t(float* const* rows, std::int64_
 // Takes rows[c][from, from + count): the next output frames, aligned with the input.
 using DeclickSink = DeclickFrameSink;
 
-// Whether the settings' passes are followed by the click refill for this output.
+// Whether the settings' passes are followed by the click refill for this output,
+// and what it fills.
 bool refillsClicks(const DeclickSettings& settings, DeclickListen listen);
+ClickRefill::Settings refillSettingsFor(const DeclickSettings& settings);
 
 // Runs `total` frames through the declicker, `chunk` frames a call (its maxFrames),
 // and hands on exactly `total` output frames lined up with the input, at most `chunk`

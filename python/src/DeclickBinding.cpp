@@ -215,7 +215,7 @@ std::vector<RepairedSpan> declickInto(const AudioView& audio, int rate, const De
     };
     std::optional<ClickRefill> refill;
     if (refillsClicks(choice.settings, choice.listen))
-        refill.emplace(static_cast<int>(audio.channels), rate, audio.frames);
+        refill.emplace(static_cast<int>(audio.channels), rate, audio.frames, refillSettingsFor(choice.settings));
     return declickRecording(declicker, audio.frames, chunk, source, sink, refill ? &*refill : nullptr);
 }
 
@@ -383,8 +383,9 @@ settings, each replacing the preset's:
         shared_engine=True (one engine for all channels), jobs=1..256
         threads (the result does not depend on it), listen='difference'
         (what was removed) or 'bypass' (the input as it is), refill=False
-        (keep the engines' own repair of loud clicks, which 'auto' fills
-        again by least-squares AR).
+        (keep the engines' own repair: every preset fills by least-squares
+        AR the clicks far louder than the music, which the engines let
+        through, and 'auto' also the loud clicks they repaired).
 
 The result is a new array of the same shape, lined up with the input sample
 for sample: the engines' latency is taken off and silence fed past the end.

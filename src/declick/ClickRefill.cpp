@@ -40,6 +40,7 @@ ClickRefill::ClickRefill(int channels, int sampleRate, std::int64_t total, const
       total_(total),
       standOut_(settings.standOut),
       minLength_(settings.minLength),
+      refillEngineSpans_(settings.refillEngineSpans),
       margin_(scaledToRate(settings.margin, sampleRate)),
       levelReach_(scaledToRate(settings.levelReach, sampleRate)),
       maxLength_(deriveCounts(methodRow(refillMethod), sampleRate, 1).maxGapSamples),
@@ -67,6 +68,7 @@ void ClickRefill::addInput(const float* const* rows, int frames)
 
 void ClickRefill::addSpan(const RepairedSpan& span)
 {
+    if (!refillEngineSpans_) return;
     pending_[static_cast<std::size_t>(span.channel)].push_back(span);
 }
 

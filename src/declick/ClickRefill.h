@@ -46,6 +46,8 @@ public:
         int levelReach = 64;    // samples on each side whose rms is the level, at 44.1 kHz
         // Prediction error / its robust level that makes an impulse; 0: none looked for.
         double impulseThreshold = 100.0;
+        // Whether the engines' spans that stand out are filled again (else only impulses).
+        bool refillEngineSpans = true;
     };
 
     // `total` frames of `channels` channels at `sampleRate`; frames past the end are silence.
@@ -91,6 +93,7 @@ private:
     std::int64_t total_;
     double standOut_;
     int minLength_;
+    bool refillEngineSpans_;
     int margin_;
     int levelReach_;
     int maxLength_;
