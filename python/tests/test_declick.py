@@ -111,7 +111,7 @@ def test_streaming_in_any_blocks_gives_the_bits_of_the_whole_array(preset, frame
 
 def test_a_mono_declicker_takes_one_dimensional_blocks():
     audio = damaged_recording(channels=1)
-    whole = ferrotip.declick(audio[0], RATE, floor=1e-6, report=False)
+    whole = ferrotip.declick(audio[0], RATE, floor=1e-6, refill=False, report=False)
     declicker = ferrotip.Declicker(1, RATE, floor=1e-6)
     assert same_bits(stream(declicker, audio[0], 700), whole)
 

@@ -24,13 +24,12 @@ MethodReach reachFor(int sampleRate, int length)
     return methodReach(refillMethod, deriveCounts(methodRow(refillMethod), sampleRate, length), length);
 }
 
-// How far behind the output's end an impulse may still be found, and a refill may
-// still change what the search reads: a block and its context on both sides. Spans
-// settle that much later, so the search always reads the output before any refill
-// near it, whatever the chunking.
+// How far behind the output's end an impulse may still be found: a block and the
+// context after it. Spans settle that much later, so an impulse always joins the
+// spans around it, whatever the chunking.
 int impulseSearchLag(const ClickRefill::Settings& settings)
 {
-    return settings.impulseThreshold > 0.0 ? ImpulseFinder::window : 0;
+    return settings.impulseThreshold > 0.0 ? ImpulseFinder::block + ImpulseFinder::context : 0;
 }
 
 }  // namespace
@@ -87,10 +86,11 @@ ClickRefill::Stretch ClickRefill::stretchOf(std::int64_t first, std::int64_t las
     return {start, length, reach.before, reach.after};
 }
 
-float ClickRefill::outputAt(int channel, std::int64_t position) const
+float ClickRefill::sampleAt(const std::vector<std::vector<float>>& rows, int channel, std::int64_t position) const
 {
-    if (position < base_ || position >= outputEnd()) return 0.0f;
-    return output_[static_cast<std::size_t>(channel)][static_cast<std::size_t>(position - base_)];
+    const auto& row = rows[static_cast<std::size_t>(channel)];
+    if (position < base_ || position - base_ >= static_cast<std::int64_t>(row.size())) return 0.0f;
+    return row[static_cast<std::size_t>(position - base_)];
 }
 
 // Whether what the engines removed from the span stands out of the audio around it.
@@ -116,8 +116,9 @@ bool ClickRefill::standsOut(const RepairedSpan& span) const
     return span.length() >= minLength_ && peak > standOut_ * rms;
 }
 
-// Looks for impulses in every whole block of output whose context has come (with
-// `final`, in all that is left).
+// Looks for impulses in the input, in every block whose output and context have come
+// (with `final`, in all that is left). The input shows a click at its full height,
+// whatever share of it the engines took.
 void ClickRefill::findImpulses(bool final)
 {
     if (!impulseFinder_) return;
@@ -132,7 +133,7 @@ void ClickRefill::searchBlock(int channel, std::int64_t start)
 {
     const std::int64_t from = start - ImpulseFinder::context;
     searchWindow_.resize(ImpulseFinder::window);
-    for (int i = 0; i < ImpulseFinder::window; ++i) searchWindow_[static_cast<std::size_t>(i)] = outputAt(channel, from + i);
+    for (int i = 0; i < ImpulseFinder::window; ++i) searchWindow_[static_cast<std::size_t>(i)] = inputAt(channel, from + i);
     const int validFrom = static_cast<int>(std::clamp<std::int64_t>(-from, 0, ImpulseFinder::window));
     const int validTo = static_cast<int>(std::clamp<std::int64_t>(total_ - from, 0, ImpulseFinder::window));
     found_.clear();

@@ -19,10 +19,10 @@
 // the spans, not on the chunking or the thread. Allocates as it goes (not for
 // real-time paths). One thread at a time.
 //
-// It also looks for impulses in the engines' output (ImpulseFinder): a click that
-// lifts every bin far above the spectral floor goes through the engines' tonal part
-// untouched, the louder the more, so nothing marks it. Each impulse found is filled
-// like a loud click, whatever the engines did there.
+// It also looks for impulses in the input (ImpulseFinder): a click that lifts every
+// bin far above the spectral floor goes through the engines' tonal part, the louder
+// the more, and is marked late or not at all. Each impulse found is filled like a
+// loud click, whatever the engines did there.
 #pragma once
 
 #include <cstdint>
@@ -86,7 +86,10 @@ private:
     void refill(int channel, std::int64_t first, std::int64_t last);
     void refillCluster(int channel, std::span<const RepairedSpan> cluster);
     void refillSettled(bool final);
-    float outputAt(int channel, std::int64_t position) const;
+    // Silence outside what the buffers hold.
+    float sampleAt(const std::vector<std::vector<float>>& rows, int channel, std::int64_t position) const;
+    float inputAt(int channel, std::int64_t position) const { return sampleAt(input_, channel, position); }
+    float outputAt(int channel, std::int64_t position) const { return sampleAt(output_, channel, position); }
     std::int64_t outputEnd() const { return base_ + static_cast<std::int64_t>(output_.front().size()); }
 
     int sampleRate_;
