@@ -55,15 +55,21 @@ bool ImpulseFinder::fitModel(std::span<const float, window> samples)
     return true;
 }
 
+// Sample n less what the model predicts from the `order` samples before it
+// (direction -1) or after it (+1).
+double ImpulseFinder::predictionError(std::span<const float, window> samples, int n, int direction) const
+{
+    double error = 0.0;
+    for (int j = 0; j <= order; ++j) error += model_[j] * samples[n + direction * j];
+    return error;
+}
+
 // Median |forward error| over the block, floored by a share of the window's rms.
 double ImpulseFinder::robustErrorLevel(std::span<const float, window> samples, int validFrom, int validTo)
 {
     int count = 0;
-    for (int n = std::max(context, validFrom + order); n < std::min(context + block, validTo); ++n) {
-        double error = 0.0;
-        for (int j = 0; j <= order; ++j) error += model_[j] * samples[n - j];
-        magnitudes_[count++] = std::fabs(error);
-    }
+    for (int n = std::max(context, validFrom + order); n < std::min(context + block, validTo); ++n)
+        magnitudes_[count++] = std::fabs(predictionError(samples, n, -1));
     if (count == 0) return 0.0;
     const auto middle = magnitudes_.begin() + count / 2;
     std::nth_element(magnitudes_.begin(), middle, magnitudes_.begin() + count);
@@ -76,14 +82,8 @@ void ImpulseFinder::flagOutliers(std::span<const float, window> samples, int val
 {
     for (int i = 0; i < judged; ++i) {
         const int n = context - reach + i;
-        double ahead = 0.0;
-        double behind = 0.0;
-        for (int j = 0; j <= order; ++j) {
-            ahead += model_[j] * samples[n - j];
-            behind += model_[j] * samples[n + j];
-        }
-        forward_[i] = n - order >= validFrom && n < validTo && std::fabs(ahead) > limit;
-        backward_[i] = n >= validFrom && n + order < validTo && std::fabs(behind) > limit;
+        forward_[i] = n - order >= validFrom && n < validTo && std::fabs(predictionError(samples, n, -1)) > limit;
+        backward_[i] = n >= validFrom && n + order < validTo && std::fabs(predictionError(samples, n, 1)) > limit;
     }
 }
 

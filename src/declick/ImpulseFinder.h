@@ -48,6 +48,7 @@ private:
     static constexpr int judged = reach + block + reach;
 
     bool fitModel(std::span<const float, window> samples);
+    double predictionError(std::span<const float, window> samples, int n, int direction) const;
     double robustErrorLevel(std::span<const float, window> samples, int validFrom, int validTo);
     void flagOutliers(std::span<const float, window> samples, int validFrom, int validTo, double limit);
     std::optional<Impulse> impulseIn(int runStart, int runEnd) const;
