@@ -28,12 +28,12 @@ ImpulseFinder::ImpulseFinder(double threshold) : threshold_(threshold)
 bool ImpulseFinder::fitModel(std::span<const float, window> samples)
 {
     for (int i = 0; i < window; ++i) tapered_[i] = taper_[i] * samples[i];
+    // Every lag's sum runs in time order; the lags side by side keep the adds apart.
     std::array<double, order + 1> lags{};
-    for (int k = 0; k <= order; ++k) {
-        double sum = 0.0;
-        for (int i = k; i < window; ++i) sum += tapered_[i] * tapered_[i - k];
-        lags[k] = sum;
-    }
+    for (int i = 0; i < order; ++i)
+        for (int k = 0; k <= i; ++k) lags[k] += tapered_[i] * tapered_[i - k];
+    for (int i = order; i < window; ++i)
+        for (int k = 0; k <= order; ++k) lags[k] += tapered_[i] * tapered_[i - k];
     if (!(lags[0] > 0.0) || !std::isfinite(lags[0])) return false;
     lags[0] *= 1.0 + whiteFloor;
     model_.fill(0.0);
@@ -55,22 +55,52 @@ bool ImpulseFinder::fitModel(std::span<const float, window> samples)
     return true;
 }
 
-// Sample n less what the model predicts from the `order` samples before it
-// (direction -1) or after it (+1).
-double ImpulseFinder::predictionError(std::span<const float, window> samples, int n, int direction) const
+// Each judged sample less what the model predicts from the `order` samples before
+// it (direction -1) or after it (+1). Each error sums its terms in model order; the
+// samples side by side keep the adds apart.
+void ImpulseFinder::predictionErrors(std::span<const float, window> samples, int direction,
+                                     std::array<double, judged>& errors) const
 {
-    double error = 0.0;
-    for (int j = 0; j <= order; ++j) error += model_[j] * samples[n + direction * j];
-    return error;
+    errors.fill(0.0);
+    const int first = context - reach;
+    for (int j = 0; j <= order; ++j) {
+        const float* shifted = samples.data() + first + direction * j;
+        for (int i = 0; i < judged; ++i) errors[i] += model_[j] * shifted[i];
+    }
 }
 
-// Median |forward error| over the block, floored by a share of the window's rms.
-double ImpulseFinder::robustErrorLevel(std::span<const float, window> samples, int validFrom, int validTo)
+// |forward error| over the block, where judged, into magnitudes_; returns how many.
+int ImpulseFinder::gatherBlockErrors(int validFrom, int validTo)
 {
     int count = 0;
     for (int n = std::max(context, validFrom + order); n < std::min(context + block, validTo); ++n)
-        magnitudes_[count++] = std::fabs(predictionError(samples, n, -1));
-    if (count == 0) return 0.0;
+        magnitudes_[count++] = std::fabs(forwardErrors_[n - (context - reach)]);
+    return count;
+}
+
+// The largest |forward error| where it is judged.
+double ImpulseFinder::largestForwardError(int validFrom, int validTo) const
+{
+    double largest = 0.0;
+    for (int i = 0; i < judged; ++i) {
+        const int n = context - reach + i;
+        if (n - order >= validFrom && n < validTo) largest = std::max(largest, std::fabs(forwardErrors_[i]));
+    }
+    return largest;
+}
+
+// Whether the median of magnitudes_[0, count) is at least `bound`: at most count / 2
+// of them lie below it. A count where nth_element would sort.
+bool ImpulseFinder::medianAtLeast(int count, double bound) const
+{
+    int below = 0;
+    for (int i = 0; i < count; ++i) below += magnitudes_[i] < bound ? 1 : 0;
+    return below <= count / 2;
+}
+
+// Median |forward error| over the block, floored by a share of the window's rms.
+double ImpulseFinder::robustErrorLevel(std::span<const float, window> samples, int count)
+{
     const auto middle = magnitudes_.begin() + count / 2;
     std::nth_element(magnitudes_.begin(), middle, magnitudes_.begin() + count);
     double energy = 0.0;
@@ -78,12 +108,12 @@ double ImpulseFinder::robustErrorLevel(std::span<const float, window> samples, i
     return std::max(*middle / medianToDeviation, minErrorShare * std::sqrt(energy / window));
 }
 
-void ImpulseFinder::flagOutliers(std::span<const float, window> samples, int validFrom, int validTo, double limit)
+void ImpulseFinder::flagOutliers(int validFrom, int validTo, double limit)
 {
     for (int i = 0; i < judged; ++i) {
         const int n = context - reach + i;
-        forward_[i] = n - order >= validFrom && n < validTo && std::fabs(predictionError(samples, n, -1)) > limit;
-        backward_[i] = n >= validFrom && n + order < validTo && std::fabs(predictionError(samples, n, 1)) > limit;
+        forward_[i] = n - order >= validFrom && n < validTo && std::fabs(forwardErrors_[i]) > limit;
+        backward_[i] = n >= validFrom && n + order < validTo && std::fabs(backwardErrors_[i]) > limit;
     }
 }
 
@@ -96,7 +126,7 @@ std::optional<ImpulseFinder::Impulse> ImpulseFinder::impulseIn(int runStart, int
     while (first <= runEnd && !forward_[first]) ++first;
     int last = runEnd;
     while (last >= runStart && !backward_[last]) --last;
-    if (first > runEnd) first = runStart;
+    if (first > runEnd) return std::nullopt;
     if (last < runStart) last = runEnd;
     last = std::max(last, first);
     if (last - first >= maxImpulse) return std::nullopt;
@@ -124,8 +154,17 @@ void ImpulseFinder::find(std::span<const float, window> samples, int validFrom, 
                          std::vector<Impulse>& found)
 {
     if (!fitModel(samples)) return;
-    const double level = robustErrorLevel(samples, validFrom, validTo);
-    if (!(level > 0.0)) return;
-    flagOutliers(samples, validFrom, validTo, threshold_ * level);
+    predictionErrors(samples, -1, forwardErrors_);
+    const int count = gatherBlockErrors(validFrom, validTo);
+    if (count == 0) return;
+    // Most blocks hold no impulse: where the median already lies as high as the
+    // largest error would need, nothing can pass, and the median need not be found.
+    const double largest = largestForwardError(validFrom, validTo);
+    if (medianAtLeast(count, largest * medianToDeviation / threshold_)) return;
+    const double limit = threshold_ * robustErrorLevel(samples, count);
+    // An impulse starts where the past cannot predict it.
+    if (!(limit > 0.0) || !(largest > limit)) return;
+    predictionErrors(samples, 1, backwardErrors_);
+    flagOutliers(validFrom, validTo, limit);
     collectRuns(found);
 }

@@ -48,9 +48,12 @@ private:
     static constexpr int judged = reach + block + reach;
 
     bool fitModel(std::span<const float, window> samples);
-    double predictionError(std::span<const float, window> samples, int n, int direction) const;
-    double robustErrorLevel(std::span<const float, window> samples, int validFrom, int validTo);
-    void flagOutliers(std::span<const float, window> samples, int validFrom, int validTo, double limit);
+    void predictionErrors(std::span<const float, window> samples, int direction, std::array<double, judged>& errors) const;
+    int gatherBlockErrors(int validFrom, int validTo);
+    double largestForwardError(int validFrom, int validTo) const;
+    bool medianAtLeast(int count, double bound) const;
+    double robustErrorLevel(std::span<const float, window> samples, int count);
+    void flagOutliers(int validFrom, int validTo, double limit);
     std::optional<Impulse> impulseIn(int runStart, int runEnd) const;
     void collectRuns(std::vector<Impulse>& found) const;
 
@@ -60,5 +63,7 @@ private:
     std::array<double, order + 1> model_{};  // prediction error filter, model_[0] = 1
     std::array<bool, judged> forward_{};
     std::array<bool, judged> backward_{};
+    std::array<double, judged> forwardErrors_{};
+    std::array<double, judged> backwardErrors_{};
     std::array<double, block> magnitudes_{};
 };
