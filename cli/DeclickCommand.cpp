@@ -159,6 +159,19 @@ void copyFile(AudioReader& reader, AudioWriter& writer, Progress& progress, cons
     }
 }
 
+// Nothing is written: the engines' float squares would overflow into NaN.
+std::string outOfRangeMessage(const SampleOutOfRange& sample, const std::string& input, int sampleRate)
+{
+    char text[256];
+    std::snprintf(text, sizeof text,
+                  "the input '%s' holds a sample of %g in channel %d at frame %lld (%.6f s), beyond the largest "
+                  "magnitude declick takes (%g, full scale being 1): scale the audio down first",
+                  input.c_str(), static_cast<double>(sample.value), sample.channel + 1,
+                  static_cast<long long>(sample.frame), static_cast<double>(sample.frame) / sampleRate,
+                  static_cast<double>(largestDeclickSample));
+    return text;
+}
+
 template <typename In, typename Out>
 DeclickTally declickStream(AudioReader& reader, AudioWriter& writer, MultichannelDeclicker& declicker,
                            int chunk, Progress& progress, const std::string& input, ClickRefill* refill)
@@ -177,7 +190,11 @@ DeclickTally declickStream(AudioReader& reader, AudioWriter& writer, Multichanne
         progress.update(written);
     };
     DeclickTally tally;
-    tally.spans = declickRecording(declicker, reader.frames(), chunk, source, sink, refill);
+    try {
+        tally.spans = declickRecording(declicker, reader.frames(), chunk, source, sink, refill);
+    } catch (const SampleOutOfRangeError& error) {
+        throw CliError(outOfRangeMessage(error.sample(), input, reader.sampleRate()));
+    }
     for (const RepairedSpan& span : tally.spans) tally.samplesChanged += span.length();
     return tally;
 }
@@ -215,6 +232,7 @@ std::string describe(const DeclickOptions& options, const DeclickSettings& setti
         text += sensitivity;
     }
     if (settings.refillClicks) text += ", clicks refilled by least-squares AR";
+    if (settings.findImpulses) text += ", impulses filled by least-squares AR";
     return text + ")";
 }
 
@@ -246,7 +264,8 @@ void declickFile(const DeclickOptions& options)
     } else {
         MultichannelDeclicker declicker(settings, meanSquares, options.sharedEngine, listen, chunk, jobs);
         std::optional<ClickRefill> refill;
-        if (refillsClicks(settings, listen)) refill.emplace(channels, reader.sampleRate(), total);
+        if (refillsClicks(settings, listen))
+            refill.emplace(channels, reader.sampleRate(), total, refillSettingsFor(settings));
         tally = declickStream(reader, writer, declicker, chunk, progress, options.input, refill ? &*refill : nullptr);
     }
     progress.finish();

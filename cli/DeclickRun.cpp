@@ -92,8 +92,9 @@ void addDeclickSettingOptions(CLI::App* command, DeclickSettingOptions& options)
                       "one engine for all channels instead of one per channel (the prediction engine "
                       "then never predicts on 2 or more channels)");
     command->add_flag("--no-refill", options.noRefill,
-                      "keep the engines' own repair of loud clicks (auto fills them again by "
-                      "least-squares AR, edges included)");
+                      "keep the engines' own repair (presets fill by least-squares AR the clicks far "
+                      "louder than the music, which the engines let through, and auto also the loud "
+                      "clicks they repaired, edges included)");
     command->add_option("--jobs,-j", options.jobs, "threads, one channel each (default: cores up to the channel count); "
                                                    "the output does not depend on it")
         ->check(CLI::Range(1, maxJobs));
@@ -120,8 +121,9 @@ DeclickSettings settingsFrom(const DeclickSettingOptions& options)
     if (floorGiven && options.sensitivityOption->count() > 0) {
         settings.passCount = 1;
         settings.refillClicks = false;
+        settings.findImpulses = false;
     }
-    if (options.noRefill) settings.refillClicks = false;
+    if (options.noRefill) settings.refillClicks = settings.findImpulses = false;
     for (DeclickPass& pass : settings.passes) {
         if (options.sensitivityOption->count() > 0) pass.sensitivity = options.sensitivity;
         if (options.floorOption->count() > 0) pass.floor = {false, options.floor};
@@ -151,7 +153,15 @@ bool needsLevel(const DeclickSettings& settings, DeclickListen listen)
 
 bool refillsClicks(const DeclickSettings& settings, DeclickListen listen)
 {
-    return settings.refillClicks && listen == DeclickListen::repaired;
+    return (settings.refillClicks || settings.findImpulses) && listen == DeclickListen::repaired;
+}
+
+ClickRefill::Settings refillSettingsFor(const DeclickSettings& settings)
+{
+    ClickRefill::Settings refill;
+    refill.refillEngineSpans = settings.refillClicks;
+    if (!settings.findImpulses) refill.impulseThreshold = 0.0;
+    return refill;
 }
 
 int declickChunk(const DeclickSettings& settings)
@@ -188,6 +198,8 @@ std::vector<RepairedSpan> declickRecording(MultichannelDeclicker& declicker, std
     std::int64_t written = 0;
     while (written < total) {
         const std::int64_t got = consumed < total ? source(pointers.data(), std::min<std::int64_t>(chunk, total - consumed)) : 0;
+        if (const auto beyond = firstSampleOutOfRange(pointers.data(), declicker.channels(), got))
+            throw SampleOutOfRangeError({beyond->channel, consumed + beyond->frame, beyond->value});
         consumed += got;
         for (std::vector<float>& row : rows) std::fill(row.begin() + got, row.end(), 0.0f);
         if (refill) refill->addInput(pointers.data(), chunk);

@@ -14,6 +14,7 @@
 #include "declick/ClickRefill.h"
 #include "declick/DeclickPreset.h"
 #include "declick/MultichannelDeclicker.h"
+#include "declick/SampleRange.h"
 
 struct DeclickSettingOptions {
     std::string preset{defaultDeclickPreset().name};
@@ -69,14 +70,18 @@ using DeclickSource = std::function<std::int64_t(float* const* rows, std::int64_
 // Takes rows[c][from, from + count): the next output frames, aligned with the input.
 using DeclickSink = DeclickFrameSink;
 
-// Whether the settings' passes are followed by the click refill for this output.
+// Whether the settings' passes are followed by the click refill for this output,
+// and what it fills.
 bool refillsClicks(const DeclickSettings& settings, DeclickListen listen);
+ClickRefill::Settings refillSettingsFor(const DeclickSettings& settings);
 
 // Runs `total` frames through the declicker, `chunk` frames a call (its maxFrames),
 // and hands on exactly `total` output frames lined up with the input, at most `chunk`
 // a call: the first latency() outputs are dropped and silence is fed past the end.
 // With a refill stage (built for the same channels and `total`), the output passes
 // through it.
+// A sample beyond ±largestDeclickSample throws SampleOutOfRangeError before any of
+// its chunk is processed.
 // Returns the repaired spans inside the recording (refilled stretches included),
 // merged and sorted.
 std::vector<RepairedSpan> declickRecording(MultichannelDeclicker& declicker, std::int64_t total, int chunk,

@@ -6,6 +6,7 @@
 #include <pybind11/stl.h>
 
 #include <cmath>
+#include <cstdio>
 #include <cstdint>
 #include <limits>
 #include <memory>
@@ -150,6 +151,28 @@ std::vector<double> meanSquaresOf(const AudioView& audio, int chunk)
     return meter.meanSquares();
 }
 
+// Refuses, as ValueError naming the sample, audio the engines' float squares would overflow on.
+void requireDeclickRange(const AudioView& audio, const char* name)
+{
+    std::vector<float> piece(16384);
+    float* rows[] = {piece.data()};
+    for (std::int64_t c = 0; c < audio.channels; ++c)
+        for (std::int64_t first = 0; first < audio.frames; first += static_cast<std::int64_t>(piece.size())) {
+            const std::int64_t end = std::min<std::int64_t>(first + static_cast<std::int64_t>(piece.size()), audio.frames);
+            audio.copyFrames(c, first, end, piece.data());
+            if (const auto beyond = firstSampleOutOfRange(rows, 1, end - first)) {
+                const std::string where = audio.shape.size() == 2 ? "channel " + std::to_string(c) + ", frame " : "frame ";
+                char value[32];
+                char limit[96];
+                std::snprintf(value, sizeof value, "%g", static_cast<double>(beyond->value));
+                std::snprintf(limit, sizeof limit, ", beyond the largest magnitude declick takes (%g, full scale being 1)",
+                              static_cast<double>(largestDeclickSample));
+                throw py::value_error(std::string(name) + " holds " + value + " at " + where +
+                                      std::to_string(first + beyond->frame) + limit);
+            }
+        }
+}
+
 int rateArgument(const py::object& rate)
 {
     return static_cast<int>(integerArgument(rate, "rate", 1, std::numeric_limits<std::int32_t>::max()));
@@ -192,7 +215,7 @@ std::vector<RepairedSpan> declickInto(const AudioView& audio, int rate, const De
     };
     std::optional<ClickRefill> refill;
     if (refillsClicks(choice.settings, choice.listen))
-        refill.emplace(static_cast<int>(audio.channels), rate, audio.frames);
+        refill.emplace(static_cast<int>(audio.channels), rate, audio.frames, refillSettingsFor(choice.settings));
     return declickRecording(declicker, audio.frames, chunk, source, sink, refill ? &*refill : nullptr);
 }
 
@@ -202,6 +225,7 @@ py::object declick(const py::object& audioArgument, const py::object& rateArgume
     const AudioView audio = audioView(audioArgument, "audio");
     const int rate = rateArgument(rateArgumentValue);
     const DeclickChoice choice = choose(given, static_cast<int>(audio.channels));
+    if (choice.listen != DeclickListen::bypass) requireDeclickRange(audio, "audio");
     py::array_t<float> repaired(audio.shape);
     float* out = repaired.mutable_data();
     std::vector<RepairedSpan> spans;
@@ -271,6 +295,7 @@ public:
     py::array_t<float> process(const py::object& audioArgument)
     {
         const AudioView audio = blockView(audioArgument, "audio", channels_);
+        requireDeclickRange(audio, "audio");
         py::array_t<float> out(audio.shape);
         float* rows = out.mutable_data();
         const std::unique_lock<std::mutex> lock = claim();
@@ -358,8 +383,9 @@ settings, each replacing the preset's:
         shared_engine=True (one engine for all channels), jobs=1..256
         threads (the result does not depend on it), listen='difference'
         (what was removed) or 'bypass' (the input as it is), refill=False
-        (keep the engines' own repair of loud clicks, which 'auto' fills
-        again by least-squares AR).
+        (keep the engines' own repair: every preset fills by least-squares
+        AR the clicks far louder than the music, which the engines let
+        through, and 'auto' also the loud clicks they repaired).
 
 The result is a new array of the same shape, lined up with the input sample
 for sample: the engines' latency is taken off and silence fed past the end.

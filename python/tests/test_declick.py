@@ -111,7 +111,7 @@ def test_streaming_in_any_blocks_gives_the_bits_of_the_whole_array(preset, frame
 
 def test_a_mono_declicker_takes_one_dimensional_blocks():
     audio = damaged_recording(channels=1)
-    whole = ferrotip.declick(audio[0], RATE, floor=1e-6, report=False)
+    whole = ferrotip.declick(audio[0], RATE, floor=1e-6, refill=False, report=False)
     declicker = ferrotip.Declicker(1, RATE, floor=1e-6)
     assert same_bits(stream(declicker, audio[0], 700), whole)
 
@@ -244,3 +244,17 @@ def test_numpy_bools_are_flags():
     audio = damaged_recording()
     expected = ferrotip.declick(audio, RATE, report=False, shared_engine=True, refill=False)
     assert same_bits(ferrotip.declick(audio, RATE, report=False, shared_engine=np.True_, refill=np.False_), expected)
+
+
+def test_samples_beyond_what_the_engines_can_square_are_refused_naming_the_sample():
+    audio = damaged_recording(2, 4000).astype(np.float32)
+    audio[1, 1234] = 1e23
+    with pytest.raises(ValueError, match="channel 1, frame 1234"):
+        ferrotip.declick(audio, RATE)
+    declicker = ferrotip.Declicker(2, RATE, level=[0.01, 0.01])
+    with pytest.raises(ValueError, match="channel 1, frame 1234"):
+        declicker.process(audio)
+    bypassed = ferrotip.declick(audio, RATE, listen="bypass", report=False)
+    assert np.array_equal(bypassed, audio)
+    loud = (audio[:, :1000] / np.abs(audio[:, :1000]).max() * 1e15).astype(np.float32)
+    assert np.isfinite(ferrotip.declick(loud, RATE, report=False)).all()

@@ -24,6 +24,14 @@ MethodReach reachFor(int sampleRate, int length)
     return methodReach(refillMethod, deriveCounts(methodRow(refillMethod), sampleRate, length), length);
 }
 
+// How far behind the output's end an impulse may still be found: a block and the
+// context after it. Spans settle that much later, so an impulse always joins the
+// spans around it, whatever the chunking.
+int impulseSearchLag(const ClickRefill::Settings& settings)
+{
+    return settings.impulseThreshold > 0.0 ? ImpulseFinder::block + ImpulseFinder::context : 0;
+}
+
 }  // namespace
 
 ClickRefill::ClickRefill(int channels, int sampleRate, std::int64_t total, const Settings& settings)
@@ -31,15 +39,18 @@ ClickRefill::ClickRefill(int channels, int sampleRate, std::int64_t total, const
       total_(total),
       standOut_(settings.standOut),
       minLength_(settings.minLength),
+      refillEngineSpans_(settings.refillEngineSpans),
       margin_(scaledToRate(settings.margin, sampleRate)),
       levelReach_(scaledToRate(settings.levelReach, sampleRate)),
       maxLength_(deriveCounts(methodRow(refillMethod), sampleRate, 1).maxGapSamples),
-      settleLag_(scaledToRate(1024, sampleRate)),
+      settleLag_(scaledToRate(1024, sampleRate) + impulseSearchLag(settings)),
       input_(static_cast<std::size_t>(channels)),
       output_(static_cast<std::size_t>(channels)),
       pending_(static_cast<std::size_t>(channels)),
-      ditherStates_(static_cast<std::size_t>(channels), 1u)
+      ditherStates_(static_cast<std::size_t>(channels), 1u),
+      impulses_(static_cast<std::size_t>(channels))
 {
+    if (settings.impulseThreshold > 0.0) impulseFinder_.emplace(settings.impulseThreshold);
     // Output is held back until no span still to come can reach it: such a span
     // starts at least settleLag_ before the output's end, and its refill reads the
     // method's context before its widened start.
@@ -56,6 +67,7 @@ void ClickRefill::addInput(const float* const* rows, int frames)
 
 void ClickRefill::addSpan(const RepairedSpan& span)
 {
+    if (!refillEngineSpans_) return;
     pending_[static_cast<std::size_t>(span.channel)].push_back(span);
 }
 
@@ -74,10 +86,11 @@ ClickRefill::Stretch ClickRefill::stretchOf(std::int64_t first, std::int64_t las
     return {start, length, reach.before, reach.after};
 }
 
-float ClickRefill::outputAt(int channel, std::int64_t position) const
+float ClickRefill::sampleAt(const std::vector<std::vector<float>>& rows, int channel, std::int64_t position) const
 {
-    if (position < base_ || position >= outputEnd()) return 0.0f;
-    return output_[static_cast<std::size_t>(channel)][static_cast<std::size_t>(position - base_)];
+    const auto& row = rows[static_cast<std::size_t>(channel)];
+    if (position < base_ || position - base_ >= static_cast<std::int64_t>(row.size())) return 0.0f;
+    return row[static_cast<std::size_t>(position - base_)];
 }
 
 // Whether what the engines removed from the span stands out of the audio around it.
@@ -101,6 +114,44 @@ bool ClickRefill::standsOut(const RepairedSpan& span) const
     addLevel(span.last + 1, span.last + 1 + levelReach_);
     const double rms = count > 0 ? std::sqrt(energy / static_cast<double>(count)) : 0.0;
     return span.length() >= minLength_ && peak > standOut_ * rms;
+}
+
+// Looks for impulses in the input, in every block whose output and context have come
+// (with `final`, in all that is left). The input shows a click at its full height,
+// whatever share of it the engines took.
+void ClickRefill::findImpulses(bool final)
+{
+    if (!impulseFinder_) return;
+    while (searchedTo_ < total_ &&
+           (final || outputEnd() >= searchedTo_ + ImpulseFinder::block + ImpulseFinder::context)) {
+        for (int channel = 0; channel < static_cast<int>(output_.size()); ++channel) searchBlock(channel, searchedTo_);
+        searchedTo_ += ImpulseFinder::block;
+    }
+}
+
+void ClickRefill::searchBlock(int channel, std::int64_t start)
+{
+    const std::int64_t from = start - ImpulseFinder::context;
+    searchWindow_.resize(ImpulseFinder::window);
+    for (int i = 0; i < ImpulseFinder::window; ++i) searchWindow_[static_cast<std::size_t>(i)] = inputAt(channel, from + i);
+    const int validFrom = static_cast<int>(std::clamp<std::int64_t>(-from, 0, ImpulseFinder::window));
+    const int validTo = static_cast<int>(std::clamp<std::int64_t>(total_ - from, 0, ImpulseFinder::window));
+    found_.clear();
+    impulseFinder_->find(std::span<const float, ImpulseFinder::window>(searchWindow_.data(), ImpulseFinder::window),
+                         validFrom, validTo, found_);
+    for (const ImpulseFinder::Impulse& impulse : found_) {
+        const RepairedSpan span{channel, start + impulse.first, std::min(start + impulse.last, total_ - 1)};
+        if (span.first >= total_) continue;
+        pending_[static_cast<std::size_t>(channel)].push_back(span);
+        impulses_[static_cast<std::size_t>(channel)].push_back(span);
+    }
+}
+
+bool ClickRefill::holdsImpulse(int channel, const RepairedSpan& click) const
+{
+    return std::ranges::any_of(impulses_[static_cast<std::size_t>(channel)], [&](const RepairedSpan& impulse) {
+        return impulse.first <= click.last && click.first <= impulse.last;
+    });
 }
 
 // Fills channel's samples [first - margin, last + margin] again from the output
@@ -143,7 +194,7 @@ void ClickRefill::refillCluster(int channel, std::span<const RepairedSpan> clust
     std::vector<RepairedSpan>& clicks = clicks_;
     clicks.assign(cluster.begin(), cluster.end());
     mergeOverlappingSpans(clicks);
-    std::erase_if(clicks, [&](const RepairedSpan& click) { return !standsOut(click); });
+    std::erase_if(clicks, [&](const RepairedSpan& click) { return !standsOut(click) && !holdsImpulse(channel, click); });
     for (std::size_t i = 0; i < clicks.size();) {
         std::int64_t last = clicks[i].last;
         std::size_t next = i + 1;
@@ -174,11 +225,16 @@ void ClickRefill::refillSettled(bool final)
             done = end;
         }
         spans.erase(spans.begin(), spans.begin() + static_cast<std::ptrdiff_t>(done));
+        // An impulse is also a pending span: those before the first one left are done.
+        std::erase_if(impulses_[static_cast<std::size_t>(channel)], [&](const RepairedSpan& impulse) {
+            return spans.empty() || impulse.first < spans.front().first;
+        });
     }
 }
 
 void ClickRefill::release(const DeclickFrameSink& sink, bool final)
 {
+    findImpulses(final);
     refillSettled(final);
     std::int64_t end = final ? outputEnd() : outputEnd() - holdBack_;
     for (const auto& spans : pending_)

@@ -18,13 +18,20 @@
 // it, with a dither sequence per channel: the output depends only on the input and
 // the spans, not on the chunking or the thread. Allocates as it goes (not for
 // real-time paths). One thread at a time.
+//
+// It also looks for impulses in the input (ImpulseFinder): a click that lifts every
+// bin far above the spectral floor goes through the engines' tonal part, the louder
+// the more, and is marked late or not at all. Each impulse found is filled like a
+// loud click, whatever the engines did there.
 #pragma once
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <span>
 #include <vector>
 
+#include "declick/ImpulseFinder.h"
 #include "declick/RepairedSpan.h"
 
 // Takes rows[c][from, from + count): the next output frames.
@@ -37,6 +44,10 @@ public:
         int minLength = 3;      // samples marked
         int margin = 8;         // samples refilled beyond each end, at 44.1 kHz
         int levelReach = 64;    // samples on each side whose rms is the level, at 44.1 kHz
+        // Prediction error / its robust level that makes an impulse; 0: none looked for.
+        double impulseThreshold = 100.0;
+        // Whether the engines' spans that stand out are filled again (else only impulses).
+        bool refillEngineSpans = true;
     };
 
     // `total` frames of `channels` channels at `sampleRate`; frames past the end are silence.
@@ -67,18 +78,25 @@ private:
         int after;           // and from start on
     };
 
+    void findImpulses(bool final);
+    void searchBlock(int channel, std::int64_t start);
+    bool holdsImpulse(int channel, const RepairedSpan& click) const;
     Stretch stretchOf(std::int64_t first, std::int64_t last) const;
     bool standsOut(const RepairedSpan& span) const;
     void refill(int channel, std::int64_t first, std::int64_t last);
     void refillCluster(int channel, std::span<const RepairedSpan> cluster);
     void refillSettled(bool final);
-    float outputAt(int channel, std::int64_t position) const;
+    // Silence outside what the buffers hold.
+    float sampleAt(const std::vector<std::vector<float>>& rows, int channel, std::int64_t position) const;
+    float inputAt(int channel, std::int64_t position) const { return sampleAt(input_, channel, position); }
+    float outputAt(int channel, std::int64_t position) const { return sampleAt(output_, channel, position); }
     std::int64_t outputEnd() const { return base_ + static_cast<std::int64_t>(output_.front().size()); }
 
     int sampleRate_;
     std::int64_t total_;
     double standOut_;
     int minLength_;
+    bool refillEngineSpans_;
     int margin_;
     int levelReach_;
     int maxLength_;
@@ -96,4 +114,9 @@ private:
     std::vector<RepairedSpan> clicks_;  // a cluster's clicks, kept between clusters
     std::vector<const float*> rows_;  // the output rows handed to the sink
     std::int64_t late_ = 0;
+    std::optional<ImpulseFinder> impulseFinder_;
+    std::int64_t searchedTo_ = 0;                      // impulses looked for before this position
+    std::vector<std::vector<RepairedSpan>> impulses_;  // per channel, not yet refilled
+    std::vector<ImpulseFinder::Impulse> found_;
+    std::vector<float> searchWindow_;
 };

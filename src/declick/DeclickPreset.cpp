@@ -21,17 +21,18 @@ namespace {
 // few tenths of a dB either way on crackle. Its clicks are then filled again by
 // least-squares AR (ClickRefill), which takes their ringing edges as well: 2-4 dB
 // on clicks in music, more in speech, while crackle and clean audio keep the
-// engines' repair.
+// engines' repair. Every preset then looks for impulses the passes let through: a
+// click far louder than the music is tonal to the engines at any floor.
 constexpr DeclickPass fineCracklePass{8.0f, {true, 1e-6}};
 constexpr DeclickPass crackleAfterClicksPass{10.0f, {true, 1e-6}};
 constexpr DeclickPass gentlePass{12.0f, {true, 1e-3}};
 constexpr DeclickPass standingOutPass{18.0f, {true, 1e-3}};
 
-constexpr DeclickSettings onePass(DeclickPass pass) { return {DeclickEngineKind::standard, 512, {pass, pass}, 1}; }
+constexpr DeclickSettings onePass(DeclickPass pass) { return {DeclickEngineKind::standard, 512, {pass, pass}, 1, false}; }
 
 constexpr std::array presets{
     DeclickPreset{"auto", "any recording: the clicks that stand out, then fine crackle; leaves clean audio as it is",
-                  {DeclickEngineKind::standard, 512, {standingOutPass, crackleAfterClicksPass}, 2, true}},
+                  {DeclickEngineKind::standard, 512, {standingOutPass, crackleAfterClicksPass}, 2, true, true}},
     DeclickPreset{"gentle", "clear clicks only, in one pass", onePass(gentlePass)},
     DeclickPreset{"clicks", "loud clicks and scratches of up to a few milliseconds, in one pass",
                   onePass({5.0f, {true, 1e-2}})},

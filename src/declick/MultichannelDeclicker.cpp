@@ -5,6 +5,8 @@
 #include <numeric>
 #include <thread>
 
+#include "declick/SampleRange.h"
+
 namespace {
 
 // Starting a thread costs tens of microseconds: a short block (a stream fed a few
@@ -46,6 +48,7 @@ void MultichannelDeclicker::retune(const DeclickSettings& settings, std::span<co
 void MultichannelDeclicker::reset()
 {
     for (DeclickChannelGroup& group : groups_) group.reset();
+    clampedSamples_ = 0;
 }
 
 void MultichannelDeclicker::processGroup(std::size_t index, float* const* rows, int frames)
@@ -56,6 +59,7 @@ void MultichannelDeclicker::processGroup(std::size_t index, float* const* rows, 
 
 void MultichannelDeclicker::process(float* const* rows, int frames)
 {
+    clampedSamples_ += clampToDeclickRange(rows, channels_, frames);
     if (jobs_ == 1 || frames < minFramesToSpread) {
         for (std::size_t g = 0; g < groups_.size(); ++g) processGroup(g, rows, frames);
         return;

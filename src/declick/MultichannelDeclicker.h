@@ -16,8 +16,14 @@
 // and does no I/O: a real-time path may call it, and retune and reset. With jobs > 1 a
 // call of 4096 frames or more starts up to jobs - 1 helper threads and joins them
 // before returning (a shorter one runs the channels in turn). One caller at a time.
+//
+// A sample beyond ±largestDeclickSample (SampleRange.h), which the engines' float
+// squares cannot hold, is put at that limit before the engines see it and counted
+// (clampedSamples): the output stays finite. A caller with the whole recording can
+// refuse such input first instead.
 #pragma once
 
+#include <cstdint>
 #include <span>
 #include <vector>
 
@@ -33,6 +39,8 @@ public:
     int latency() const { return groups_.front().latency(); }
     int blockSize() const { return groups_.front().blockSize(); }
     int jobs() const { return jobs_; }
+    // Input samples put at ±largestDeclickSample since construction or reset.
+    std::int64_t clampedSamples() const { return clampedSamples_; }
 
     // rows: one pointer per channel.
     void process(float* const* rows, int frames);
@@ -56,5 +64,6 @@ private:
     int channels_;
     int jobs_;
     bool sharedEngine_;
+    std::int64_t clampedSamples_ = 0;
     std::vector<DeclickChannelGroup> groups_;
 };

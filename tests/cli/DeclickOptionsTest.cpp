@@ -243,6 +243,36 @@ TEST_F(DeclickOptions, RefusesNonFiniteValuesUnknownPresetsAndReportsOfAnUnknown
     EXPECT_EQ(digestOf(path("in.wav")), inputDigest);
 }
 
+// A float file can hold samples whose squares overflow the engines' float spectra
+// (NaN out where the input had none): such a file is refused before anything is
+// written, naming the sample; up to the limit every output sample stays finite.
+TEST_F(DeclickOptions, RefusesSamplesBeyondTheLargestMagnitudeAndKeepsTheOutputFiniteUpToIt)
+{
+    const std::vector<int> audio = portableClickedAudio(20000);
+    std::vector<float> loud(audio.size());
+    for (std::size_t i = 0; i < audio.size(); ++i) loud[i] = static_cast<float>(audio[i] / 16384.0 * 1e15);
+    const float peak = *std::max_element(loud.begin(), loud.end(), [](float a, float b) { return std::fabs(a) < std::fabs(b); });
+    for (float& sample : loud) sample *= 1e15f / std::fabs(peak);
+    testsupport::writeSoundFile(path("loud.wav"), loud, 2, 44100, SF_FORMAT_WAV | SF_FORMAT_FLOAT);
+    for (const char* preset : {"auto", "gentle", "clicks", "crackle"}) {
+        const auto outcome = ferrotip(std::string("declick -q --preset ") + preset + " " + path("loud.wav") + " " + path("out.wav"));
+        ASSERT_EQ(outcome.status, 0) << outcome.output;
+        const auto output = testsupport::readSoundFile<float>(path("out.wav"));
+        EXPECT_TRUE(std::ranges::all_of(output.samples, [](float sample) { return std::isfinite(sample); })) << preset;
+        fs::remove(path("out.wav"));
+    }
+    std::vector<float> spiked(audio.begin(), audio.end());
+    for (float& sample : spiked) sample /= 32768.0f;
+    spiked[12345 * 2 + 1] = 1e23f;
+    testsupport::writeSoundFile(path("spiked.wav"), spiked, 2, 44100, SF_FORMAT_WAV | SF_FORMAT_FLOAT);
+    for (const char* options : {"", "--preset crackle --floor 1e-6 --sensitivity 8"}) {
+        const auto outcome = ferrotip(std::string("declick ") + options + " " + path("spiked.wav") + " " + path("out.wav"));
+        EXPECT_EQ(outcome.status, 1) << options;
+        EXPECT_NE(outcome.output.find("channel 2 at frame 12345"), std::string::npos) << outcome.output;
+        EXPECT_FALSE(fs::exists(path("out.wav")));
+    }
+}
+
 // Full-range samples that a 32-bit float path would round.
 TEST_F(DeclickOptions, BypassIsExactFor32BitIntegerAnd64BitFloatFiles)
 {

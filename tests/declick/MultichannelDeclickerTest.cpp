@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
+#include <limits>
 #include <thread>
 #include <vector>
 
@@ -219,4 +222,21 @@ TEST(MultichannelDeclicker, RetuneWritesThePassesAsConstructionDoes)
     MultichannelDeclicker declicker(other, std::vector<double>(2, 0.5), false, DeclickListen::repaired, chunk, 1);
     EXPECT_EQ(testsupport::allocationsDuring([&] { declicker.retune(chain, level); }), 0u);
     EXPECT_EQ(runChunks(declicker, audio).output, direct.output);
+}
+
+// Beyond the limit the engines' float squares overflow and whole blocks come out
+// NaN; a stream cannot refuse what has come, so such samples are held at the limit.
+TEST(MultichannelDeclicker, HoldsSamplesBeyondTheLargestMagnitudeAtItAndCountsThem)
+{
+    Channels audio = clickedChannels(2);
+    audio[1][7000] = 1e23f;
+    audio[0][9000] = -std::numeric_limits<float>::max();
+    MultichannelDeclicker declicker(defaultDeclickPreset().settings, meanSquares(clickedChannels(2)), false,
+                                    DeclickListen::repaired, chunk, 1);
+    const Declicked run = runChunks(declicker, audio);
+    EXPECT_EQ(declicker.clampedSamples(), 2);
+    for (const auto& channel : run.output)
+        EXPECT_TRUE(std::ranges::all_of(channel, [](float sample) { return std::isfinite(sample); }));
+    declicker.reset();
+    EXPECT_EQ(declicker.clampedSamples(), 0);
 }
