@@ -6,8 +6,10 @@
 
 namespace {
 
-constexpr int lowestExponent = -24;            // |x| below 2^-25 lands in bin 0
-constexpr int octaves = 48;                    // up to 2^24
+constexpr int lowestExponent = -24;            // frexp's exponent of the lowest octave, 2^-25 up; below lands in bin 0
+constexpr int highestExponent = 24;            // of the highest octave, up to 2^24
+constexpr int octaves = highestExponent - lowestExponent + 1;
+constexpr float rangeTop = static_cast<float>(1 << highestExponent);
 constexpr int narrowBand = 24;                 // about 1% of magnitude
 constexpr int searchBins = ClipLevelFinder::binsPerOctave / 2;  // the top half octave
 constexpr std::int64_t minimumClipped = 16;
@@ -83,6 +85,7 @@ void ClipLevelFinder::reset()
     for (Polarity* side : {&positive_, &negative_}) {
         side->histogram.assign(static_cast<std::size_t>(octaves) * binsPerOctave, 0);
         side->count = 0;
+        side->beyondRange = 0;
     }
 }
 
@@ -92,7 +95,6 @@ int ClipLevelFinder::binOf(float magnitude)
     const double fraction = std::frexp(static_cast<double>(magnitude), &exponent);  // [0.5, 1)
     const int octave = exponent - lowestExponent;
     if (octave < 0) return 0;
-    if (octave >= octaves) return octaves * binsPerOctave - 1;
     return octave * binsPerOctave + static_cast<int>((fraction - 0.5) * 2.0 * binsPerOctave);
 }
 
@@ -109,8 +111,9 @@ void ClipLevelFinder::add(const float* samples, std::int64_t count)
         const float x = samples[i];
         if (!(x != 0.0f) || !std::isfinite(x)) continue;
         Polarity& side = x > 0.0f ? positive_ : negative_;
-        ++side.histogram[binOf(std::fabs(x))];
         ++side.count;
+        if (std::fabs(x) >= rangeTop) ++side.beyondRange;
+        else ++side.histogram[binOf(std::fabs(x))];
     }
 }
 
@@ -119,7 +122,8 @@ float ClipLevelFinder::levelOf(const Polarity& polarity)
     const auto& histogram = polarity.histogram;
     int top = static_cast<int>(histogram.size()) - 1;
     while (top > 0 && histogram[top] == 0) --top;
-    if (polarity.count == 0 || top == 0) return ClipLevels::none;
+    // Where the histogram ends nothing can be told about a pile.
+    if (polarity.count == 0 || top == 0 || polarity.beyondRange > 0) return ClipLevels::none;
 
     // Bands of about 1% of the level, or of one quantiser step where that is coarser.
     const int band = std::max(narrowBand, quantumBelow(histogram, top));

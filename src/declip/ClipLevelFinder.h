@@ -16,8 +16,9 @@
 // sixteen times a spread hump), and some value must lie within an octave below it.
 // Each polarity is judged on its own (asymmetric clipping, DC offsets).
 //
-// Histogram: 2048 bins per octave of |x| from 2^-24 up, built with frexp, so the
-// same samples give the same levels on every platform. The constructor allocates;
+// Histogram: 2048 bins per octave of |x| from 2^-24 up to 2^24, built with frexp, so
+// the same samples give the same levels on every platform. A polarity with samples
+// beyond 2^24 is not judged (taken as unclipped): its pile could lie beyond the bins. The constructor allocates;
 // add() and levels() do not. One object per channel, one thread at a time.
 #pragma once
 
@@ -41,6 +42,7 @@ private:
     struct Polarity {
         std::vector<std::uint32_t> histogram;
         std::int64_t count = 0;
+        std::int64_t beyondRange = 0;  // samples at 2^24 or more, which no bin holds
     };
     static int binOf(float magnitude);
     static float lowerEdge(int bin);

@@ -254,6 +254,23 @@ TEST(ClipLevelFinder, ToleratesRippleAroundThePlateau)
     }
 }
 
+// Magnitudes from 2^24 up lie beyond the histogram: no pile can be told there, so
+// such a polarity is taken as unclipped rather than piled up in the top bin.
+TEST(ClipLevelFinder, TakesMagnitudesBeyondItsRangeForUnclipped)
+{
+    for (const float scale : {1e8f, 1e20f, 3e38f}) {
+        auto loud = declipsignals::tonal(44100, 2);
+        for (float& x : loud) x *= scale;
+        const ClipLevels levels = levelsOf(loud);
+        EXPECT_FALSE(levels.any()) << scale << ": " << levels.positive << ", " << levels.negative;
+    }
+    auto clipped = hardclip::clip(declipsignals::tonal(44100, 3), 0.5f);
+    for (float& x : clipped) x *= 1e6f;
+    const ClipLevels found = levelsOf(clipped);
+    EXPECT_NEAR(found.positive, 0.5e6f, 0.5e6f * binTolerance);
+    EXPECT_NEAR(found.negative, 0.5e6f, 0.5e6f * binTolerance);
+}
+
 TEST(ClipLevelFinder, ResetForgetsEverything)
 {
     ClipLevelFinder finder;
