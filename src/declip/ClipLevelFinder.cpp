@@ -11,10 +11,12 @@ constexpr int highestExponent = 24;            // of the highest octave, up to 2
 constexpr int octaves = highestExponent - lowestExponent + 1;
 constexpr float rangeTop = static_cast<float>(1 << highestExponent);
 constexpr int narrowBand = 24;                 // about 1% of magnitude
-constexpr int searchBins = ClipLevelFinder::binsPerOctave / 2;  // the top half octave
+constexpr int searchBins = ClipLevelFinder::binsPerOctave / 2;  // half an octave
+constexpr int outlierShift = 10;               // about one sample in a thousand
 constexpr std::int64_t minimumClipped = 16;
 constexpr std::int64_t humpOverBelow = 4;      // hump density over the density below it
 constexpr int referenceOffset = ClipLevelFinder::binsPerOctave / 4;  // about 16% below the level
+constexpr int noiseMargin = 3;                 // standard deviations of a band's count over the valley's
 constexpr int valuesWeighed = 4;               // values just below a pile it is weighed against
 constexpr std::int64_t plateauOverValue = 4;   // a pile one value holds over the heaviest value below it
 constexpr std::int64_t humpOverValue = 16;     // a spread hump over the heaviest value below it
@@ -25,6 +27,22 @@ std::int64_t bandCount(const std::vector<std::uint32_t>& histogram, int first, i
     for (int bin = std::max(first, 0); bin < std::min<int>(last, static_cast<int>(histogram.size())); ++bin)
         sum += histogram[bin];
     return sum;
+}
+
+// The bin at or above which the highest thousandth of `count` samples lie (one at
+// least). A codec's overshoot puts a few samples up to some 60% above the level it
+// clipped at; the pile is sought from the highest sample down to half an octave
+// below this bin.
+int outliersFrom(const std::vector<std::uint32_t>& histogram, int top, std::int64_t count)
+{
+    const std::int64_t outliers = std::max<std::int64_t>(count >> outlierShift, 1);
+    std::int64_t above = 0;
+    int bin = top;
+    for (; bin > 0; --bin) {
+        above += histogram[bin];
+        if (above >= outliers) break;
+    }
+    return bin;
 }
 
 // The quantiser's step below `top`, in bins: the closest spacing of the highest
@@ -74,6 +92,53 @@ bool outweighsTheValuesBelow(const std::vector<std::uint32_t>& histogram, int bo
 {
     const std::int64_t heaviest = heaviestValueBelow(histogram, bottom);
     return heaviest > 0 && pile >= (oneValue ? plateauOverValue : humpOverValue) * heaviest;
+}
+
+// The hump's body: from the first bin of the densest band at half its mean density
+// down while the density holds at that. A steady tone's crest thins out below it
+// at once; a clip level's hump is judged from here.
+int humpBody(const std::vector<std::uint32_t>& histogram, int densest, std::int64_t densestCount, int band)
+{
+    const std::int64_t halfMean = std::max<std::int64_t>(densestCount / (2 * band), 1);
+    int level = densest + band - 1;
+    const int end = std::min<int>(densest + band, static_cast<int>(histogram.size()));
+    for (int bin = densest; bin < end; ++bin)
+        if (histogram[bin] >= halfMean) { level = bin; break; }
+    const int step = std::max(band / 4, 1);
+    while (level - step >= 0 && bandCount(histogram, level - step, level) >= step * halfMean) level -= step;
+    return level;
+}
+
+struct Valley {
+    int top;               // the bin just above its band
+    std::int64_t count;    // the samples its band holds
+};
+
+// The sparsest band between `body` and about 16% below it: the natural density
+// under a hump, before the music's own density rises towards zero.
+Valley valleyBelow(const std::vector<std::uint32_t>& histogram, int body, int band)
+{
+    Valley valley{body, bandCount(histogram, body - band, body)};
+    for (int top = body - 1; top - band >= std::max(body - referenceOffset, 0); --top) {
+        const std::int64_t count = bandCount(histogram, top - band, top);
+        if (count < valley.count) valley = {top, count};
+    }
+    return valley;
+}
+
+// A codec spreads a clip level's pile into a hump over a few percent, with most of
+// its spread below the level; restoring helps most from the hump's lower edge,
+// where the density falls back to the valley under it. From the hump's body down
+// while the band below stands out of that valley by more than its counting noise.
+int humpLowerEdge(const std::vector<std::uint32_t>& histogram, int body, int band)
+{
+    const Valley valley = valleyBelow(histogram, body, band);
+    const auto noise = static_cast<std::int64_t>(std::sqrt(static_cast<double>(valley.count)));
+    const std::int64_t standingOut = valley.count + noiseMargin * noise + 1;
+    const int step = std::max(band / 4, 1);
+    int level = body;
+    while (level - step >= valley.top && bandCount(histogram, level - band, level) > standingOut) level -= step;
+    return level;
 }
 
 }  // namespace
@@ -127,23 +192,16 @@ float ClipLevelFinder::levelOf(const Polarity& polarity)
 
     // Bands of about 1% of the level, or of one quantiser step where that is coarser.
     const int band = std::max(narrowBand, quantumBelow(histogram, top));
-    // The densest band in the top half octave; the highest one among equals.
+    // The densest band in the top half octave but for outliers; the highest one among equals.
     int densest = top;
     std::int64_t densestCount = 0;
-    for (int first = top; first >= std::max(top - searchBins, 0); --first) {
+    const int searchFrom = outliersFrom(histogram, top, polarity.count) - searchBins;
+    for (int first = top; first >= std::max(searchFrom, 0); --first) {
         const std::int64_t count = bandCount(histogram, first, first + band);
         if (count > densestCount) densest = first, densestCount = count;
     }
-    // The hump's lower edge: the lowest bin of the band at half its mean density,
-    // then down while the density holds (codec ripple around the plateau).
-    const std::int64_t halfMean = std::max<std::int64_t>(densestCount / (2 * band), 1);
-    int level = densest + band - 1;
-    for (int bin = densest; bin < densest + band; ++bin)
-        if (bin < static_cast<int>(histogram.size()) && histogram[bin] >= halfMean) { level = bin; break; }
-    const int step = std::max(band / 4, 1);
     const bool plateau = 2 * static_cast<std::int64_t>(histogram[top]) >= densestCount;  // hard clipping: one value
-    if (plateau) level = top;
-    while (!plateau && level - step >= 0 && bandCount(histogram, level - step, level) >= step * halfMean) level -= step;
+    const int level = plateau ? top : humpBody(histogram, densest, densestCount, band);
     // The natural density just below the hump, and well below it: clipping stands out
     // against the first, or, where one value holds the hump or a codec spread it over a
     // few percent, against the second. A codec's ripple also overshoots the level,
@@ -151,10 +209,13 @@ float ClipLevelFinder::levelOf(const Polarity& polarity)
     // over the top percent below its peak too (about 8 times the density 16% lower),
     // but has nothing above (where the steps are coarse, the crest's own top steps: a
     // few bands).
-    const std::int64_t justBelow = bandCount(histogram, level - 4 * band, level) / 4;
-    const std::int64_t wellBelow = bandCount(histogram, level - referenceOffset - 2 * band, level - referenceOffset) / 2;
     const int crestBands = band > narrowBand ? 4 : 2;
     const bool overshoots = top - densest >= crestBands * band;
+    // A hump with samples above it is weighed against the density under its lower edge.
+    const int edge = plateau ? level : humpLowerEdge(histogram, level, band);
+    const int judgedFrom = overshoots ? edge : level;
+    const std::int64_t justBelow = bandCount(histogram, judgedFrom - 4 * band, judgedFrom) / 4;
+    const std::int64_t wellBelow = bandCount(histogram, level - referenceOffset - 2 * band, level - referenceOffset) / 2;
     const bool standsOut = densestCount >= humpOverBelow * justBelow ||
                            ((plateau || overshoots) && densestCount >= humpOverBelow * wellBelow);
     // The pile: the top value with its band, or the densest band and the hump down to the level.
@@ -162,7 +223,7 @@ float ClipLevelFinder::levelOf(const Polarity& polarity)
     const std::int64_t pile = plateau ? histogram[top] : densestCount;
     if (densestCount < minimumClipped || !standsOut || !outweighsTheValuesBelow(histogram, bottom, pile, plateau))
         return ClipLevels::none;
-    return lowerEdge(level);
+    return lowerEdge(edge);
 }
 
 ClipLevels ClipLevelFinder::levels() const { return {levelOf(positive_), levelOf(negative_)}; }
