@@ -6,6 +6,7 @@
 #include <cmath>
 #include <vector>
 
+#include "ar/ClassicRand.h"
 #include "declip/HardClipper.h"
 #include "declip/DeclipTestSignals.h"
 
@@ -269,6 +270,63 @@ TEST(ClipLevelFinder, TakesMagnitudesBeyondItsRangeForUnclipped)
     const ClipLevels found = levelsOf(clipped);
     EXPECT_NEAR(found.positive, 0.5e6f, 0.5e6f * binTolerance);
     EXPECT_NEAR(found.negative, 0.5e6f, 0.5e6f * binTolerance);
+}
+
+// What a lossy codec leaves of a clipped signal, without a codec: the plateaus
+// low-passed (ringing a few percent about the level, with Gibbs overshoot above it),
+// seeded noise of half a percent of the level, and one sample in 500 overshooting
+// by up to 60%, as a decoder's pre-echo does, which lifts the highest sample far
+// above the pile.
+std::vector<float> codecLike(const std::vector<float>& signal, float level, unsigned seed)
+{
+    constexpr int halfTaps = 16;
+    constexpr double cutoff = 0.2;  // cycles per sample, above the signal's partials
+    std::vector<double> taps;
+    for (int k = -halfTaps; k <= halfTaps; ++k) {
+        const double window = 0.54 + 0.46 * std::cos(M_PI * k / halfTaps);
+        taps.push_back(window * (k == 0 ? 2.0 * cutoff : std::sin(2.0 * M_PI * cutoff * k) / (M_PI * k)));
+    }
+    ferrotip::srand(seed);
+    const auto uniform = [] { return ferrotip::rand() / static_cast<double>(ferrotip::classicRandMax) - 0.5; };
+    std::vector<float> out(signal.size());
+    for (std::size_t n = 0; n < signal.size(); ++n) {
+        double sum = 0.0;
+        for (int k = -halfTaps; k <= halfTaps; ++k) {
+            const auto t = static_cast<std::ptrdiff_t>(n) - k;
+            if (t >= 0 && t < static_cast<std::ptrdiff_t>(signal.size())) sum += taps[k + halfTaps] * signal[t];
+        }
+        sum += 0.01 * level * uniform();
+        if (n % 500 == 250) sum *= 1.0 + 1.2 * std::fabs(uniform());
+        out[n] = static_cast<float>(sum);
+    }
+    return out;
+}
+
+TEST(ClipLevelFinder, FindsTheLowerEdgeOfACodecSpreadPileBelowItsOvershoot)
+{
+    for (unsigned seed = 1; seed <= 3; ++seed)
+        for (const double sdr : {7.0, 10.0, 15.0}) {
+            const auto clean = declipsignals::tonal(132300, seed);
+            const float level = hardclip::levelForSdr(clean, sdr);
+            const auto decoded = codecLike(hardclip::clip(clean, level), level, seed);
+            float highest = 0.0f;
+            for (float x : decoded) highest = std::max(highest, std::fabs(x));
+            ASSERT_GT(highest, 1.45f * level) << "seed " << seed << ", " << sdr << " dB";
+            const ClipLevels found = levelsOf(decoded);
+            // Below the plateau's ringing, above the natural density under it.
+            for (const float side : {found.positive, found.negative}) {
+                EXPECT_GE(side, 0.85f * level) << "seed " << seed << ", " << sdr << " dB";
+                EXPECT_LE(side, 0.99f * level) << "seed " << seed << ", " << sdr << " dB";
+            }
+        }
+}
+
+TEST(ClipLevelFinder, FindsNoClippingInACodecLikeUnclippedSignal)
+{
+    for (unsigned seed = 1; seed <= 5; ++seed) {
+        const ClipLevels levels = levelsOf(codecLike(declipsignals::tonal(132300, seed), 0.9f, seed));
+        EXPECT_FALSE(levels.any()) << "seed " << seed << ": " << levels.positive << ", " << levels.negative;
+    }
 }
 
 TEST(ClipLevelFinder, ResetForgetsEverything)
