@@ -1,6 +1,7 @@
 #include "declip/ClipLevelFinder.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
 
@@ -17,6 +18,7 @@ constexpr std::int64_t minimumClipped = 16;
 constexpr std::int64_t humpOverBelow = 4;      // hump density over the density below it
 constexpr int referenceOffset = ClipLevelFinder::binsPerOctave / 4;  // about 16% below the level
 constexpr int noiseMargin = 3;                 // standard deviations of a band's count over the valley's
+constexpr std::int64_t flankShare = 16;        // a hump's flank: its excess over the background, of the peak's
 constexpr int valuesWeighed = 4;               // values just below a pile it is weighed against
 constexpr std::int64_t plateauOverValue = 4;   // a pile one value holds over the heaviest value below it
 constexpr std::int64_t humpOverValue = 16;     // a spread hump over the heaviest value below it
@@ -109,35 +111,38 @@ int humpBody(const std::vector<std::uint32_t>& histogram, int densest, std::int6
     return level;
 }
 
-struct Valley {
-    int top;               // the bin just above its band
-    std::int64_t count;    // the samples its band holds
-};
-
-// The sparsest band between `body` and about 16% below it: the natural density
-// under a hump, before the music's own density rises towards zero.
-Valley valleyBelow(const std::vector<std::uint32_t>& histogram, int body, int band)
+// The typical count of a band over the 16% below `body`: the median of the bands
+// that tile it, so that neither a hump's shoulder nor the count's noise (a minimum
+// would pick its low tail) shifts it.
+std::int64_t backgroundBelow(const std::vector<std::uint32_t>& histogram, int body, int band)
 {
-    Valley valley{body, bandCount(histogram, body - band, body)};
-    for (int top = body - 1; top - band >= std::max(body - referenceOffset, 0); --top) {
-        const std::int64_t count = bandCount(histogram, top - band, top);
-        if (count < valley.count) valley = {top, count};
-    }
-    return valley;
+    std::array<std::int64_t, referenceOffset / narrowBand> counts{};
+    std::size_t tiles = 0;
+    for (int top = body; tiles < counts.size() && top - band >= std::max(body - referenceOffset, 0); top -= band)
+        counts[tiles++] = bandCount(histogram, top - band, top);
+    if (tiles == 0) return 0;
+    const auto middle = counts.begin() + static_cast<std::ptrdiff_t>(tiles / 2);
+    std::nth_element(counts.begin(), middle, counts.begin() + static_cast<std::ptrdiff_t>(tiles));
+    return *middle;
 }
 
 // A codec spreads a clip level's pile into a hump over a few percent, with most of
-// its spread below the level; restoring helps most from the hump's lower edge,
-// where the density falls back to the valley under it. From the hump's body down
-// while the band below stands out of that valley by more than its counting noise.
-int humpLowerEdge(const std::vector<std::uint32_t>& histogram, int body, int band)
+// its spread below the level; restoring helps most from about the hump's lower
+// edge. From the hump's body down, at most 16%, while the band below stands out of
+// the background under the hump by more than its counting noise and by a
+// `flankShare` of the densest band's excess over it: a narrow hump over a dense
+// background (high bitrates) keeps its level near the pile, where restoring the
+// music's own samples just below it would do harm.
+int humpLowerEdge(const std::vector<std::uint32_t>& histogram, int body, std::int64_t densestCount, int band)
 {
-    const Valley valley = valleyBelow(histogram, body, band);
-    const auto noise = static_cast<std::int64_t>(std::sqrt(static_cast<double>(valley.count)));
-    const std::int64_t standingOut = valley.count + noiseMargin * noise + 1;
+    const std::int64_t background = backgroundBelow(histogram, body, band);
+    const auto noise = static_cast<std::int64_t>(std::sqrt(static_cast<double>(background)));
+    const std::int64_t standingOut =
+        background + std::max(noiseMargin * noise + 1, (densestCount - background) / flankShare);
     const int step = std::max(band / 4, 1);
+    const int lowest = std::max(body - referenceOffset + band, band);
     int level = body;
-    while (level - step >= valley.top && bandCount(histogram, level - band, level) > standingOut) level -= step;
+    while (level - step >= lowest && bandCount(histogram, level - band, level) > standingOut) level -= step;
     return level;
 }
 
@@ -212,7 +217,7 @@ float ClipLevelFinder::levelOf(const Polarity& polarity)
     const int crestBands = band > narrowBand ? 4 : 2;
     const bool overshoots = top - densest >= crestBands * band;
     // A hump with samples above it is weighed against the density under its lower edge.
-    const int edge = plateau ? level : humpLowerEdge(histogram, level, band);
+    const int edge = plateau ? level : humpLowerEdge(histogram, level, densestCount, band);
     const int judgedFrom = overshoots ? edge : level;
     const std::int64_t justBelow = bandCount(histogram, judgedFrom - 4 * band, judgedFrom) / 4;
     const std::int64_t wellBelow = bandCount(histogram, level - referenceOffset - 2 * band, level - referenceOffset) / 2;
