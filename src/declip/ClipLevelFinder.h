@@ -7,12 +7,13 @@
 // so the finder looks for a hump: from the highest sample down to half an octave
 // below all but the highest thousandth, the densest band, about 1% wide (a step
 // wide where the samples are coarsely quantised, as 8-bit, mu-law and A-law are),
-// must hold enough samples and four times the density just below the hump, or about 16% below it where
-// one value holds the hump or samples lie above it (a codec's overshoot; the crest of
-// a steady tone piles up samples too, but has nothing above; a hump with samples
-// above it is weighed against the density under its lower edge). The level is the
-// lower edge of that hump, where the density falls back to the valley under it, so
-// codec ripple at the plateau counts as clipped.
+// must hold enough samples and four times the density just below the hump, or
+// about 16% below it where one value holds the hump or samples lie above it (a
+// codec's overshoot; the crest of a steady tone piles up samples too, but has
+// nothing above; a hump with samples above it is weighed against the density under
+// its lower edge). The level is the lower edge of that hump, where its flank no
+// longer stands out of the music's own density under it, so codec ripple at the
+// plateau counts as clipped.
 // A periodic signal piles up at its crest too, in the few values its cycle
 // repeats, each as heavy as the crest's: a pile counts only if it holds far more
 // than any of the four values just below it (four times where one value holds it,
@@ -22,7 +23,8 @@
 // Histogram: 2048 bins per octave of |x| from 2^-24 up to 2^24, built with frexp, so
 // the same samples give the same levels on every platform. A polarity with samples
 // beyond 2^24 is not judged (taken as unclipped): its pile could lie beyond the
-// bins. The constructor allocates; add() and levels() do not. One object per channel, one thread at a time.
+// bins. The constructor allocates; add() and levels() do not. One object per
+// channel, one thread at a time.
 #pragma once
 
 #include <cstdint>
