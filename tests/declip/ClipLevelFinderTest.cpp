@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "ar/ClassicRand.h"
+#include "declip/DeclipMaterial.h"
 #include "declip/HardClipper.h"
 #include "declip/DeclipTestSignals.h"
 
@@ -327,6 +328,25 @@ TEST(ClipLevelFinder, FindsNoClippingInACodecLikeUnclippedSignal)
         const ClipLevels levels = levelsOf(codecLike(declipsignals::tonal(132300, seed), 0.9f, seed));
         EXPECT_FALSE(levels.any()) << "seed " << seed << ": " << levels.positive << ", " << levels.negative;
     }
+}
+
+// The same on recordings: music and speech excerpts, clipped or not.
+TEST(ClipLevelFinder, FindsACodecSpreadPileInRecordingsAndNoneInUnclippedOnes)
+{
+    for (const char* material : {"music", "speech", "dialogue"})
+        for (unsigned seed = 1; seed <= 3; ++seed) {
+            const auto excerpt = declipmaterial::excerptOf(material, seed, 4.0);
+            if (excerpt.samples.empty()) GTEST_SKIP() << "no " << material << " recordings installed";
+            const ClipLevels unclipped = levelsOf(codecLike(excerpt.samples, 0.9f, seed));
+            EXPECT_FALSE(unclipped.any()) << material << ", seed " << seed << ": " << unclipped.positive << ", "
+                                          << unclipped.negative;
+            const float level = hardclip::levelForSdr(excerpt.samples, 10.0);
+            const ClipLevels found = levelsOf(codecLike(hardclip::clip(excerpt.samples, level), level, seed));
+            for (const float side : {found.positive, found.negative}) {
+                EXPECT_GE(side, 0.85f * level) << material << ", seed " << seed;
+                EXPECT_LE(side, level) << material << ", seed " << seed;  // long plateaus keep a narrow pile
+            }
+        }
 }
 
 TEST(ClipLevelFinder, ResetForgetsEverything)
