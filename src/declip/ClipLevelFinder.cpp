@@ -102,13 +102,13 @@ bool outweighsTheValuesBelow(const std::vector<std::uint32_t>& histogram, int bo
 int humpBody(const std::vector<std::uint32_t>& histogram, int densest, std::int64_t densestCount, int band)
 {
     const std::int64_t halfMean = std::max<std::int64_t>(densestCount / (2 * band), 1);
-    int level = densest + band - 1;
+    int body = densest + band - 1;
     const int end = std::min<int>(densest + band, static_cast<int>(histogram.size()));
     for (int bin = densest; bin < end; ++bin)
-        if (histogram[bin] >= halfMean) { level = bin; break; }
+        if (histogram[bin] >= halfMean) { body = bin; break; }
     const int step = std::max(band / 4, 1);
-    while (level - step >= 0 && bandCount(histogram, level - step, level) >= step * halfMean) level -= step;
-    return level;
+    while (body - step >= 0 && bandCount(histogram, body - step, body) >= step * halfMean) body -= step;
+    return body;
 }
 
 // The typical count of a band over the 16% below `body`: the median of the bands
@@ -141,9 +141,9 @@ int humpLowerEdge(const std::vector<std::uint32_t>& histogram, int body, std::in
         background + std::max(noiseMargin * noise + 1, (densestCount - background) / flankShare);
     const int step = std::max(band / 4, 1);
     const int lowest = std::max(body - referenceOffset + band, band);
-    int level = body;
-    while (level - step >= lowest && bandCount(histogram, level - band, level) > standingOut) level -= step;
-    return level;
+    int edge = body;
+    while (edge - step >= lowest && bandCount(histogram, edge - band, edge) > standingOut) edge -= step;
+    return edge;
 }
 
 }  // namespace
@@ -206,7 +206,7 @@ float ClipLevelFinder::levelOf(const Polarity& polarity)
         if (count > densestCount) densest = first, densestCount = count;
     }
     const bool plateau = 2 * static_cast<std::int64_t>(histogram[top]) >= densestCount;  // hard clipping: one value
-    const int level = plateau ? top : humpBody(histogram, densest, densestCount, band);
+    const int body = plateau ? top : humpBody(histogram, densest, densestCount, band);
     // The natural density just below the hump, and well below it: clipping stands out
     // against the first, or, where one value holds the hump or a codec spread it over a
     // few percent, against the second. A codec's ripple also overshoots the level,
@@ -217,14 +217,14 @@ float ClipLevelFinder::levelOf(const Polarity& polarity)
     const int crestBands = band > narrowBand ? 4 : 2;
     const bool overshoots = top - densest >= crestBands * band;
     // A hump with samples above it is weighed against the density under its lower edge.
-    const int edge = plateau ? level : humpLowerEdge(histogram, level, densestCount, band);
-    const int judgedFrom = overshoots ? edge : level;
+    const int edge = plateau ? body : humpLowerEdge(histogram, body, densestCount, band);
+    const int judgedFrom = overshoots ? edge : body;
     const std::int64_t justBelow = bandCount(histogram, judgedFrom - 4 * band, judgedFrom) / 4;
-    const std::int64_t wellBelow = bandCount(histogram, level - referenceOffset - 2 * band, level - referenceOffset) / 2;
+    const std::int64_t wellBelow = bandCount(histogram, body - referenceOffset - 2 * band, body - referenceOffset) / 2;
     const bool standsOut = densestCount >= humpOverBelow * justBelow ||
                            ((plateau || overshoots) && densestCount >= humpOverBelow * wellBelow);
-    // The pile: the top value with its band, or the densest band and the hump down to the level.
-    const int bottom = plateau ? top - band + 1 : std::min(level, densest);
+    // The pile: the top value with its band, or the densest band and the hump's body.
+    const int bottom = plateau ? top - band + 1 : std::min(body, densest);
     const std::int64_t pile = plateau ? histogram[top] : densestCount;
     if (densestCount < minimumClipped || !standsOut || !outweighsTheValuesBelow(histogram, bottom, pile, plateau))
         return ClipLevels::none;
