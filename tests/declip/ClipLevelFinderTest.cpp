@@ -6,6 +6,8 @@
 #include <cmath>
 #include <vector>
 
+#include "ar/ClassicRand.h"
+#include "declip/DeclipMaterial.h"
 #include "declip/HardClipper.h"
 #include "declip/DeclipTestSignals.h"
 
@@ -252,6 +254,99 @@ TEST(ClipLevelFinder, ToleratesRippleAroundThePlateau)
         EXPECT_GE(flagged, plateau * 8 / 10) << ripple;
         EXPECT_LE(flagged, plateau * 3 / 2) << ripple;  // with a few natural samples at the edge
     }
+}
+
+// Magnitudes from 2^24 up lie beyond the histogram: no pile can be told there, so
+// such a polarity is taken as unclipped rather than piled up in the top bin.
+TEST(ClipLevelFinder, TakesMagnitudesBeyondItsRangeForUnclipped)
+{
+    for (const float scale : {1e8f, 1e20f, 3e38f}) {
+        auto loud = declipsignals::tonal(44100, 2);
+        for (float& x : loud) x *= scale;
+        const ClipLevels levels = levelsOf(loud);
+        EXPECT_FALSE(levels.any()) << scale << ": " << levels.positive << ", " << levels.negative;
+    }
+    auto clipped = hardclip::clip(declipsignals::tonal(44100, 3), 0.5f);
+    for (float& x : clipped) x *= 1e6f;
+    const ClipLevels found = levelsOf(clipped);
+    EXPECT_NEAR(found.positive, 0.5e6f, 0.5e6f * binTolerance);
+    EXPECT_NEAR(found.negative, 0.5e6f, 0.5e6f * binTolerance);
+}
+
+// What a lossy codec leaves of a clipped signal, without a codec: the plateaus
+// low-passed (ringing a few percent about the level, with Gibbs overshoot above it),
+// seeded noise of half a percent of the level, and one sample in 500 overshooting
+// by up to 60%, as a decoder's pre-echo does, which lifts the highest sample far
+// above the pile.
+std::vector<float> codecLike(const std::vector<float>& signal, float level, unsigned seed)
+{
+    constexpr int halfTaps = 16;
+    constexpr double cutoff = 0.2;  // cycles per sample, above the signal's partials
+    std::vector<double> taps;
+    for (int k = -halfTaps; k <= halfTaps; ++k) {
+        const double window = 0.54 + 0.46 * std::cos(M_PI * k / halfTaps);
+        taps.push_back(window * (k == 0 ? 2.0 * cutoff : std::sin(2.0 * M_PI * cutoff * k) / (M_PI * k)));
+    }
+    ferrotip::srand(seed);
+    const auto uniform = [] { return ferrotip::rand() / static_cast<double>(ferrotip::classicRandMax) - 0.5; };
+    std::vector<float> out(signal.size());
+    for (std::size_t n = 0; n < signal.size(); ++n) {
+        double sum = 0.0;
+        for (int k = -halfTaps; k <= halfTaps; ++k) {
+            const auto t = static_cast<std::ptrdiff_t>(n) - k;
+            if (t >= 0 && t < static_cast<std::ptrdiff_t>(signal.size())) sum += taps[k + halfTaps] * signal[t];
+        }
+        sum += 0.01 * level * uniform();
+        if (n % 500 == 250) sum *= 1.0 + 1.2 * std::fabs(uniform());
+        out[n] = static_cast<float>(sum);
+    }
+    return out;
+}
+
+TEST(ClipLevelFinder, FindsTheLowerEdgeOfACodecSpreadPileBelowItsOvershoot)
+{
+    for (unsigned seed = 1; seed <= 3; ++seed)
+        for (const double sdr : {7.0, 10.0, 15.0}) {
+            const auto clean = declipsignals::tonal(132300, seed);
+            const float level = hardclip::levelForSdr(clean, sdr);
+            const auto decoded = codecLike(hardclip::clip(clean, level), level, seed);
+            float highest = 0.0f;
+            for (float x : decoded) highest = std::max(highest, std::fabs(x));
+            ASSERT_GT(highest, 1.45f * level) << "seed " << seed << ", " << sdr << " dB";
+            const ClipLevels found = levelsOf(decoded);
+            // Below the plateau's ringing, above the natural density under it.
+            for (const float side : {found.positive, found.negative}) {
+                EXPECT_GE(side, 0.85f * level) << "seed " << seed << ", " << sdr << " dB";
+                EXPECT_LE(side, 0.99f * level) << "seed " << seed << ", " << sdr << " dB";
+            }
+        }
+}
+
+TEST(ClipLevelFinder, FindsNoClippingInACodecLikeUnclippedSignal)
+{
+    for (unsigned seed = 1; seed <= 5; ++seed) {
+        const ClipLevels levels = levelsOf(codecLike(declipsignals::tonal(132300, seed), 0.9f, seed));
+        EXPECT_FALSE(levels.any()) << "seed " << seed << ": " << levels.positive << ", " << levels.negative;
+    }
+}
+
+// The same on recordings: music and speech excerpts, clipped or not.
+TEST(ClipLevelFinder, FindsACodecSpreadPileInRecordingsAndNoneInUnclippedOnes)
+{
+    for (const char* material : {"music", "speech", "dialogue"})
+        for (unsigned seed = 1; seed <= 3; ++seed) {
+            const auto excerpt = declipmaterial::excerptOf(material, seed, 4.0);
+            if (excerpt.samples.empty()) GTEST_SKIP() << "no " << material << " recordings installed";
+            const ClipLevels unclipped = levelsOf(codecLike(excerpt.samples, 0.9f, seed));
+            EXPECT_FALSE(unclipped.any()) << material << ", seed " << seed << ": " << unclipped.positive << ", "
+                                          << unclipped.negative;
+            const float level = hardclip::levelForSdr(excerpt.samples, 10.0);
+            const ClipLevels found = levelsOf(codecLike(hardclip::clip(excerpt.samples, level), level, seed));
+            for (const float side : {found.positive, found.negative}) {
+                EXPECT_GE(side, 0.85f * level) << material << ", seed " << seed;
+                EXPECT_LE(side, level) << material << ", seed " << seed;  // long plateaus keep a narrow pile
+            }
+        }
 }
 
 TEST(ClipLevelFinder, ResetForgetsEverything)
