@@ -211,7 +211,9 @@ int FrameDeclipper::restore(float* frame, const float* lower, const float* upper
         for (int n = 0; n < length; ++n) frame[n] = std::clamp(frame[n], lower[n], upper[n]);
         analyse(frame);
         if (updateDual() <= tolerance) break;
-        k += step + (shift > 0 ? k >> shift : 0);
+        // Past the bin count every bin is kept already; held there, k cannot overflow
+        // when a frame never converges (samples near the float range).
+        k = std::min(bins_, k + step + (shift > 0 ? k >> shift : 0));
     }
     return iteration;
 }
