@@ -35,8 +35,8 @@ struct DeclickSettings {
     int passCount = 1;
     // Loud clicks are filled again by least-squares AR after the passes (ClickRefill).
     bool refillClicks = false;
-    // Impulses the passes let through (far louder than the music) are found in their
-    // output and filled the same way.
+    // Impulses the passes let through (far louder than the music) are found in the
+    // input and filled the same way.
     bool findImpulses = true;
 
     std::span<const DeclickPass> activePasses() const { return {passes.data(), static_cast<std::size_t>(passCount)}; }

@@ -5,6 +5,8 @@
 #include <numbers>
 #include <optional>
 
+#include "ar/ArRecursions.h"
+
 namespace {
 
 // Median absolute value of Gaussian errors over their standard deviation.
@@ -28,30 +30,15 @@ ImpulseFinder::ImpulseFinder(double threshold) : threshold_(threshold)
 bool ImpulseFinder::fitModel(std::span<const float, window> samples)
 {
     for (int i = 0; i < window; ++i) tapered_[i] = taper_[i] * samples[i];
-    // Every lag's sum runs in time order; the lags side by side keep the adds apart.
     std::array<double, order + 1> lags{};
-    for (int i = 0; i < order; ++i)
-        for (int k = 0; k <= i; ++k) lags[k] += tapered_[i] * tapered_[i - k];
-    for (int i = order; i < window; ++i)
-        for (int k = 0; k <= order; ++k) lags[k] += tapered_[i] * tapered_[i - k];
+    autocorrelate(tapered_.data(), window, lags.data(), order);
     if (!(lags[0] > 0.0) || !std::isfinite(lags[0])) return false;
     lags[0] *= 1.0 + whiteFloor;
+    std::array<double*, order + 1> rows;
+    for (int m = 0; m <= order; ++m) rows[m] = orderRows_[m].data();
+    const int reached = levinsonDurbinRows(lags.data(), rows.data(), order);
     model_.fill(0.0);
-    model_[0] = 1.0;
-    double error = lags[0];
-    for (int m = 1; m <= order; ++m) {
-        double acc = lags[m];
-        for (int j = 1; j < m; ++j) acc += model_[j] * lags[m - j];
-        const double reflection = -acc / error;
-        for (int j = 1; j <= m / 2; ++j) {
-            const double low = model_[j];
-            const double high = model_[m - j];
-            model_[j] = low + reflection * high;
-            if (j != m - j) model_[m - j] = high + reflection * low;
-        }
-        model_[m] = reflection;
-        error *= 1.0 - reflection * reflection;
-    }
+    std::copy_n(orderRows_[reached].begin(), reached + 1, model_.begin());
     return true;
 }
 

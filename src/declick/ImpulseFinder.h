@@ -61,6 +61,7 @@ private:
     std::array<double, window> taper_{};
     std::array<double, window> tapered_{};
     std::array<double, order + 1> model_{};  // prediction error filter, model_[0] = 1
+    std::array<std::array<double, order + 1>, order + 1> orderRows_{};  // Levinson's models of each order
     std::array<bool, judged> forward_{};
     std::array<bool, judged> backward_{};
     std::array<double, judged> forwardErrors_{};
