@@ -1,5 +1,7 @@
 #include "DeclickRun.h"
 
+#include <CLI/CLI.hpp>
+
 #include <algorithm>
 #include <cmath>
 #include <thread>

@@ -4,8 +4,6 @@
 // with the engines' latency taken off.
 #pragma once
 
-#include <CLI/CLI.hpp>
-
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -15,6 +13,11 @@
 #include "declick/DeclickPreset.h"
 #include "declick/MultichannelDeclicker.h"
 #include "declick/SampleRange.h"
+
+namespace CLI {
+class App;
+class Option;
+}  // namespace CLI
 
 struct DeclickSettingOptions {
     std::string preset{defaultDeclickPreset().name};

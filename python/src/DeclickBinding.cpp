@@ -5,6 +5,8 @@
 // `ferrotip declick` and ferrotip.declick give the same bits.
 #include <pybind11/stl.h>
 
+#include <CLI/CLI.hpp>
+
 #include <cmath>
 #include <cstdio>
 #include <cstdint>
