@@ -174,7 +174,7 @@ std::string outOfRangeMessage(const SampleOutOfRange& sample, const std::string&
 
 template <typename In, typename Out>
 DeclickTally declickStream(AudioReader& reader, AudioWriter& writer, MultichannelDeclicker& declicker,
-                           int chunk, Progress& progress, const std::string& input, ClickRefill* refill)
+                           int chunk, Progress& progress, const std::string& input, const DeclickStages& stages)
 {
     FrameConverter<In, Out> converter(reader.channels(), chunk, reader);
     std::int64_t written = 0;
@@ -191,7 +191,7 @@ DeclickTally declickStream(AudioReader& reader, AudioWriter& writer, Multichanne
     };
     DeclickTally tally;
     try {
-        tally.spans = declickRecording(declicker, reader.frames(), chunk, source, sink, refill);
+        tally.spans = declickRecording(declicker, reader.frames(), chunk, source, sink, stages);
     } catch (const SampleOutOfRangeError& error) {
         throw CliError(outOfRangeMessage(error.sample(), input, reader.sampleRate()));
     }
@@ -201,15 +201,15 @@ DeclickTally declickStream(AudioReader& reader, AudioWriter& writer, Multichanne
 
 // Floats where they carry the file's samples exactly, else doubles in its scale.
 DeclickTally declickStream(AudioReader& reader, AudioWriter& writer, MultichannelDeclicker& declicker, int chunk,
-                           Progress& progress, const std::string& input, ClickRefill* refill)
+                           Progress& progress, const std::string& input, const DeclickStages& stages)
 {
     const bool floatsIn = reader.normalisedFloatsExact();
     const bool floatsOut = writer.storesFloats();
     if (floatsIn && floatsOut)
-        return declickStream<float, float>(reader, writer, declicker, chunk, progress, input, refill);
-    if (floatsIn) return declickStream<float, double>(reader, writer, declicker, chunk, progress, input, refill);
-    if (floatsOut) return declickStream<double, float>(reader, writer, declicker, chunk, progress, input, refill);
-    return declickStream<double, double>(reader, writer, declicker, chunk, progress, input, refill);
+        return declickStream<float, float>(reader, writer, declicker, chunk, progress, input, stages);
+    if (floatsIn) return declickStream<float, double>(reader, writer, declicker, chunk, progress, input, stages);
+    if (floatsOut) return declickStream<double, float>(reader, writer, declicker, chunk, progress, input, stages);
+    return declickStream<double, double>(reader, writer, declicker, chunk, progress, input, stages);
 }
 
 void writeReport(const std::string& path, const std::vector<RepairedSpan>& spans, int sampleRate)
@@ -263,10 +263,8 @@ void declickFile(const DeclickOptions& options)
         copyFile(reader, writer, progress, options.input);
     } else {
         MultichannelDeclicker declicker(settings, meanSquares, options.sharedEngine, listen, chunk, jobs);
-        std::optional<ClickRefill> refill;
-        if (refillsClicks(settings, listen))
-            refill.emplace(channels, reader.sampleRate(), total, refillSettingsFor(settings));
-        tally = declickStream(reader, writer, declicker, chunk, progress, options.input, refill ? &*refill : nullptr);
+        const DeclickStages stages = declickStagesFor(settings, listen, continuesEdges(options), reader.sampleRate());
+        tally = declickStream(reader, writer, declicker, chunk, progress, options.input, stages);
     }
     progress.finish();
     // The report first: if it cannot be written, the audio is not left behind either.

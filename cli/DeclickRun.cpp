@@ -12,6 +12,9 @@ constexpr int minBlock = 64;
 constexpr int maxBlock = 65536;
 constexpr int maxJobs = 256;
 constexpr int chunkTarget = 16384;
+// Frames each edge of a recording is continued by, at least: the engines' analysis
+// and the refill's models reach a few hundred samples.
+constexpr int minEdge = 1024;
 
 // Refuses nan and infinities, which every range check lets through or names badly.
 const CLI::Validator finiteNumber(
@@ -97,6 +100,10 @@ void addDeclickSettingOptions(CLI::App* command, DeclickSettingOptions& options)
                       "keep the engines' own repair (presets fill by least-squares AR the clicks far "
                       "louder than the music, which the engines let through, and auto also the loud "
                       "clicks they repaired, edges included)");
+    command->add_flag("--silent-edges", options.silentEdges,
+                      "take the audio past the file's ends as silence, as a stream would (by default each end "
+                      "is continued by its reflection, so audio that starts or stops mid-sound keeps its first "
+                      "and last samples; --shared-engine implies this)");
     command->add_option("--jobs,-j", options.jobs, "threads, one channel each (default: cores up to the channel count); "
                                                    "the output does not depend on it")
         ->check(CLI::Range(1, maxJobs));
@@ -153,17 +160,21 @@ bool needsLevel(const DeclickSettings& settings, DeclickListen listen)
            std::ranges::any_of(settings.activePasses(), [](const DeclickPass& pass) { return pass.floor.relativeToLevel; });
 }
 
-bool refillsClicks(const DeclickSettings& settings, DeclickListen listen)
-{
-    return (settings.refillClicks || settings.findImpulses) && listen == DeclickListen::repaired;
-}
+bool continuesEdges(const DeclickSettingOptions& options) { return !options.sharedEngine && !options.silentEdges; }
 
-ClickRefill::Settings refillSettingsFor(const DeclickSettings& settings)
+DeclickStages declickStagesFor(const DeclickSettings& settings, DeclickListen listen, bool continueEdges,
+                               int sampleRate)
 {
-    ClickRefill::Settings refill;
-    refill.refillEngineSpans = settings.refillClicks;
-    if (!settings.findImpulses) refill.impulseThreshold = 0.0;
-    return refill;
+    DeclickStages stages;
+    stages.sampleRate = sampleRate;
+    if ((settings.refillClicks || settings.findImpulses) && listen == DeclickListen::repaired) {
+        ClickRefill::Settings refill;
+        refill.refillEngineSpans = settings.refillClicks;
+        if (!settings.findImpulses) refill.impulseThreshold = 0.0;
+        stages.refill = refill;
+    }
+    if (continueEdges) stages.edge = std::max(minEdge, 2 * settings.block);
+    return stages;
 }
 
 int declickChunk(const DeclickSettings& settings)
@@ -178,53 +189,81 @@ std::vector<double> MeanSquareMeter::meanSquares() const
     return means;
 }
 
+namespace {
+
+// The engines' spans in stream positions, moved to the recording's and cut to it.
+std::vector<RepairedSpan> recordingSpans(const std::vector<RepairedSpan>& streamSpans, std::int64_t edge,
+                                         std::int64_t total)
+{
+    std::vector<RepairedSpan> spans;
+    for (const RepairedSpan& span : streamSpans) {
+        const std::int64_t first = std::max<std::int64_t>(span.first - edge, 0);
+        const std::int64_t last = std::min(span.last - edge, total - 1);
+        if (first <= last) spans.push_back({span.channel, first, last});
+    }
+    mergeOverlappingSpans(spans);
+    return spans;
+}
+
+}  // namespace
+
 std::vector<RepairedSpan> declickRecording(MultichannelDeclicker& declicker, std::int64_t total, int chunk,
                                            const DeclickSource& source, const DeclickSink& sink,
-                                           ClickRefill* refill)
+                                           const DeclickStages& stages)
 {
+    const int channels = declicker.channels();
     const int latency = declicker.latency();
-    std::vector<std::vector<float>> rows(static_cast<std::size_t>(declicker.channels()),
+    const std::int64_t edge = stages.edge;
+    EdgeContinuedSource input(source, channels, total, stages.edge, chunk);
+    const std::int64_t streamTotal = input.streamFrames();
+    std::optional<ClickRefill> refill;
+    if (stages.refill) refill.emplace(channels, stages.sampleRate, streamTotal, *stages.refill);
+    std::vector<std::vector<float>> rows(static_cast<std::size_t>(channels),
                                          std::vector<float>(static_cast<std::size_t>(chunk)));
     std::vector<float*> pointers;
     for (std::vector<float>& row : rows) pointers.push_back(row.data());
     std::vector<RepairedSpan> spans;
+    // Only the recording's own frames go on: what the engines give for the
+    // continuations of its edges is dropped.
+    std::int64_t handed = 0;
+    const DeclickSink recordingSink = [&](const float* const* output, int from, int count) {
+        const std::int64_t first = std::max(handed, edge);
+        const std::int64_t end = std::min(handed + count, edge + total);
+        if (first < end) sink(output, from + static_cast<int>(first - handed), static_cast<int>(end - first));
+        handed += count;
+    };
     // The refill hands on what it held back behind a click, and at the end all it
     // holds, in one piece: pass that on a chunk at a time, as the sink takes it.
     const DeclickSink chunkedSink = [&](const float* const* output, int from, int count) {
-        for (int done = 0; done < count; done += chunk) sink(output, from + done, std::min(chunk, count - done));
+        for (int done = 0; done < count; done += chunk)
+            recordingSink(output, from + done, std::min(chunk, count - done));
     };
     // Output sample k of the engines is input sample k - latency: drop the first
     // `latency` outputs, and feed silence past the end until all are written.
-    std::int64_t consumed = 0;
     std::int64_t produced = 0;
     std::int64_t written = 0;
-    while (written < total) {
-        const std::int64_t got = consumed < total ? source(pointers.data(), std::min<std::int64_t>(chunk, total - consumed)) : 0;
-        if (const auto beyond = firstSampleOutOfRange(pointers.data(), declicker.channels(), got))
-            throw SampleOutOfRangeError({beyond->channel, consumed + beyond->frame, beyond->value});
-        consumed += got;
-        for (std::vector<float>& row : rows) std::fill(row.begin() + got, row.end(), 0.0f);
+    while (written < streamTotal) {
+        input.read(pointers.data(), chunk);
         if (refill) refill->addInput(pointers.data(), chunk);
         declicker.process(pointers.data(), chunk);
         declicker.forEachLastSpan([&](const RepairedSpan& span) {
-            if (span.first >= total) return;
-            spans.push_back({span.channel, span.first, std::min(span.last, total - 1)});
+            if (span.first >= streamTotal) return;
+            spans.push_back({span.channel, span.first, std::min(span.last, streamTotal - 1)});
             if (refill) refill->addSpan(spans.back());
         });
         const std::int64_t skip = std::clamp<std::int64_t>(latency - produced, 0, chunk);
-        const std::int64_t keep = std::min<std::int64_t>(chunk - skip, total - written);
+        const std::int64_t keep = std::min<std::int64_t>(chunk - skip, streamTotal - written);
         produced += chunk;
         if (keep > 0) {
             written += keep;
             if (refill) {
                 refill->addOutput(pointers.data(), static_cast<int>(skip), static_cast<int>(keep));
-                refill->release(chunkedSink, written == total);
+                refill->release(chunkedSink, written == streamTotal);
             } else {
-                sink(pointers.data(), static_cast<int>(skip), static_cast<int>(keep));
+                recordingSink(pointers.data(), static_cast<int>(skip), static_cast<int>(keep));
             }
         }
     }
     if (refill) spans.insert(spans.end(), refill->refilled().begin(), refill->refilled().end());
-    mergeOverlappingSpans(spans);
-    return spans;
+    return recordingSpans(spans, edge, total);
 }

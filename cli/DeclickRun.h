@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,7 @@
 #include "declick/DeclickPreset.h"
 #include "declick/MultichannelDeclicker.h"
 #include "declick/SampleRange.h"
+#include "EdgeContinuedSource.h"
 
 namespace CLI {
 class App;
@@ -30,6 +32,7 @@ struct DeclickSettingOptions {
     int jobs = 0;
     bool sharedEngine = false;
     bool noRefill = false;
+    bool silentEdges = false;
     // Which of the preset's settings the options replace.
     CLI::Option* engineOption = nullptr;
     CLI::Option* blockOption = nullptr;
@@ -39,7 +42,7 @@ struct DeclickSettingOptions {
 };
 
 // --preset, --engine, --block, --sensitivity, --floor, --relative-floor,
-// --shared-engine, --no-refill and --jobs.
+// --shared-engine, --no-refill, --silent-edges and --jobs.
 void addDeclickSettingOptions(CLI::App* command, DeclickSettingOptions& options);
 // --listen.
 void addDeclickListenOption(CLI::App* command, DeclickSettingOptions& options);
@@ -67,21 +70,29 @@ private:
     std::int64_t counted_ = 0;
 };
 
-// Fills rows[c][0, frames) with the next frames of the recording (full scale 1) and
-// returns how many it gave; 0 only when the source ended early.
-using DeclickSource = std::function<std::int64_t(float* const* rows, std::int64_t frames)>;
 // Takes rows[c][from, from + count): the next output frames, aligned with the input.
 using DeclickSink = DeclickFrameSink;
 
-// Whether the settings' passes are followed by the click refill for this output,
-// and what it fills.
-bool refillsClicks(const DeclickSettings& settings, DeclickListen listen);
-ClickRefill::Settings refillSettingsFor(const DeclickSettings& settings);
+// What a whole recording's run adds around the engines.
+struct DeclickStages {
+    std::optional<ClickRefill::Settings> refill;  // the click refill after the engines, if any
+    int sampleRate = 44100;                       // the refill's lengths are set at this rate
+    int edge = 0;  // frames each edge of the recording is continued by (0: silence past it)
+};
+// Whether the recording's edges are continued: not with --silent-edges, nor for one
+// shared engine, which keeps its earlier output bit for bit.
+bool continuesEdges(const DeclickSettingOptions& options);
+// The stages for these settings: the refill where the passes are followed by it for
+// this output, and, with continueEdges, edges continued by twice the block (1024
+// frames at least).
+DeclickStages declickStagesFor(const DeclickSettings& settings, DeclickListen listen, bool continueEdges,
+                               int sampleRate);
 
 // Runs `total` frames through the declicker, `chunk` frames a call (its maxFrames),
 // and hands on exactly `total` output frames lined up with the input, at most `chunk`
 // a call: the first latency() outputs are dropped and silence is fed past the end.
-// With a refill stage (built for the same channels and `total`), the output passes
+// With stages.edge, the engines see each edge continued (EdgeContinuedSource) and
+// what they give for the continuations is dropped. With a refill, the output passes
 // through it.
 // A sample beyond ±largestDeclickSample throws SampleOutOfRangeError before any of
 // its chunk is processed.
@@ -89,4 +100,4 @@ ClickRefill::Settings refillSettingsFor(const DeclickSettings& settings);
 // merged and sorted.
 std::vector<RepairedSpan> declickRecording(MultichannelDeclicker& declicker, std::int64_t total, int chunk,
                                            const DeclickSource& source, const DeclickSink& sink,
-                                           ClickRefill* refill = nullptr);
+                                           const DeclickStages& stages = {});

@@ -31,7 +31,8 @@ namespace {
 
 // The keyword arguments that pick and change a preset, as given (None when not).
 struct SettingArguments {
-    py::object preset, engine, block, sensitivity, floor, relativeFloor, sharedEngine, jobs, listen, refill;
+    py::object preset, engine, block, sensitivity, floor, relativeFloor, sharedEngine, jobs, listen, refill,
+        silentEdges;
 };
 
 // The preset and the settings among **keywords; TypeError for any other keyword.
@@ -43,7 +44,8 @@ SettingArguments settingArguments(const py::object& preset, const py::kwargs& ke
         {"engine", &given.engine},  {"block", &given.block},
         {"sensitivity", &given.sensitivity}, {"floor", &given.floor},
         {"relative_floor", &given.relativeFloor}, {"shared_engine", &given.sharedEngine},
-        {"jobs", &given.jobs}, {"listen", &given.listen}, {"refill", &given.refill}};
+        {"jobs", &given.jobs}, {"listen", &given.listen}, {"refill", &given.refill},
+        {"silent_edges", &given.silentEdges}};
     std::size_t known = 0;
     for (auto& [name, slot] : slots) {
         *slot = keywords.contains(name) ? py::reinterpret_borrow<py::object>(keywords[name]) : py::none();
@@ -61,6 +63,7 @@ struct DeclickChoice {
     DeclickSettings settings;
     DeclickListen listen = DeclickListen::repaired;
     bool sharedEngine = false;
+    bool continueEdges = true;
     int jobs = 1;
 };
 
@@ -107,6 +110,7 @@ std::vector<std::string> commandArguments(const SettingArguments& given)
     add("--listen", given.listen, "listen", textArgument);
     if (flagArgument(given.sharedEngine, "shared_engine", false)) arguments.emplace_back("--shared-engine");
     if (!flagArgument(given.refill, "refill", true)) arguments.emplace_back("--no-refill");
+    if (flagArgument(given.silentEdges, "silent_edges", false)) arguments.emplace_back("--silent-edges");
     return {arguments.rbegin(), arguments.rend()};
 }
 
@@ -135,7 +139,8 @@ DeclickChoice choose(const SettingArguments& given, int channels)
     } catch (const CLI::ParseError& error) {
         throw py::value_error(keywordMessage(error.what()));
     }
-    return {settingsFrom(options), listenFrom(options.listen), options.sharedEngine, jobsFor(options, channels)};
+    return {settingsFrom(options), listenFrom(options.listen), options.sharedEngine, continuesEdges(options),
+            jobsFor(options, channels)};
 }
 
 // Each channel's mean square as declick measures it, read a chunk at a time.
@@ -215,10 +220,8 @@ std::vector<RepairedSpan> declickInto(const AudioView& audio, int rate, const De
             std::copy(rows[c] + from, rows[c] + from + count, out + c * audio.frames + written);
         written += count;
     };
-    std::optional<ClickRefill> refill;
-    if (refillsClicks(choice.settings, choice.listen))
-        refill.emplace(static_cast<int>(audio.channels), rate, audio.frames, refillSettingsFor(choice.settings));
-    return declickRecording(declicker, audio.frames, chunk, source, sink, refill ? &*refill : nullptr);
+    const DeclickStages stages = declickStagesFor(choice.settings, choice.listen, choice.continueEdges, rate);
+    return declickRecording(declicker, audio.frames, chunk, source, sink, stages);
 }
 
 py::object declick(const py::object& audioArgument, const py::object& rateArgumentValue,
@@ -272,6 +275,9 @@ public:
         if (flagArgument(given.refill, "refill", false))
             throw py::value_error("a streaming Declicker keeps the engines' own repair: refill needs the whole "
                                   "recording (ferrotip.declick)");
+        if (!flagArgument(given.silentEdges, "silent_edges", true))
+            throw py::value_error("a streaming Declicker has no edges to continue: it takes what comes before "
+                                  "its first block as silence");
         const DeclickChoice choice = choose(given, channels_);
         std::vector<double> meanSquares(static_cast<std::size_t>(channels_), 0.0);
         if (needsLevel(choice.settings, choice.listen)) {
@@ -387,10 +393,15 @@ settings, each replacing the preset's:
         (what was removed) or 'bypass' (the input as it is), refill=False
         (keep the engines' own repair: every preset fills by least-squares
         AR the clicks far louder than the music, which the engines let
-        through, and 'auto' also the loud clicks they repaired).
+        through, and 'auto' also the loud clicks they repaired),
+        silent_edges=True (take the audio past the array's ends as silence, as
+        a stream does).
 
 The result is a new array of the same shape, lined up with the input sample
-for sample: the engines' latency is taken off and silence fed past the end.
+for sample: the engines' latency is taken off. Each end of the array is
+continued by its reflection about the end sample (faded out), so audio that
+starts or stops mid-sound keeps its first and last samples; with
+shared_engine=True or silent_edges=True silence is fed past the ends instead.
 A floor relative to the level uses each channel's mean square over the whole
 array (see mean_squares). The bits are those of `ferrotip declick` on a
 float32 file with the same audio and options. With report=True it returns
@@ -432,7 +443,8 @@ whole blocks of block_size frames, gathered as they come, so latency is the
 engines' delay plus block_size - 1 whatever the calls' lengths. Feeding a
 recording in any blocks, then latency frames of silence more, and dropping the
 first latency output frames gives declick's bits for the same level with
-refill=False (a Declicker runs the engines alone).)")
+refill=False and silent_edges=True (a Declicker runs the engines alone, on
+what comes as it comes).)")
         .def(py::init([](const py::object& channels, const py::object& rate, const py::object& preset,
                          const py::object& level, const py::kwargs& settings) {
                  return std::make_unique<Declicker>(channels, rate, settingArguments(preset, settings), level);

@@ -50,6 +50,7 @@ CASES = [
     ("auto", {"relative_floor": 0.02, "shared_engine": True}),
     ("auto", {"refill": False}),
     ("clicks", {"listen": "difference", "jobs": 2}),
+    ("crackle", {"silent_edges": True}),
 ]
 
 
@@ -103,7 +104,7 @@ def stream(declicker, audio, frames_per_call):
 @pytest.mark.parametrize("preset", ["auto", "clicks"])
 def test_streaming_in_any_blocks_gives_the_bits_of_the_whole_array(preset, frames_per_call):
     audio = damaged_recording()
-    whole = ferrotip.declick(audio, RATE, preset, report=False, refill=False)
+    whole = ferrotip.declick(audio, RATE, preset, report=False, refill=False, silent_edges=True)
     declicker = ferrotip.Declicker(2, RATE, preset, level=ferrotip.mean_squares(audio))
     assert declicker.channels == 2 and declicker.rate == RATE and declicker.latency > declicker.block_size
     assert same_bits(stream(declicker, audio, frames_per_call), whole)
@@ -111,7 +112,7 @@ def test_streaming_in_any_blocks_gives_the_bits_of_the_whole_array(preset, frame
 
 def test_a_mono_declicker_takes_one_dimensional_blocks():
     audio = damaged_recording(channels=1)
-    whole = ferrotip.declick(audio[0], RATE, floor=1e-6, refill=False, report=False)
+    whole = ferrotip.declick(audio[0], RATE, floor=1e-6, refill=False, report=False, silent_edges=True)
     declicker = ferrotip.Declicker(1, RATE, floor=1e-6)
     assert same_bits(stream(declicker, audio[0], 700), whole)
 
@@ -231,7 +232,20 @@ def test_process_refuses_blocks_of_the_wrong_shape():
     assert declicker.process(np.zeros((2, 0), np.float32)).shape == (2, 0)
 
 
-@pytest.mark.parametrize("keyword", ["shared_engine", "refill"])
+def test_a_recording_cut_mid_sound_keeps_its_first_and_last_samples():
+    t = np.arange(2 * RATE) / RATE
+    audio = (0.5 * np.cos(2 * np.pi * 220 * t) + 0.3 * np.sin(2 * np.pi * 97 * t + 1.0)).astype(np.float32)
+    ends = np.r_[0:200, audio.size - 200:audio.size]
+    for preset in ["auto", "clicks", "crackle"]:
+        continued = ferrotip.declick(audio, RATE, preset, report=False)
+        assert np.abs(continued - audio)[ends].max() < 1e-4, preset
+    silent = ferrotip.declick(audio, RATE, "auto", report=False, silent_edges=True)
+    assert np.abs(silent - audio)[ends].max() > 0.01
+    with pytest.raises(ValueError, match="no edges"):
+        ferrotip.Declicker(1, RATE, floor=1e-6, silent_edges=False)
+
+
+@pytest.mark.parametrize("keyword", ["shared_engine", "refill", "silent_edges"])
 @pytest.mark.parametrize("value", ["no", 1, 0.0])
 def test_flags_other_than_true_or_false_are_a_type_error_naming_the_keyword(keyword, value):
     with pytest.raises(TypeError, match=rf"^{keyword} must be True or False, got {type(value).__name__}$"):

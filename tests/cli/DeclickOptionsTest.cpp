@@ -132,6 +132,66 @@ TEST_F(DeclickOptions, OneSharedEngineWithExplicitSettingsKeepsTheEarlierOutputB
     }
 }
 
+// A stereo excerpt that starts and stops mid-sound: two tones, a slow one and a
+// little generator noise, at about -9 dBFS from its first frame to its last.
+std::vector<float> excerptCutMidSound(int frames)
+{
+    std::vector<float> samples(static_cast<std::size_t>(frames) * 2);
+    std::uint32_t state = 99;
+    for (int t = 0; t < frames; ++t)
+        for (int c = 0; c < 2; ++c) {
+            state = state * 1664525u + 1013904223u;
+            const double noise = (static_cast<double>(state >> 8) / (1 << 24) - 0.5) * 2e-3;
+            samples[static_cast<std::size_t>(t) * 2 + c] = static_cast<float>(
+                0.3 * std::cos(2.0 * M_PI * (c == 0 ? 440.0 : 587.0) * t / 44100.0) +
+                0.2 * std::sin(2.0 * M_PI * 97.0 * t / 44100.0 + 1.0 + c) + noise);
+        }
+    return samples;
+}
+
+TEST_F(DeclickOptions, AnExcerptCutMidSoundKeepsItsFirstAndLastSamples)
+{
+    constexpr int frames = 44100;
+    constexpr int edge = 64;
+    const std::vector<float> excerpt = excerptCutMidSound(frames);
+    testsupport::writeSoundFile(path("cut.wav"), excerpt, 2, 44100, SF_FORMAT_WAV | SF_FORMAT_FLOAT);
+    // The largest change to the first and last `edge` frames.
+    const auto edgeChange = [&](const std::string& name) {
+        const auto output = testsupport::readSoundFile<float>(path(name)).samples;
+        EXPECT_EQ(output.size(), excerpt.size());
+        double largest = 0.0;
+        for (std::size_t i = 0; i < std::min(output.size(), excerpt.size()); ++i)
+            if (i < 2 * edge || i >= excerpt.size() - 2 * edge)
+                largest = std::max(largest, static_cast<double>(std::fabs(output[i] - excerpt[i])));
+        return largest;
+    };
+    for (const char* preset : {"auto", "gentle", "clicks", "crackle"}) {
+        SCOPED_TRACE(preset);
+        runOn("cut.wav", std::string("--preset ") + preset + " --report " + path("cut.csv"), "kept.wav");
+        EXPECT_LT(edgeChange("kept.wav"), 1e-4);
+        for (const SampleSpan& span : readSpanList(path("cut.csv"), 44100))
+            EXPECT_TRUE(span.first >= edge && span.last < frames - edge) << span.first << "-" << span.last;
+    }
+    // Taken as silence, the steps at the ends are clicks to the engines.
+    runOn("cut.wav", "--silent-edges", "silent.wav");
+    EXPECT_GT(edgeChange("silent.wav"), 0.01);
+    runOn("cut.wav", "--shared-engine", "shared.wav");
+    EXPECT_GT(edgeChange("shared.wav"), 0.01);
+}
+
+TEST_F(DeclickOptions, RecordingsShorterThanTheContinuationsAreDeclicked)
+{
+    for (const int frames : {1, 2, 20, 700, 3000}) {
+        SCOPED_TRACE(frames);
+        const std::vector<float> excerpt = excerptCutMidSound(frames);
+        testsupport::writeSoundFile(path("short.wav"), excerpt, 2, 44100, SF_FORMAT_WAV | SF_FORMAT_FLOAT);
+        runOn("short.wav", "", "short-out.wav");
+        const auto output = testsupport::readSoundFile<float>(path("short-out.wav")).samples;
+        ASSERT_EQ(output.size(), excerpt.size());
+        for (std::size_t i = 0; i < output.size(); ++i) EXPECT_NEAR(output[i], excerpt[i], 1e-2) << i;
+    }
+}
+
 TEST_F(DeclickOptions, EveryPresetGivesTheSameBitsWhateverTheNumberOfJobs)
 {
     for (const char* preset : {"auto", "clicks", "crackle", "gentle"}) {

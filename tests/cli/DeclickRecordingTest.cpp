@@ -34,7 +34,6 @@ Recording run(const cracklefixture::Channels& input, int chunk, double meanSquar
     const auto total = static_cast<std::int64_t>(input[0].size());
     const std::vector<double> meanSquares(input.size(), meanSquare);
     MultichannelDeclicker declicker(settings, meanSquares, false, DeclickListen::repaired, chunk, 1);
-    ClickRefill refill(static_cast<int>(input.size()), 44100, total);
     Recording recording;
     recording.output.resize(input.size());
     std::int64_t read = 0;
@@ -49,7 +48,8 @@ Recording run(const cracklefixture::Channels& input, int chunk, double meanSquar
         for (std::size_t c = 0; c < input.size(); ++c)
             recording.output[c].insert(recording.output[c].end(), rows[c] + from, rows[c] + from + count);
     };
-    declickRecording(declicker, total, chunk, source, sink, &refill);
+    declickRecording(declicker, total, chunk, source, sink,
+                     declickStagesFor(settings, DeclickListen::repaired, false, 44100));
     return recording;
 }
 

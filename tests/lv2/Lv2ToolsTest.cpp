@@ -109,12 +109,14 @@ protected:
         return out;
     }
 
+    // The command line taking the audio past the file's ends as silence, as the
+    // plug-in's stream does.
     Audio declick(const Audio& input, const std::string& options)
     {
         writeFloatWav(dir_ / "in.wav", input);
         const Outcome run = runCommand(std::string("\"" FERROTIP_CLI_PATH "\" declick -q \"") +
                                        (dir_ / "in.wav") + "\" \"" + (dir_ / "cli.wav") +
-                                       "\" " + options);
+                                       "\" --silent-edges " + options);
         EXPECT_EQ(run.status, 0) << run.output;
         return readFloatWav(dir_ / "cli.wav");
     }
