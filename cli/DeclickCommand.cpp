@@ -233,6 +233,7 @@ std::string describe(const DeclickOptions& options, const DeclickSettings& setti
     }
     if (settings.refillClicks) text += ", clicks refilled by least-squares AR";
     if (settings.findImpulses) text += ", impulses filled by least-squares AR";
+    if (settings.findImpulses && settings.fillFineCrackle) text += ", fine crackle filled by least-squares AR";
     return text + ")";
 }
 

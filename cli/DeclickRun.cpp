@@ -15,6 +15,8 @@ constexpr int chunkTarget = 16384;
 // Frames each edge of a recording is continued by, at least: the engines' analysis
 // and the refill's models reach a few hundred samples.
 constexpr int minEdge = 1024;
+// Prediction error / its robust level that makes fine crackle, for presets that fill it.
+constexpr double fineCrackleThreshold = 6.0;
 
 // Refuses nan and infinities, which every range check lets through or names badly.
 const CLI::Validator finiteNumber(
@@ -171,6 +173,7 @@ DeclickStages declickStagesFor(const DeclickSettings& settings, DeclickListen li
         ClickRefill::Settings refill;
         refill.refillEngineSpans = settings.refillClicks;
         if (!settings.findImpulses) refill.impulseThreshold = 0.0;
+        if (settings.fillFineCrackle) refill.fineThreshold = fineCrackleThreshold;
         stages.refill = refill;
     }
     if (continueEdges) stages.edge = std::max(minEdge, 2 * settings.block);

@@ -48,9 +48,11 @@ ClickRefill::ClickRefill(int channels, int sampleRate, std::int64_t total, const
       output_(static_cast<std::size_t>(channels)),
       pending_(static_cast<std::size_t>(channels)),
       ditherStates_(static_cast<std::size_t>(channels), 1u),
-      impulses_(static_cast<std::size_t>(channels))
+      impulses_(static_cast<std::size_t>(channels)),
+      findsFine_(settings.impulseThreshold > 0.0 && settings.fineThreshold > 0.0),
+      fine_(static_cast<std::size_t>(channels))
 {
-    if (settings.impulseThreshold > 0.0) impulseFinder_.emplace(settings.impulseThreshold);
+    if (settings.impulseThreshold > 0.0) impulseFinder_.emplace(settings.impulseThreshold, settings.fineThreshold);
     // Output is held back until no span still to come can reach it: such a span
     // starts at least settleLag_ before the output's end, and its refill reads the
     // method's context before its widened start.
@@ -58,6 +60,7 @@ ClickRefill::ClickRefill(int channels, int sampleRate, std::int64_t total, const
     reachBefore_ = longest.before;
     reachAfter_ = longest.after;
     holdBack_ = settleLag_ + 3 * margin_ + 2 + maxLength_ + reachBefore_;
+    if (findsFine_) holdBack_ = std::max(holdBack_, settleLag_ + margin_ + 1 + ShortGapFill::reachBefore);
 }
 
 void ClickRefill::addInput(const float* const* rows, int frames)
@@ -137,8 +140,13 @@ void ClickRefill::searchBlock(int channel, std::int64_t start)
     const int validFrom = static_cast<int>(std::clamp<std::int64_t>(-from, 0, ImpulseFinder::window));
     const int validTo = static_cast<int>(std::clamp<std::int64_t>(total_ - from, 0, ImpulseFinder::window));
     found_.clear();
+    foundFine_.clear();
     impulseFinder_->find(std::span<const float, ImpulseFinder::window>(searchWindow_.data(), ImpulseFinder::window),
-                         validFrom, validTo, found_);
+                         validFrom, validTo, found_, findsFine_ ? &foundFine_ : nullptr);
+    for (const ImpulseFinder::Impulse& crackle : foundFine_) {
+        const RepairedSpan span{channel, start + crackle.first - 1, start + crackle.last + 1};
+        if (span.first >= 0 && span.last < total_) fine_[static_cast<std::size_t>(channel)].push_back(span);
+    }
     for (const ImpulseFinder::Impulse& impulse : found_) {
         const RepairedSpan span{channel, start + impulse.first, std::min(start + impulse.last, total_ - 1)};
         if (span.first >= total_) continue;
@@ -204,6 +212,35 @@ void ClickRefill::refillCluster(int channel, std::span<const RepairedSpan> clust
     }
 }
 
+// Whether a fine crackle's fill may go ahead: the output it reads has come, and
+// no span still to come can start a cluster before it.
+bool ClickRefill::fineReady(const RepairedSpan& fine, bool final) const
+{
+    if (final) return true;
+    const std::int64_t reachEnd = std::min(fine.last + 1 + ShortGapFill::reachAfter, total_);
+    return outputEnd() >= reachEnd && outputEnd() - settleLag_ - margin_ > fine.first;
+}
+
+// Fills the channel's fine crackle that starts before `before` (a cluster's widened
+// start), in order, as far as it is ready. One too near the recording's ends for the
+// model is left as is.
+void ClickRefill::fillFine(int channel, std::int64_t before, bool final)
+{
+    auto& fine = fine_[static_cast<std::size_t>(channel)];
+    std::size_t done = 0;
+    for (; done < fine.size() && fine[done].first < before && fineReady(fine[done], final); ++done) {
+        const RepairedSpan& crackle = fine[done];
+        const std::int64_t from = crackle.first - ShortGapFill::reachBefore;
+        const std::int64_t to = crackle.last + 1 + ShortGapFill::reachAfter;
+        if (from < base_ || to > outputEnd()) continue;
+        auto& out = output_[static_cast<std::size_t>(channel)];
+        const std::span<float> reach(out.data() + (from - base_), static_cast<std::size_t>(to - from));
+        if (shortGapFill_.fill(reach, ShortGapFill::reachBefore, static_cast<int>(crackle.length())))
+            refilled_.push_back(crackle);
+    }
+    fine.erase(fine.begin(), fine.begin() + static_cast<std::ptrdiff_t>(done));
+}
+
 // Refills the clusters no later span can join: spans arrive before the output
 // reaches them, or at most settleLag_ samples after.
 void ClickRefill::refillSettled(bool final)
@@ -221,9 +258,16 @@ void ClickRefill::refillSettled(bool final)
             const std::int64_t reachEnd = last + margin_ + 1 + maxLength_ + reachAfter_;
             const bool settled = outputEnd() - settleLag_ > last + 2 * margin_ + 1 && outputEnd() >= std::min(reachEnd, total_);
             if (!final && !settled) break;
+            const std::int64_t clusterStart = spans[done].first - margin_;
+            fillFine(channel, clusterStart, final);
+            auto& fine = fine_[static_cast<std::size_t>(channel)];
+            if (!fine.empty() && fine.front().first < clusterStart) break;
+            // Fine crackle inside an impulse is left to the impulse's fill.
+            std::erase_if(fine, [&](const RepairedSpan& crackle) { return holdsImpulse(channel, crackle); });
             refillCluster(channel, {spans.data() + done, end - done});
             done = end;
         }
+        fillFine(channel, done < spans.size() ? spans[done].first - margin_ : total_, final);
         spans.erase(spans.begin(), spans.begin() + static_cast<std::ptrdiff_t>(done));
         // An impulse is also a pending span: those before the first one left are done.
         std::erase_if(impulses_[static_cast<std::size_t>(channel)], [&](const RepairedSpan& impulse) {
@@ -242,6 +286,8 @@ void ClickRefill::release(const DeclickFrameSink& sink, bool final)
             const Stretch stretch = stretchOf(span.first, span.last);
             end = std::min(end, stretch.start - stretch.before);
         }
+    for (const auto& fine : fine_)
+        if (!fine.empty()) end = std::min(end, fine.front().first - ShortGapFill::reachBefore);
     const int count = static_cast<int>(std::max<std::int64_t>(end - base_, 0));
     if (count == 0) return;
     rows_.clear();

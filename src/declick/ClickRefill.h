@@ -22,7 +22,11 @@
 // It also looks for impulses in the input (ImpulseFinder): a click that lifts every
 // bin far above the spectral floor goes through the engines' tonal part, the louder
 // the more, and is marked late or not at all. Each impulse found is filled like a
-// loud click, whatever the engines did there.
+// loud click, whatever the engines did there. With a fine threshold it also finds
+// fine crackle there, faint beside the music, which the engines leave in at a
+// sensitivity that spares clean audio: each is filled, one sample wider on each side,
+// by least-squares AR with a model of order 64 (ShortGapFill) in the output, in
+// order of position with the clusters of spans.
 #pragma once
 
 #include <cstdint>
@@ -33,6 +37,7 @@
 
 #include "declick/ImpulseFinder.h"
 #include "declick/RepairedSpan.h"
+#include "declick/ShortGapFill.h"
 
 // Takes rows[c][from, from + count): the next output frames.
 using DeclickFrameSink = std::function<void(const float* const* rows, int from, int count)>;
@@ -46,6 +51,8 @@ public:
         int levelReach = 64;    // samples on each side whose rms is the level, at 44.1 kHz
         // Prediction error / its robust level that makes an impulse; 0: none looked for.
         double impulseThreshold = 100.0;
+        // And fine crackle (ImpulseFinder); 0: none looked for.
+        double fineThreshold = 0.0;
         // Whether the engines' spans that stand out are filled again (else only impulses).
         bool refillEngineSpans = true;
     };
@@ -80,6 +87,8 @@ private:
 
     void findImpulses(bool final);
     void searchBlock(int channel, std::int64_t start);
+    bool fineReady(const RepairedSpan& fine, bool final) const;
+    void fillFine(int channel, std::int64_t before, bool final);
     bool holdsImpulse(int channel, const RepairedSpan& click) const;
     Stretch stretchOf(std::int64_t first, std::int64_t last) const;
     bool standsOut(const RepairedSpan& span) const;
@@ -118,5 +127,9 @@ private:
     std::int64_t searchedTo_ = 0;                      // impulses looked for before this position
     std::vector<std::vector<RepairedSpan>> impulses_;  // per channel, not yet refilled
     std::vector<ImpulseFinder::Impulse> found_;
+    std::vector<ImpulseFinder::Impulse> foundFine_;
     std::vector<float> searchWindow_;
+    bool findsFine_ = false;
+    std::vector<std::vector<RepairedSpan>> fine_;  // per channel, not yet filled, widened
+    ShortGapFill shortGapFill_;
 };

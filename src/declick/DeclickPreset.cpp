@@ -32,7 +32,7 @@ constexpr DeclickSettings onePass(DeclickPass pass) { return {DeclickEngineKind:
 
 constexpr std::array presets{
     DeclickPreset{"auto", "any recording: the clicks that stand out, then fine crackle; leaves clean audio as it is",
-                  {DeclickEngineKind::standard, 512, {standingOutPass, crackleAfterClicksPass}, 2, true, true}},
+                  {DeclickEngineKind::standard, 512, {standingOutPass, crackleAfterClicksPass}, 2, true, true, true}},
     DeclickPreset{"gentle", "clear clicks only, in one pass", onePass(gentlePass)},
     DeclickPreset{"clicks", "loud clicks and scratches of up to a few milliseconds, in one pass",
                   onePass({5.0f, {true, 1e-2}})},

@@ -38,6 +38,9 @@ struct DeclickSettings {
     // Impulses the passes let through (far louder than the music) are found in the
     // input and filled the same way.
     bool findImpulses = true;
+    // So is the fine crackle they let through (faint beside the music), each filled
+    // by least-squares AR of a high order (with findImpulses only).
+    bool fillFineCrackle = false;
 
     std::span<const DeclickPass> activePasses() const { return {passes.data(), static_cast<std::size_t>(passCount)}; }
 };

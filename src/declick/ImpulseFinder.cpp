@@ -20,7 +20,8 @@ constexpr double minErrorShare = 1e-3;
 
 }  // namespace
 
-ImpulseFinder::ImpulseFinder(double threshold) : threshold_(threshold)
+ImpulseFinder::ImpulseFinder(double threshold, double fineThreshold)
+    : threshold_(threshold), fineThreshold_(fineThreshold)
 {
     for (int i = 0; i < window; ++i)
         taper_[i] = 0.5 - 0.5 * std::cos(2.0 * std::numbers::pi * (i + 0.5) / window);
@@ -46,13 +47,13 @@ bool ImpulseFinder::fitModel(std::span<const float, window> samples)
 // it (direction -1) or after it (+1). Each error sums its terms in model order; the
 // samples side by side keep the adds apart.
 void ImpulseFinder::predictionErrors(std::span<const float, window> samples, int direction,
-                                     std::array<double, judged>& errors) const
+                                     std::array<double, computed>& errors) const
 {
     errors.fill(0.0);
-    const int first = context - reach;
+    const int first = context - wideReach;
     for (int j = 0; j <= order; ++j) {
         const float* shifted = samples.data() + first + direction * j;
-        for (int i = 0; i < judged; ++i) errors[i] += model_[j] * shifted[i];
+        for (int i = 0; i < computed; ++i) errors[i] += model_[j] * shifted[i];
     }
 }
 
@@ -61,7 +62,7 @@ int ImpulseFinder::gatherBlockErrors(int validFrom, int validTo)
 {
     int count = 0;
     for (int n = std::max(context, validFrom + order); n < std::min(context + block, validTo); ++n)
-        magnitudes_[count++] = std::fabs(forwardErrors_[n - (context - reach)]);
+        magnitudes_[count++] = std::fabs(forwardError(n - (context - reach)));
     return count;
 }
 
@@ -71,6 +72,17 @@ double ImpulseFinder::largestForwardError(int validFrom, int validTo) const
     double largest = 0.0;
     for (int i = 0; i < judged; ++i) {
         const int n = context - reach + i;
+        if (n - order >= validFrom && n < validTo) largest = std::max(largest, std::fabs(forwardError(i)));
+    }
+    return largest;
+}
+
+// The largest |forward error| where it is judged, over all that is computed.
+double ImpulseFinder::largestWideError(int validFrom, int validTo) const
+{
+    double largest = 0.0;
+    for (int i = 0; i < computed; ++i) {
+        const int n = context - wideReach + i;
         if (n - order >= validFrom && n < validTo) largest = std::max(largest, std::fabs(forwardErrors_[i]));
     }
     return largest;
@@ -99,8 +111,8 @@ void ImpulseFinder::flagOutliers(int validFrom, int validTo, double limit)
 {
     for (int i = 0; i < judged; ++i) {
         const int n = context - reach + i;
-        forward_[i] = n - order >= validFrom && n < validTo && std::fabs(forwardErrors_[i]) > limit;
-        backward_[i] = n >= validFrom && n + order < validTo && std::fabs(backwardErrors_[i]) > limit;
+        forward_[i] = n - order >= validFrom && n < validTo && std::fabs(forwardError(i)) > limit;
+        backward_[i] = n >= validFrom && n + order < validTo && std::fabs(backwardError(i)) > limit;
     }
 }
 
@@ -137,8 +149,77 @@ void ImpulseFinder::collectRuns(std::vector<Impulse>& found) const
     }
 }
 
+// The median |forward error| over the run and localReach samples on each side of
+// it (as far as errors are computed), over the median's deviation ratio.
+double ImpulseFinder::localErrorLevel(int runStart, int runEnd)
+{
+    const int from = std::max(runStart - localReach, 0);
+    const int to = std::min(runEnd + localReach, computed);
+    const int count = to - from;
+    for (int i = 0; i < count; ++i) local_[i] = std::fabs(forwardErrors_[from + i]);
+    const auto upper = local_.begin() + count / 2;
+    std::nth_element(local_.begin(), upper, local_.begin() + count);
+    double median = *upper;
+    if (count % 2 == 0) median = 0.5 * (median + *std::max_element(local_.begin(), upper));
+    return median / medianToDeviation;
+}
+
+// The fine crackle in the run of fine flags [runStart, runEnd] (computed positions),
+// if the run is one, with its peak error over the block's level.
+std::optional<ImpulseFinder::Impulse> ImpulseFinder::fineIn(int runStart, int runEnd, double level)
+{
+    const bool startsInBlock = runStart >= wideReach && runStart < wideReach + block;
+    if (!startsInBlock || runEnd - runStart > fineJoin + 2 * order) return std::nullopt;
+    int first = runStart;
+    while (first <= runEnd && !fineForward_[first]) ++first;
+    int last = runEnd;
+    while (last >= runStart && !fineBackward_[last]) --last;
+    if (first > runEnd) return std::nullopt;
+    if (last < runStart) last = runEnd;
+    last = std::max(last, first);
+    if (last - first >= fineJoin) return std::nullopt;
+    double peak = 0.0;
+    for (int i = runStart; i <= runEnd; ++i)
+        peak = std::max({peak, std::fabs(forwardErrors_[i]), std::fabs(backwardErrors_[i])});
+    if (peak < fineThreshold_ * localErrorLevel(runStart, runEnd)) return std::nullopt;
+    return Impulse{first - wideReach, last - wideReach, peak / level};
+}
+
+void ImpulseFinder::findFine(int validFrom, int validTo, double level, std::vector<Impulse>& fine)
+{
+    const double limit = fineThreshold_ * level;
+    for (int i = 0; i < computed; ++i) {
+        const int n = context - wideReach + i;
+        fineForward_[i] = n - order >= validFrom && n < validTo && std::fabs(forwardErrors_[i]) > limit;
+        fineBackward_[i] = n >= validFrom && n + order < validTo && std::fabs(backwardErrors_[i]) > limit;
+    }
+    blockFine_.clear();
+    int runStart = -1;
+    int lastFlag = 0;
+    const auto closeRun = [&] {
+        if (const auto candidate = fineIn(runStart, lastFlag, level)) blockFine_.push_back(*candidate);
+    };
+    for (int i = 0; i < computed; ++i) {
+        if (runStart >= 0 && i - lastFlag > fineJoin) {
+            closeRun();
+            runStart = -1;
+        }
+        if (fineForward_[i] || fineBackward_[i]) {
+            if (runStart < 0) runStart = i;
+            lastFlag = i;
+        }
+    }
+    if (runStart >= 0) closeRun();
+    if (static_cast<int>(blockFine_.size()) > finePerBlock) return;
+    for (const Impulse& candidate : blockFine_) {
+        const int extent = candidate.last - candidate.first + 1;
+        if (extent <= fineExtent || (extent <= fineLongExtent && candidate.peak > fineLongThreshold))
+            fine.push_back(candidate);
+    }
+}
+
 void ImpulseFinder::find(std::span<const float, window> samples, int validFrom, int validTo,
-                         std::vector<Impulse>& found)
+                         std::vector<Impulse>& found, std::vector<Impulse>* fine)
 {
     if (!fitModel(samples)) return;
     predictionErrors(samples, -1, forwardErrors_);
@@ -147,11 +228,18 @@ void ImpulseFinder::find(std::span<const float, window> samples, int validFrom, 
     // Most blocks hold no impulse: where the median already lies as high as the
     // largest error would need, nothing can pass, and the median need not be found.
     const double largest = largestForwardError(validFrom, validTo);
-    if (medianAtLeast(count, largest * medianToDeviation / threshold_)) return;
-    const double limit = threshold_ * robustErrorLevel(samples, count);
-    // An impulse starts where the past cannot predict it.
-    if (!(limit > 0.0) || !(largest > limit)) return;
+    const bool impulsePossible = !medianAtLeast(count, largest * medianToDeviation / threshold_);
+    const bool finePossible = fine != nullptr && fineThreshold_ > 0.0 &&
+                              !medianAtLeast(count, largestWideError(validFrom, validTo) * medianToDeviation / fineThreshold_);
+    if (!impulsePossible && !finePossible) return;
+    const double level = robustErrorLevel(samples, count);
+    const double limit = threshold_ * level;
+    if (!(level > 0.0)) return;
     predictionErrors(samples, 1, backwardErrors_);
-    flagOutliers(validFrom, validTo, limit);
-    collectRuns(found);
+    // An impulse starts where the past cannot predict it.
+    if (impulsePossible && largest > limit) {
+        flagOutliers(validFrom, validTo, limit);
+        collectRuns(found);
+    }
+    if (finePossible) findFine(validFrom, validTo, level, *fine);
 }

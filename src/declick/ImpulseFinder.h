@@ -31,40 +31,68 @@ public:
     struct Impulse {
         int first;  // relative to the block's first sample
         int last;
+        double peak = 0.0;  // the largest error in it over the block's robust level (fine crackle)
     };
 
-    explicit ImpulseFinder(double threshold);
+    static constexpr int fineJoin = 8;
+    static constexpr int fineExtent = 3;
+    static constexpr int fineLongExtent = 5;
+    static constexpr double fineLongThreshold = 20.0;
+    static constexpr int localReach = 128;
+    static constexpr int finePerBlock = 2;
+
+    // fineThreshold 0: no fine crackle is looked for.
+    explicit ImpulseFinder(double threshold, double fineThreshold = 0.0);
 
     // samples: the block and its context, `window` samples with the block at
     // [context, context + block). Only [validFrom, validTo) lies inside the
     // recording: an error needing a sample outside it is not judged. Appends the
-    // impulses that start in the block.
-    void find(std::span<const float, window> samples, int validFrom, int validTo, std::vector<Impulse>& found);
+    // impulses that start in the block, and with a fine threshold the fine crackle
+    // that does to `fine`.
+    void find(std::span<const float, window> samples, int validFrom, int validTo, std::vector<Impulse>& found,
+              std::vector<Impulse>* fine = nullptr);
 
 private:
     // Flags are judged this far on each side of the block, so that a run starting in
     // the block is seen whole, with the gap that ends it.
     static constexpr int reach = 2 * maxImpulse + 2 * order;
     static constexpr int judged = reach + block + reach;
+    // Errors are computed this far on each side: a fine run starting in the block,
+    // with its surroundings.
+    static constexpr int wideReach = localReach + fineJoin + 2 * order;
+    static constexpr int computed = wideReach + block + wideReach;
+    static constexpr int narrowOffset = wideReach - reach;  // judged[0] in computed
+    static_assert(wideReach >= reach && wideReach + order <= context);
 
     bool fitModel(std::span<const float, window> samples);
-    void predictionErrors(std::span<const float, window> samples, int direction, std::array<double, judged>& errors) const;
+    void predictionErrors(std::span<const float, window> samples, int direction, std::array<double, computed>& errors) const;
+    double forwardError(int i) const { return forwardErrors_[narrowOffset + i]; }
+    double backwardError(int i) const { return backwardErrors_[narrowOffset + i]; }
     int gatherBlockErrors(int validFrom, int validTo);
     double largestForwardError(int validFrom, int validTo) const;
+    double largestWideError(int validFrom, int validTo) const;
     bool medianAtLeast(int count, double bound) const;
     double robustErrorLevel(std::span<const float, window> samples, int count);
     void flagOutliers(int validFrom, int validTo, double limit);
     std::optional<Impulse> impulseIn(int runStart, int runEnd) const;
     void collectRuns(std::vector<Impulse>& found) const;
+    void findFine(int validFrom, int validTo, double level, std::vector<Impulse>& fine);
+    std::optional<Impulse> fineIn(int runStart, int runEnd, double level);
+    double localErrorLevel(int runStart, int runEnd);
 
     double threshold_;
+    double fineThreshold_;
     std::array<double, window> taper_{};
     std::array<double, window> tapered_{};
     std::array<double, order + 1> model_{};  // prediction error filter, model_[0] = 1
     std::array<std::array<double, order + 1>, order + 1> orderRows_{};  // Levinson's models of each order
     std::array<bool, judged> forward_{};
     std::array<bool, judged> backward_{};
-    std::array<double, judged> forwardErrors_{};
-    std::array<double, judged> backwardErrors_{};
+    std::array<bool, computed> fineForward_{};
+    std::array<bool, computed> fineBackward_{};
+    std::array<double, computed> forwardErrors_{};
+    std::array<double, computed> backwardErrors_{};
     std::array<double, block> magnitudes_{};
+    std::array<double, 2 * localReach + fineJoin + 2 * order> local_{};
+    std::vector<Impulse> blockFine_;
 };

@@ -89,8 +89,11 @@ TEST(ClickRefill, FillsALoudClickAndItsEdgesAgainAndLeavesTheRestAlone)
     ASSERT_EQ(refill.refilled().size(), 1u);
     EXPECT_EQ(refill.refilled()[0].first, 9000 - 8);
     EXPECT_EQ(refill.refilled()[0].last, 9019 + 8);
-    for (int i = 0; i < frames; ++i)
-        if (i < 8992 || i > 9027) ASSERT_EQ(result[0][i], stream.output[0][i]) << i;
+    for (int i = 0; i < frames; ++i) {
+        if (i < 8992 || i > 9027) {
+            ASSERT_EQ(result[0][i], stream.output[0][i]) << i;
+        }
+    }
     EXPECT_EQ(result[1], stream.output[1]);
     EXPECT_EQ(refill.late(), 0);
 }
