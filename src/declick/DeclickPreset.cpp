@@ -22,7 +22,9 @@ namespace {
 // least-squares AR (ClickRefill), which takes their ringing edges as well: 2-4 dB
 // on clicks in music, more in speech, while crackle and clean audio keep the
 // engines' repair. Every preset then looks for impulses the passes let through: a
-// click far louder than the music is tonal to the engines at any floor.
+// click far louder than the music is tonal to the engines at any floor. `auto` also
+// looks for the fine crackle they leave, too faint beside the music's transients for
+// a sensitivity that spares clean audio, and fills it by least-squares AR.
 constexpr DeclickPass fineCracklePass{8.0f, {true, 1e-6}};
 constexpr DeclickPass crackleAfterClicksPass{10.0f, {true, 1e-6}};
 constexpr DeclickPass gentlePass{12.0f, {true, 1e-3}};
