@@ -30,7 +30,10 @@ ImpulseFinder::ImpulseFinder(double threshold, double fineThreshold)
 // Autocorrelation method and Levinson's recursion: a stable model whatever the data.
 bool ImpulseFinder::fitModel(std::span<const float, window> samples)
 {
-    for (int i = 0; i < window; ++i) tapered_[i] = taper_[i] * samples[i];
+    for (int i = 0; i < window; ++i) {
+        widened_[i] = samples[i];
+        tapered_[i] = taper_[i] * widened_[i];
+    }
     std::array<double, order + 1> lags{};
     autocorrelate(tapered_.data(), window, lags.data(), order);
     if (!(lags[0] > 0.0) || !std::isfinite(lags[0])) return false;
@@ -43,17 +46,21 @@ bool ImpulseFinder::fitModel(std::span<const float, window> samples)
     return true;
 }
 
-// Each judged sample less what the model predicts from the `order` samples before
-// it (direction -1) or after it (+1). Each error sums its terms in model order; the
-// samples side by side keep the adds apart.
-void ImpulseFinder::predictionErrors(std::span<const float, window> samples, int direction,
-                                     std::array<double, computed>& errors) const
+// Each computed sample less what the model predicts from the `order` samples before
+// it (direction -1) or after it (+1). Each error sums its terms in model order from
+// zero; eight errors at a time are kept in registers, which keeps each one's order.
+void ImpulseFinder::predictionErrors(int direction, std::array<double, computed>& errors) const
 {
-    errors.fill(0.0);
-    const int first = context - wideReach;
-    for (int j = 0; j <= order; ++j) {
-        const float* shifted = samples.data() + first + direction * j;
-        for (int i = 0; i < computed; ++i) errors[i] += model_[j] * shifted[i];
+    constexpr int lanes = 8;
+    static_assert(computed % lanes == 0);
+    const double* first = widened_.data() + (context - wideReach);
+    for (int i = 0; i < computed; i += lanes) {
+        std::array<double, lanes> sums{};
+        for (int j = 0; j <= order; ++j) {
+            const double* shifted = first + i + direction * j;
+            for (int lane = 0; lane < lanes; ++lane) sums[lane] += model_[j] * shifted[lane];
+        }
+        std::copy(sums.begin(), sums.end(), errors.begin() + i);
     }
 }
 
@@ -66,26 +73,20 @@ int ImpulseFinder::gatherBlockErrors(int validFrom, int validTo)
     return count;
 }
 
-// The largest |forward error| where it is judged.
-double ImpulseFinder::largestForwardError(int validFrom, int validTo) const
+// The largest |forward error| among computed positions [from, to) where it is judged
+// (its `order` samples before it and itself inside the recording). Four partial
+// maxima: the largest of a set is the same in any order.
+double ImpulseFinder::largestForwardError(int from, int to, int validFrom, int validTo) const
 {
-    double largest = 0.0;
-    for (int i = 0; i < judged; ++i) {
-        const int n = context - reach + i;
-        if (n - order >= validFrom && n < validTo) largest = std::max(largest, std::fabs(forwardError(i)));
-    }
-    return largest;
-}
-
-// The largest |forward error| where it is judged, over all that is computed.
-double ImpulseFinder::largestWideError(int validFrom, int validTo) const
-{
-    double largest = 0.0;
-    for (int i = 0; i < computed; ++i) {
-        const int n = context - wideReach + i;
-        if (n - order >= validFrom && n < validTo) largest = std::max(largest, std::fabs(forwardErrors_[i]));
-    }
-    return largest;
+    const int origin = context - wideReach;  // window position of computed[0]
+    from = std::max(from, validFrom + order - origin);
+    to = std::min(to, validTo - origin);
+    std::array<double, 4> largest{};
+    int i = from;
+    for (; i + 4 <= to; i += 4)
+        for (int lane = 0; lane < 4; ++lane) largest[lane] = std::max(largest[lane], std::fabs(forwardErrors_[i + lane]));
+    for (; i < to; ++i) largest[0] = std::max(largest[0], std::fabs(forwardErrors_[i]));
+    return std::max(std::max(largest[0], largest[1]), std::max(largest[2], largest[3]));
 }
 
 // Whether the median of magnitudes_[0, count) is at least `bound`: at most count / 2
@@ -222,20 +223,20 @@ void ImpulseFinder::find(std::span<const float, window> samples, int validFrom, 
                          std::vector<Impulse>& found, std::vector<Impulse>* fine)
 {
     if (!fitModel(samples)) return;
-    predictionErrors(samples, -1, forwardErrors_);
+    predictionErrors(-1, forwardErrors_);
     const int count = gatherBlockErrors(validFrom, validTo);
     if (count == 0) return;
     // Most blocks hold no impulse: where the median already lies as high as the
     // largest error would need, nothing can pass, and the median need not be found.
-    const double largest = largestForwardError(validFrom, validTo);
+    const double largest = largestForwardError(narrowOffset, narrowOffset + judged, validFrom, validTo);
     const bool impulsePossible = !medianAtLeast(count, largest * medianToDeviation / threshold_);
     const bool finePossible = fine != nullptr && fineThreshold_ > 0.0 &&
-                              !medianAtLeast(count, largestWideError(validFrom, validTo) * medianToDeviation / fineThreshold_);
+                              !medianAtLeast(count, largestForwardError(0, computed, validFrom, validTo) * medianToDeviation / fineThreshold_);
     if (!impulsePossible && !finePossible) return;
     const double level = robustErrorLevel(samples, count);
     const double limit = threshold_ * level;
     if (!(level > 0.0)) return;
-    predictionErrors(samples, 1, backwardErrors_);
+    predictionErrors(1, backwardErrors_);
     // An impulse starts where the past cannot predict it.
     if (impulsePossible && largest > limit) {
         flagOutliers(validFrom, validTo, limit);

@@ -65,12 +65,11 @@ private:
     static_assert(wideReach >= reach && wideReach + order <= context);
 
     bool fitModel(std::span<const float, window> samples);
-    void predictionErrors(std::span<const float, window> samples, int direction, std::array<double, computed>& errors) const;
+    void predictionErrors(int direction, std::array<double, computed>& errors) const;
     double forwardError(int i) const { return forwardErrors_[narrowOffset + i]; }
     double backwardError(int i) const { return backwardErrors_[narrowOffset + i]; }
     int gatherBlockErrors(int validFrom, int validTo);
-    double largestForwardError(int validFrom, int validTo) const;
-    double largestWideError(int validFrom, int validTo) const;
+    double largestForwardError(int from, int to, int validFrom, int validTo) const;
     bool medianAtLeast(int count, double bound) const;
     double robustErrorLevel(std::span<const float, window> samples, int count);
     void flagOutliers(int validFrom, int validTo, double limit);
@@ -83,6 +82,7 @@ private:
     double threshold_;
     double fineThreshold_;
     std::array<double, window> taper_{};
+    std::array<double, window> widened_{};  // the window's samples in double
     std::array<double, window> tapered_{};
     std::array<double, order + 1> model_{};  // prediction error filter, model_[0] = 1
     std::array<std::array<double, order + 1>, order + 1> orderRows_{};  // Levinson's models of each order
