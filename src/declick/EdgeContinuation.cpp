@@ -5,7 +5,7 @@
 #include <cmath>
 #include <numbers>
 
-#include "ar/ArRecursions.h"
+#include "declick/TaperedModel.h"
 
 namespace {
 
@@ -42,17 +42,7 @@ bool fitModel(const Inward& inward, std::array<double, order + 1>& model)
     std::array<double, fitLength> tapered;
     for (int i = 0; i < count; ++i)
         tapered[i] = (0.5 - 0.5 * std::cos(2.0 * std::numbers::pi * (i + 0.5) / count)) * inward(count - 1 - i);
-    std::array<double, order + 1> lags{};
-    autocorrelate(tapered.data(), count, lags.data(), order);
-    if (!(lags[0] > 0.0) || !std::isfinite(lags[0])) return false;
-    lags[0] *= 1.0 + whiteFloor;
-    std::array<std::array<double, order + 1>, order + 1> rows{};
-    std::array<double*, order + 1> pointers;
-    for (int m = 0; m <= order; ++m) pointers[m] = rows[m].data();
-    const int reached = levinsonDurbinRows(lags.data(), pointers.data(), order);
-    model.fill(0.0);
-    std::copy_n(rows[reached].begin(), reached + 1, model.begin());
-    return true;
+    return fitTaperedModel(tapered.data(), count, whiteFloor, model.data(), order);
 }
 
 // The first 2 * predicted samples of the prediction outward from the edge.

@@ -14,7 +14,7 @@
 // reflection holds its last value.
 //
 // Double arithmetic in a fixed order, rounded once to float: the same bits on every
-// path. No allocation; any thread.
+// path. It allocates only the model fit's scratch rows; any thread.
 #pragma once
 
 #include <span>

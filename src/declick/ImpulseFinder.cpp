@@ -4,6 +4,7 @@
 #include <cmath>
 #include <numbers>
 #include <optional>
+#include <utility>
 
 #include "ar/ArRecursions.h"
 
@@ -117,20 +118,31 @@ void ImpulseFinder::flagOutliers(int validFrom, int validTo, double limit)
     }
 }
 
+namespace {
+
+// In a run of flags [runStart, runEnd]: its first forward flag and its last backward
+// one (the run's end if it has none), or nothing without a forward flag.
+std::optional<std::pair<int, int>> flaggedExtent(const bool* forward, const bool* backward, int runStart, int runEnd)
+{
+    int first = runStart;
+    while (first <= runEnd && !forward[first]) ++first;
+    int last = runEnd;
+    while (last >= runStart && !backward[last]) --last;
+    if (first > runEnd) return std::nullopt;
+    if (last < runStart) last = runEnd;
+    return std::pair{first, std::max(last, first)};
+}
+
+}  // namespace
+
 // The impulse in the run of flags [runStart, runEnd], if the run is one.
 std::optional<ImpulseFinder::Impulse> ImpulseFinder::impulseIn(int runStart, int runEnd) const
 {
     const bool startsInBlock = runStart >= reach && runStart < reach + block;
     if (!startsInBlock || runEnd - runStart > maxImpulse + 2 * order) return std::nullopt;
-    int first = runStart;
-    while (first <= runEnd && !forward_[first]) ++first;
-    int last = runEnd;
-    while (last >= runStart && !backward_[last]) --last;
-    if (first > runEnd) return std::nullopt;
-    if (last < runStart) last = runEnd;
-    last = std::max(last, first);
-    if (last - first >= maxImpulse) return std::nullopt;
-    return Impulse{first - reach, last - reach};
+    const auto extent = flaggedExtent(forward_.data(), backward_.data(), runStart, runEnd);
+    if (!extent || extent->second - extent->first >= maxImpulse) return std::nullopt;
+    return Impulse{extent->first - reach, extent->second - reach};
 }
 
 // Flags closer than maxImpulse form a run; a run ends where a longer gap follows it.
@@ -171,19 +183,13 @@ std::optional<ImpulseFinder::Impulse> ImpulseFinder::fineIn(int runStart, int ru
 {
     const bool startsInBlock = runStart >= wideReach && runStart < wideReach + block;
     if (!startsInBlock || runEnd - runStart > fineJoin + 2 * order) return std::nullopt;
-    int first = runStart;
-    while (first <= runEnd && !fineForward_[first]) ++first;
-    int last = runEnd;
-    while (last >= runStart && !fineBackward_[last]) --last;
-    if (first > runEnd) return std::nullopt;
-    if (last < runStart) last = runEnd;
-    last = std::max(last, first);
-    if (last - first >= fineJoin) return std::nullopt;
+    const auto extent = flaggedExtent(fineForward_.data(), fineBackward_.data(), runStart, runEnd);
+    if (!extent || extent->second - extent->first >= fineJoin) return std::nullopt;
     double peak = 0.0;
     for (int i = runStart; i <= runEnd; ++i)
         peak = std::max({peak, std::fabs(forwardErrors_[i]), std::fabs(backwardErrors_[i])});
     if (peak < fineThreshold_ * localErrorLevel(runStart, runEnd)) return std::nullopt;
-    return Impulse{first - wideReach, last - wideReach, peak / level};
+    return Impulse{extent->first - wideReach, extent->second - wideReach, peak / level};
 }
 
 void ImpulseFinder::findFine(int validFrom, int validTo, double level, std::vector<Impulse>& fine)

@@ -4,6 +4,7 @@
 #include <numbers>
 
 #include "ar/ArRecursions.h"
+#include "declick/TaperedModel.h"
 
 namespace {
 
@@ -19,12 +20,7 @@ bool ShortGapFill::fitModel(std::span<const float> samples, int from)
         const double taper = 0.5 - 0.5 * std::cos(2.0 * std::numbers::pi * (i + 1) / (fitLength + 1));
         tapered_[i] = taper * samples[from + i];
     }
-    std::array<double, order + 1> lags{};
-    autocorrelate(tapered_.data(), fitLength, lags.data(), order);
-    if (!(lags[0] > 0.0) || !std::isfinite(lags[0])) return false;
-    lags[0] *= 1.0 + whiteFloor;
-    double error = 0.0;
-    levinsonDurbin(lags.data(), model_.data(), order, &error);
+    if (!fitTaperedModel(tapered_.data(), fitLength, whiteFloor, model_.data(), order)) return false;
     autocorrelate(model_.data(), order + 1, coefficientLags_.data(), order);
     return coefficientLags_[0] > 0.0 && std::isfinite(coefficientLags_[0]);
 }

@@ -8,7 +8,8 @@
 // autocorrelation of the model's coefficients, are solved by Cholesky's method.
 //
 // Double arithmetic in a fixed order, rounded once to float: the same bits on every
-// path. Allocates nothing after construction; one thread at a time per object.
+// path. A fill allocates only the model fit's scratch rows (not for real-time
+// paths); one thread at a time per object.
 #pragma once
 
 #include <array>
