@@ -100,8 +100,9 @@ void addDeclickSettingOptions(CLI::App* command, DeclickSettingOptions& options)
                       "then never predicts on 2 or more channels)");
     command->add_flag("--no-refill", options.noRefill,
                       "keep the engines' own repair (presets fill by least-squares AR the clicks far "
-                      "louder than the music, which the engines let through, and auto also the loud "
-                      "clicks they repaired, edges included)");
+                      "louder than the music, which the engines let through, auto also the loud "
+                      "clicks they repaired, edges included, and auto and crackle the fine crackle "
+                      "they left)");
     command->add_flag("--silent-edges", options.silentEdges,
                       "take the audio past the file's ends as silence, as a stream would (by default each end "
                       "is continued by its reflection, so audio that starts or stops mid-sound keeps its first "

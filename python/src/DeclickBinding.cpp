@@ -393,7 +393,8 @@ settings, each replacing the preset's:
         (what was removed) or 'bypass' (the input as it is), refill=False
         (keep the engines' own repair: every preset fills by least-squares
         AR the clicks far louder than the music, which the engines let
-        through, and 'auto' also the loud clicks they repaired),
+        through, 'auto' also the loud clicks they repaired, and 'auto' and
+        'crackle' the fine crackle they left),
         silent_edges=True (take the audio past the array's ends as silence, as
         a stream does).
 

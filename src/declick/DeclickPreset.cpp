@@ -22,9 +22,9 @@ namespace {
 // least-squares AR (ClickRefill), which takes their ringing edges as well: 2-4 dB
 // on clicks in music, more in speech, while crackle and clean audio keep the
 // engines' repair. Every preset then looks for impulses the passes let through: a
-// click far louder than the music is tonal to the engines at any floor. `auto` also
-// looks for the fine crackle they leave, too faint beside the music's transients for
-// a sensitivity that spares clean audio, and fills it by least-squares AR.
+// click far louder than the music is tonal to the engines at any floor. `auto` and
+// `crackle` also look for the fine crackle they leave, too faint beside the music's
+// transients for a sensitivity that spares clean audio, and fill it by least-squares AR.
 constexpr DeclickPass fineCracklePass{8.0f, {true, 1e-6}};
 constexpr DeclickPass crackleAfterClicksPass{10.0f, {true, 1e-6}};
 constexpr DeclickPass gentlePass{12.0f, {true, 1e-3}};
@@ -39,7 +39,7 @@ constexpr std::array presets{
     DeclickPreset{"clicks", "loud clicks and scratches of up to a few milliseconds, in one pass",
                   onePass({5.0f, {true, 1e-2}})},
     DeclickPreset{"crackle", "dense fine crackle of a few samples each, as on worn records, in one pass",
-                  onePass(fineCracklePass)},
+                  {DeclickEngineKind::standard, 512, {fineCracklePass, fineCracklePass}, 1, false, true, true}},
 };
 
 }  // namespace
