@@ -276,11 +276,15 @@ void declickFile(const DeclickOptions& options)
         std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     const double duration = static_cast<double>(total) / reader.sampleRate();
     const double samples = static_cast<double>(std::max<std::int64_t>(total * channels, 1));
-    std::printf("declicked %.2f s of %d-channel audio with %s in %.2f s (%.1fx real time): "
-                "%zu spans repaired, %.3f%% of samples changed\n",
-                duration, channels, describe(options, settings, engines).c_str(), seconds,
-                seconds > 0.0 ? duration / seconds : 0.0, tally.spans.size(),
-                100.0 * static_cast<double>(tally.samplesChanged) / samples);
+    if (listen == DeclickListen::bypass)
+        std::printf("copied %.2f s of %d-channel audio unchanged (--listen bypass) in %.2f s\n", duration, channels,
+                    seconds);
+    else
+        std::printf("declicked %.2f s of %d-channel audio with %s in %.2f s (%.1fx real time): "
+                    "%zu spans repaired, %.3f%% of samples changed\n",
+                    duration, channels, describe(options, settings, engines).c_str(), seconds,
+                    seconds > 0.0 ? duration / seconds : 0.0, tally.spans.size(),
+                    100.0 * static_cast<double>(tally.samplesChanged) / samples);
     warnAboutNonFinite(reader, options.input);
 }
 

@@ -358,6 +358,11 @@ TEST_F(DeclickOptions, BypassIsExactFor32BitIntegerAnd64BitFloatFiles)
             ferrotip("declick -q --listen bypass " + path("wide.wav") + " " + path("wide-out.wav"));
         ASSERT_EQ(outcome.status, 0) << outcome.output;
         EXPECT_EQ(readDoubles(path("wide-out.wav")), readDoubles(path("wide.wav")));
+        // The summary says what was done: a copy, with no preset or spans.
+        EXPECT_NE(outcome.output.find("copied 0.10 s of 2-channel audio unchanged (--listen bypass)"),
+                  std::string::npos)
+            << outcome.output;
+        EXPECT_EQ(outcome.output.find("preset"), std::string::npos) << outcome.output;
     }
 }
 
