@@ -9,6 +9,7 @@
 #include <system_error>
 
 #include "CliError.h"
+#include "SpooledInput.h"
 
 namespace fs = std::filesystem;
 
@@ -35,11 +36,9 @@ void useRawIntegers(SNDFILE* file, int format)
 
 }  // namespace
 
-AudioReader::AudioReader(const std::string& path) : path_(path), file_(nullptr, sf_close)
+AudioReader::AudioReader(const std::string& path)
+    : path_(path), source_(rereadablePath(path)), file_(nullptr, sf_close)
 {
-    std::error_code error;
-    if (!fs::exists(path, error)) throw CliError("cannot open '" + path + "': no such file");
-    if (fs::is_directory(path, error)) throw CliError("cannot open '" + path + "': it is a directory");
     open();
     if (!lengthKnown()) countFrames();
     const double scale = rawIntegerScale(info_.format);
@@ -50,7 +49,7 @@ void AudioReader::open()
 {
     file_.reset();
     info_ = SF_INFO{};
-    file_.reset(sf_open(path_.c_str(), SFM_READ, &info_));
+    file_.reset(sf_open(source_.c_str(), SFM_READ, &info_));
     if (!file_) throw CliError("cannot read '" + path_ + "': " + sf_strerror(nullptr));
     if (info_.channels < 1 || info_.samplerate < 1)
         throw CliError("cannot read '" + path_ + "': it declares " + std::to_string(info_.channels) +

@@ -6,6 +6,7 @@
 // AudioReader reads front to back only (rewind() starts again by reopening), so
 // files that cannot seek (streamed FLAC, GSM and ADPCM WAVs) read like any other; a
 // stream that does not declare its length is decoded once at opening to count it.
+// A pipe or standard input ('-') is read from its copy (SpooledInput).
 // AudioWriter writes to an exclusively created file of random name beside the
 // target (PartialFile) and renames it on commit(), so a failure or an interrupt
 // never leaves a partial output and never writes through an existing name.
@@ -69,7 +70,8 @@ private:
     template <typename Sample>
     void zeroNonFinite(Sample* interleaved, std::int64_t frames);
 
-    std::string path_;
+    std::string path_;    // as the user named it
+    std::string source_;  // what is opened: the path, or the copy of a pipe's audio
     SF_INFO info_{};
     std::unique_ptr<SNDFILE, int (*)(SNDFILE*)> file_;
     double fullScale_ = 1.0;

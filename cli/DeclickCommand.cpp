@@ -295,7 +295,7 @@ void addDeclickCommand(CLI::App& app)
     auto options = std::make_shared<DeclickOptions>();
     CLI::App* command = app.add_subcommand(
         "declick", "Remove clicks and crackle from a whole audio file (output aligned with the input)");
-    command->add_option("IN", options->input, "input audio file (any format libsndfile reads)")
+    command->add_option("IN", options->input, "input audio file (any format libsndfile reads; - reads standard input)")
         ->required();
     command->add_option("OUT", options->output, "output file, written with the input's format")
         ->required();

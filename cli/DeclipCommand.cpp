@@ -210,7 +210,7 @@ void addDeclipCommand(CLI::App& app)
 {
     auto options = std::make_shared<DeclipOptions>();
     CLI::App* command = app.add_subcommand("declip", "Restore the clipped peaks of an audio file");
-    command->add_option("IN", options->input, "input audio file (any format libsndfile reads)")->required();
+    command->add_option("IN", options->input, "input audio file (any format libsndfile reads; - reads standard input)")->required();
     command->add_option("OUT", options->output, "output file, written with the input's format")->required();
     command
         ->add_option("--level,-l", options->level,

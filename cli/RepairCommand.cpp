@@ -121,7 +121,7 @@ void addRepairCommand(CLI::App& app)
 {
     auto options = std::make_shared<RepairOptions>();
     CLI::App* command = app.add_subcommand("repair", "Repair a damaged region of an audio file");
-    command->add_option("IN", options->input, "input audio file (any format libsndfile reads)")
+    command->add_option("IN", options->input, "input audio file (any format libsndfile reads; - reads standard input)")
         ->required();
     command->add_option("OUT", options->output, "output file, written with the input's format")
         ->required();

@@ -60,7 +60,7 @@ void addScanCommand(CLI::App& app)
 {
     auto options = std::make_shared<ScanOptions>();
     CLI::App* command = app.add_subcommand("scan", "Find digital dropouts (runs of zeros or of one held value)");
-    command->add_option("IN", options->input, "input audio file")->required();
+    command->add_option("IN", options->input, "input audio file (- reads standard input)")->required();
     command->add_option("--report", options->report,
                         "write the dropouts as a region list (.txt label track, .csv or .json) for repair --regions");
     command->callback([options] { scanFile(*options); });

@@ -269,6 +269,41 @@ TEST_F(Robustness, FilesThatCannotSeekRepairAndDeclip)
     EXPECT_EQ(readSound(path("a.wav")).info.frames, readSound(gsm).info.frames);
 }
 
+// Audio piped in (as '-' or /dev/stdin) gives the same output as the file it came
+// from, though every command reads its input more than once; the copy they read it
+// from is gone afterwards.
+TEST_F(Robustness, PipedInputIsReadLikeTheFile)
+{
+    const std::string input = path("in.wav");
+    ASSERT_TRUE(writeSound(input, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2, 44100, 44100));
+    const std::string spoolFolder = path("spool");
+    fs::create_directory(spoolFolder);
+    const std::string environment = "TMPDIR='" + spoolFolder + "' ";
+    for (const std::string& command : {std::string("declick"), std::string("declip -q"),
+                                       std::string("repair --start 0.5s --length 20ms")}) {
+        SCOPED_TRACE(command);
+        ASSERT_EQ(ferrotip(command + " '" + input + "' '" + path("from-file.wav") + "'").status, 0);
+        const Outcome dash = testsupport::shell("cat '" + input + "' | " + environment + testsupport::program() + " " +
+                                                command + " - '" + path("from-dash.wav") + "'");
+        EXPECT_EQ(dash.status, 0) << dash.output;
+        const Outcome device = testsupport::shell("cat '" + input + "' | " + environment + testsupport::program() +
+                                                  " " + command + " /dev/stdin '" + path("from-pipe.wav") + "'");
+        EXPECT_EQ(device.status, 0) << device.output;
+        const std::uint64_t expected = testsupport::fileChecksum(path("from-file.wav"));
+        EXPECT_EQ(testsupport::fileChecksum(path("from-dash.wav")), expected);
+        EXPECT_EQ(testsupport::fileChecksum(path("from-pipe.wav")), expected);
+        EXPECT_TRUE(fs::is_empty(spoolFolder)) << "the copy of the piped input was left behind";
+    }
+    const Outcome scan = testsupport::shell("cat '" + input + "' | " + testsupport::program() + " scan -");
+    EXPECT_EQ(scan.status, 0) << scan.output;
+    const Outcome empty = testsupport::shell(environment + testsupport::program() + " declick - '" +
+                                             path("none.wav") + "' < /dev/null");
+    EXPECT_NE(empty.status, 0);
+    EXPECT_NE(empty.output.find("cannot read '-'"), std::string::npos) << empty.output;
+    EXPECT_FALSE(fs::exists(path("none.wav")));
+    EXPECT_TRUE(fs::is_empty(spoolFolder));
+}
+
 // The output keeps the input's text tags and channel layout, and two runs write the
 // same bytes (a float file's PEAK chunk would carry the time of writing).
 TEST_F(Robustness, OutputsKeepTagsAndLayoutAndRepeatByteForByte)

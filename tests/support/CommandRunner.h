@@ -15,9 +15,10 @@ struct CommandOutcome {
     std::string output;  // stdout and stderr together
 };
 
-inline CommandOutcome ferrotip(const std::string& arguments)
+// Runs a shell command line; program() names the ferrotip program in it.
+inline CommandOutcome shell(const std::string& commandLine)
 {
-    const std::string command = std::string(FERROTIP_CLI_PATH) + " " + arguments + " 2>&1";
+    const std::string command = "{ " + commandLine + "; } 2>&1";
     std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
     std::string output;
     char buffer[4096];
@@ -25,5 +26,9 @@ inline CommandOutcome ferrotip(const std::string& arguments)
     const int status = pclose(pipe.release());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
 }
+
+inline std::string program() { return FERROTIP_CLI_PATH; }
+
+inline CommandOutcome ferrotip(const std::string& arguments) { return shell(program() + " " + arguments); }
 
 }  // namespace testsupport
