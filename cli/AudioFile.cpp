@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -98,9 +99,11 @@ std::vector<int> AudioReader::channelLayout() const
 
 bool AudioReader::lengthKnown() const { return info_.frames > 0 && info_.frames < SF_COUNT_MAX; }
 
-bool AudioReader::lossy() const
+bool AudioReader::lossy() const { return isLossy(info_.format); }
+
+bool isLossy(int format)
 {
-    switch (info_.format & SF_FORMAT_SUBMASK) {
+    switch (format & SF_FORMAT_SUBMASK) {
     case SF_FORMAT_VORBIS:
     case SF_FORMAT_OPUS:
     case SF_FORMAT_MPEG_LAYER_I:
@@ -140,14 +143,21 @@ std::int64_t AudioReader::read(double* interleaved, std::int64_t count)
     return got;
 }
 
-void noteLossyRewrite(const AudioReader& reader, const std::string& input, const std::string& output)
+void noteLossyRewrite(const AudioReader& reader, const AudioWriter& writer, const std::string& input,
+                      const std::string& output)
 {
-    if (!reader.lossy()) return;
-    std::fprintf(stderr,
-                 "ferrotip: note: '%s' is in a lossy format, so the whole file is re-encoded into '%s' "
-                 "and every sample changes; convert it to a lossless format (WAV or FLAC) first to "
-                 "keep the samples left alone bit for bit\n",
-                 input.c_str(), output.c_str());
+    if (!isLossy(writer.format().format)) return;
+    if (reader.info().format == writer.format().format)
+        std::fprintf(stderr,
+                     "ferrotip: note: '%s' is in a lossy format, so the whole file is re-encoded into '%s' "
+                     "and every sample changes; convert it to a lossless format (WAV or FLAC) first to "
+                     "keep the samples left alone bit for bit\n",
+                     input.c_str(), output.c_str());
+    else
+        std::fprintf(stderr,
+                     "ferrotip: note: '%s' is written in a lossy format, so every sample changes, not only "
+                     "those the command restores; name a lossless format (.wav, .flac) to keep them\n",
+                     output.c_str());
 }
 
 void warnAboutNonFinite(const AudioReader& reader, const std::string& input)
@@ -193,9 +203,100 @@ void AudioReader::seek(std::int64_t frame)
     nonFiniteThisPass_ = 0;
 }
 
+namespace {
+
+// The containers an output's extension picks, and the codec a lossy one takes.
+struct Container {
+    const char* extension;
+    int major;
+    int codec;  // 0: the input's encoding where the container holds it
+    bool holds(int format) const
+    {
+        const int inputMajor = format & SF_FORMAT_TYPEMASK;
+        // A .wav may be an extensible or an RF64 WAV: either stays what it is.
+        if (major == SF_FORMAT_WAV)
+            return inputMajor == SF_FORMAT_WAV || inputMajor == SF_FORMAT_WAVEX || inputMajor == SF_FORMAT_RF64;
+        return inputMajor == major && (codec == 0 || (format & SF_FORMAT_SUBMASK) == codec);
+    }
+};
+constexpr Container containers[] = {
+    {".wav", SF_FORMAT_WAV, 0},   {".flac", SF_FORMAT_FLAC, 0},
+    {".ogg", SF_FORMAT_OGG, 0},   {".oga", SF_FORMAT_OGG, 0},
+    {".opus", SF_FORMAT_OGG, SF_FORMAT_OPUS}, {".mp3", SF_FORMAT_MPEG, SF_FORMAT_MPEG_LAYER_III},
+    {".aif", SF_FORMAT_AIFF, 0},  {".aiff", SF_FORMAT_AIFF, 0},
+    {".au", SF_FORMAT_AU, 0},     {".caf", SF_FORMAT_CAF, 0},
+    {".w64", SF_FORMAT_W64, 0},   {".rf64", SF_FORMAT_RF64, 0},
+};
+
+const Container* containerNamedBy(const std::string& target)
+{
+    std::string extension = fs::path(target).extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    for (const Container& container : containers)
+        if (extension == container.extension) return &container;
+    return nullptr;
+}
+
+bool writable(SF_INFO info, int format)
+{
+    info.format = format;
+    // Opus codes these rates only, which the format check does not know.
+    if ((format & SF_FORMAT_SUBMASK) == SF_FORMAT_OPUS &&
+        !(info.samplerate == 8000 || info.samplerate == 12000 || info.samplerate == 16000 ||
+          info.samplerate == 24000 || info.samplerate == 48000))
+        return false;
+    return sf_format_check(&info) == SF_TRUE;
+}
+
+// Encodings to try in a new container, the input's own first.
+std::vector<int> encodingsFor(const SF_INFO& input, const Container& container)
+{
+    const int own = input.format & SF_FORMAT_SUBMASK;
+    if (container.codec != 0) return {container.codec};
+    const bool isFloat = own == SF_FORMAT_FLOAT || own == SF_FORMAT_DOUBLE;
+    const bool deep = isFloat || own == SF_FORMAT_PCM_24 || own == SF_FORMAT_PCM_32;
+    std::vector<int> tried{own};
+    if (isFloat) tried.push_back(SF_FORMAT_FLOAT);
+    if (deep) tried.push_back(SF_FORMAT_PCM_24);
+    for (int codec : {SF_FORMAT_PCM_16, SF_FORMAT_VORBIS, SF_FORMAT_OPUS}) tried.push_back(codec);
+    return tried;
+}
+
+double sampleScaleOf(int format)
+{
+    const double scale = rawIntegerScale(format);
+    return scale > 0.0 ? scale : 1.0;
+}
+
+}  // namespace
+
+SF_INFO outputFormatFor(const std::string& target, const SF_INFO& input)
+{
+    SF_INFO output{};
+    output.samplerate = input.samplerate;
+    output.channels = input.channels;
+    output.format = input.format;
+    const Container* container = containerNamedBy(target);
+    if (container == nullptr || container->holds(input.format)) return output;
+    for (int encoding : encodingsFor(input, *container))
+        if (writable(output, container->major | encoding)) {
+            output.format = container->major | encoding;
+            return output;
+        }
+    throw CliError("cannot write '" + target + "': its format (" + container->extension + ") cannot hold " +
+                   std::to_string(input.channels) + "-channel audio at " + std::to_string(input.samplerate) +
+                   " Hz; name another format");
+}
+
 AudioWriter::AudioWriter(const std::string& target, const SF_INFO& format)
-    : target_(target), format_(format.format), channels_(format.channels), integerScale_(rawIntegerScale(format.format)), partial_(target),
-      file_(nullptr, sf_close)
+    : AudioWriter(target, format, sampleScaleOf(format.format))
+{
+}
+
+AudioWriter::AudioWriter(const std::string& target, const SF_INFO& format, double sampleScale)
+    : target_(target), format_(format), integerScale_(rawIntegerScale(format.format)), sampleScale_(sampleScale),
+      partial_(target), file_(nullptr, sf_close)
 {
     SF_INFO info = format;
     file_.reset(sf_open_fd(partial_.descriptor(), SFM_WRITE, &info, SF_FALSE));
@@ -206,7 +307,8 @@ AudioWriter::AudioWriter(const std::string& target, const SF_INFO& format)
     sf_command(file_.get(), SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
 }
 
-AudioWriter::AudioWriter(const std::string& target, const AudioReader& source) : AudioWriter(target, source.info())
+AudioWriter::AudioWriter(const std::string& target, const AudioReader& source)
+    : AudioWriter(target, outputFormatFor(target, source.info()), source.fullScale())
 {
     // Formats without a place for a tag or a layout refuse it; the audio is what matters.
     for (const auto& [id, text] : source.tags()) sf_set_string(file_.get(), id, text.c_str());
@@ -223,18 +325,35 @@ void AudioWriter::write(const double* interleaved, std::int64_t frames)
     // libsndfile's clipping conversion to integers rounds towards minus infinity,
     // which would put every repaired or processed sample up to one step low; so the
     // samples reach it as integers already, rounded to nearest (ties to even).
+    // Every scale is a power of two, so converting between them is exact.
+    const std::size_t count = static_cast<std::size_t>(frames) * static_cast<std::size_t>(format_.channels);
     if (integerScale_ > 0.0) {
-        const std::size_t count = static_cast<std::size_t>(frames) * static_cast<std::size_t>(channels_);
-        quantised_.resize(count);
+        const double toSteps = integerScale_ / sampleScale_;
+        converted_.resize(count);
         for (std::size_t i = 0; i < count; ++i)
-            quantised_[i] = std::clamp(std::nearbyint(interleaved[i]), -integerScale_, integerScale_ - 1.0);
-        interleaved = quantised_.data();
+            converted_[i] = std::clamp(std::nearbyint(interleaved[i] * toSteps), -integerScale_, integerScale_ - 1.0);
+        interleaved = converted_.data();
+    } else if (sampleScale_ != 1.0) {
+        converted_.resize(count);
+        for (std::size_t i = 0; i < count; ++i) converted_[i] = interleaved[i] / sampleScale_;
+        interleaved = converted_.data();
     }
     if (sf_writef_double(file_.get(), interleaved, frames) != frames)
         throw CliError("error writing '" + target_ + "': " + sf_strerror(file_.get()));
 }
 
-bool AudioWriter::storesFloats() const { return (format_ & SF_FORMAT_SUBMASK) == SF_FORMAT_FLOAT; }
+bool AudioWriter::storesFloats() const { return (format_.format & SF_FORMAT_SUBMASK) == SF_FORMAT_FLOAT; }
+
+HeldRange AudioWriter::heldRange() const
+{
+    const int subtype = format_.format & SF_FORMAT_SUBMASK;
+    if (subtype == SF_FORMAT_FLOAT || subtype == SF_FORMAT_DOUBLE) return {false, 0.0, 0.0};
+    if (integerScale_ > 0.0) {
+        const double perStep = sampleScale_ / integerScale_;
+        return {true, -integerScale_ * perStep, (integerScale_ - 1.0) * perStep};
+    }
+    return {true, -sampleScale_, sampleScale_};
+}
 
 void AudioWriter::writeFloats(const float* interleaved, std::int64_t frames)
 {
@@ -255,4 +374,10 @@ void requireDistinctFiles(const std::string& input, const std::string& output)
     if (stat(output.c_str(), &out) != 0) return;  // nothing there yet, so nothing to overwrite
     if (stat(input.c_str(), &in) == 0 && in.st_dev == out.st_dev && in.st_ino == out.st_ino)
         throw CliError("output '" + output + "' is the input file; choose another name");
+}
+
+void requireOutputFor(const AudioReader& input, const std::string& output)
+{
+    requireDistinctFiles(input.path(), output);
+    outputFormatFor(output, input.info());
 }

@@ -84,25 +84,44 @@ private:
 // Prints a warning naming the input when some of its samples were read as 0.
 void warnAboutNonFinite(const AudioReader& reader, const std::string& input);
 
-// Notes on stderr that a lossy input is written in its own format again, so every
-// sample is re-encoded, even those the command leaves alone.
-void noteLossyRewrite(const AudioReader& reader, const std::string& input, const std::string& output);
+// True for encodings that decode to something other than what was encoded.
+bool isLossy(int format);
+
+// The format a command writes `target` in: the input's, unless the target's extension
+// names another container (.wav, .flac, .ogg, .opus, .mp3, .aif/.aiff, .au, .caf, .w64,
+// .rf64). Then the input's encoding is kept where that container holds it; otherwise
+// float stays float where it can, deeper than 16 bits becomes 24-bit PCM, the rest
+// 16-bit PCM, and a lossy container takes its codec. Throws CliError naming the target
+// when its container cannot hold the input's rate or channels.
+SF_INFO outputFormatFor(const std::string& target, const SF_INFO& input);
+
+// The samples a written format holds, in the scale the writer takes them: bounded for
+// integer, companded and lossy formats, any value for float ones.
+struct HeldRange {
+    bool bounded;
+    double low, high;
+};
 
 class AudioWriter {
 public:
-    // Same format, subtype, rate and channel count as `format`. No PEAK chunk, whose
-    // time stamp would make two runs' files differ.
+    // Same format, subtype, rate and channel count as `format`; write() takes samples in
+    // the format's own scale. No PEAK chunk, whose time stamp would make two runs'
+    // files differ.
     AudioWriter(const std::string& target, const SF_INFO& format);
-    // As `source`, whose text tags and channel layout it keeps too.
+    // In outputFormatFor(target, source), keeping the source's text tags and channel
+    // layout; write() takes samples in the source's scale (AudioReader::read's), which
+    // a different format's scale is converted from.
     AudioWriter(const std::string& target, const AudioReader& source);
     ~AudioWriter();
     AudioWriter(const AudioWriter&) = delete;
     AudioWriter& operator=(const AudioWriter&) = delete;
 
-    // Integer PCM takes raw integer values (full scale 2^(bits-1)), rounded to the
-    // nearest step and clipped to the format's range; other formats take libsndfile's
-    // normalised values.
+    // Samples in the scale above; integer PCM is rounded to the nearest step and
+    // clipped to the format's range.
     void write(const double* interleaved, std::int64_t frames);
+    // What the written format holds, in write()'s scale.
+    HeldRange heldRange() const;
+    const SF_INFO& format() const { return format_; }
     // Whether the file stores 32-bit floats, which writeFloats writes as they are.
     bool storesFloats() const;
     // Samples at full scale 1; only where storesFloats().
@@ -111,15 +130,26 @@ public:
     void commit();
 
 private:
+    AudioWriter(const std::string& target, const SF_INFO& format, double sampleScale);
+
     std::string target_;
-    int format_;
-    int channels_;
-    double integerScale_;          // full-scale magnitude of raw integers, 0 for other formats
-    std::vector<double> quantised_;  // one write's worth of rounded integers
+    SF_INFO format_;
+    double integerScale_;   // full-scale magnitude of raw integers, 0 for other formats
+    double sampleScale_;    // full-scale magnitude of the samples write() takes
+    std::vector<double> converted_;  // one write's worth in the format's own scale
     PartialFile partial_;
     std::unique_ptr<SNDFILE, int (*)(SNDFILE*)> file_;
 };
 
+// Notes on stderr that the output is in a lossy format, so every sample is encoded
+// again, even those the command leaves alone.
+void noteLossyRewrite(const AudioReader& reader, const AudioWriter& writer, const std::string& input,
+                      const std::string& output);
+
 // Throws CliError when `output` is the same file as `input` by any route (a symlink,
 // a hard link, another spelling of the path: same device and inode) or a directory.
 void requireDistinctFiles(const std::string& input, const std::string& output);
+
+// requireDistinctFiles, and that the output's format (outputFormatFor) can hold the
+// input's audio: checked before any work.
+void requireOutputFor(const AudioReader& input, const std::string& output);

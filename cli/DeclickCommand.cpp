@@ -1,6 +1,6 @@
 // `ferrotip declick IN OUT`: streams a whole file through the crackle engines (one per
-// channel unless --shared-engine, run in parallel) and writes the result with the
-// input's format. The engines' latency is taken off the front and made up with
+// channel unless --shared-engine, run in parallel) and writes the result in the
+// input's format or the one OUT's extension names. The engines' latency is taken off the front and made up with
 // silence at the end, so OUT lines up with IN sample for sample and has the same
 // length. A floor relative to the level takes a first pass over the file for each
 // channel's mean square. Memory is a few chunks, whatever the file's length.
@@ -241,7 +241,7 @@ void declickFile(const DeclickOptions& options)
 {
     if (!options.report.empty()) requireReportPath(options.report, {options.input, options.output});
     AudioReader reader(options.input);
-    requireDistinctFiles(options.input, options.output);
+    requireOutputFor(reader, options.output);
     const int channels = reader.channels();
     const std::int64_t total = reader.frames();
     const auto started = std::chrono::steady_clock::now();
@@ -254,8 +254,8 @@ void declickFile(const DeclickOptions& options)
     const int chunk = declickChunk(settings);
     const int jobs = jobsFor(options, channels);
 
-    noteLossyRewrite(reader, options.input, options.output);
     AudioWriter writer(options.output, reader);
+    noteLossyRewrite(reader, writer, options.input, options.output);
     Progress progress(total, isatty(STDERR_FILENO) != 0 && !options.quiet);
     DeclickTally tally;
     const int engines = options.sharedEngine ? 1 : channels;
@@ -297,7 +297,7 @@ void addDeclickCommand(CLI::App& app)
         "declick", "Remove clicks and crackle from a whole audio file (output aligned with the input)");
     command->add_option("IN", options->input, "input audio file (any format libsndfile reads; - reads standard input)")
         ->required();
-    command->add_option("OUT", options->output, "output file, written with the input's format")
+    command->add_option("OUT", options->output, "output file; its extension picks the format (.wav .flac .ogg .mp3 .aiff ...), else the input's")
         ->required();
     addDeclickSettingOptions(command, *options);
     command

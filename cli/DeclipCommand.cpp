@@ -35,34 +35,12 @@ struct DeclipOptions {
     bool quiet = false;
 };
 
-bool isFloatFormat(const SF_INFO& info)
-{
-    const int subtype = info.format & SF_FORMAT_SUBMASK;
-    return subtype == SF_FORMAT_FLOAT || subtype == SF_FORMAT_DOUBLE;
-}
-
-// The samples a format can hold, in the scale the reader gives them: raw integers
-// one step short of full scale on the positive side; formats libsndfile codes from
-// normalised samples (companded, ADPCM, lossy) [-1, 1]; float formats any value.
-struct HeldRange {
-    bool bounded;
-    double low, high;
-};
-
-HeldRange heldRange(const AudioReader& reader)
-{
-    if (isFloatFormat(reader.info())) return {false, 0.0, 0.0};
-    const double scale = reader.fullScale();
-    if (scale > 1.0) return {true, -scale, scale - 1.0};
-    return {true, -1.0, 1.0};
-}
-
 // Writes frames scaled by `gain`; formats of a bounded range are held to it, and
 // the samples that had to be clipped again are counted.
 class ScaledWriter {
 public:
     ScaledWriter(AudioWriter& writer, const AudioReader& reader, double gain)
-        : writer_(writer), gain_(gain), range_(heldRange(reader)),
+        : writer_(writer), gain_(gain), range_(writer.heldRange()),
           buffer_(static_cast<std::size_t>(chunkFrames) * reader.channels()), channels_(reader.channels())
     {
     }
@@ -110,9 +88,9 @@ private:
     std::unique_ptr<FILE, int (*)(FILE*)> file_;
 };
 
-double fittingGain(const ClipSummary& summary, const AudioReader& reader)
+double fittingGain(const ClipSummary& summary, const AudioReader& reader, const AudioWriter& writer)
 {
-    const HeldRange range = heldRange(reader);
+    const HeldRange range = writer.heldRange();
     const double positiveCeiling = range.bounded ? range.high / reader.fullScale() : 1.0;
     double gain = 1.0;
     if (summary.positivePeak > positiveCeiling) gain = positiveCeiling / summary.positivePeak;
@@ -148,8 +126,9 @@ void declipFile(const DeclipOptions& options)
     if (!options.report.empty()) requireReportPath(options.report, {options.input, options.output});
     const auto level = parseLevel(options.level);
     AudioReader reader(options.input);
-    requireDistinctFiles(options.input, options.output);
-    const bool bounded = heldRange(reader).bounded;
+    requireOutputFor(reader, options.output);
+    AudioWriter writer(options.output, reader);
+    const bool bounded = writer.heldRange().bounded;
     const auto gain = parseGain(options.gain.empty() ? (bounded ? "auto" : "0dB") : options.gain);
     const auto started = std::chrono::steady_clock::now();
 
@@ -162,8 +141,7 @@ void declipFile(const DeclipOptions& options)
     ClipSummary summary;
     RunTracker runs(reader.channels(), !options.report.empty());
     RestorePass restore(reader, options.input, levels);
-    noteLossyRewrite(reader, options.input, options.output);
-    AudioWriter writer(options.output, reader);
+    noteLossyRewrite(reader, writer, options.input, options.output);
     double applied = gain.value_or(1.0);
     std::int64_t reclipped = 0;
     if (gain) {
@@ -176,7 +154,7 @@ void declipFile(const DeclipOptions& options)
         const std::size_t width = static_cast<std::size_t>(reader.channels());
         restore.run([&](const double* frames, std::int64_t count) { spill.write(frames, count * width); }, summary,
                     runs, progress, restoreBase);
-        applied = fittingGain(summary, reader);
+        applied = fittingGain(summary, reader, writer);
         ScaledWriter scaled(writer, reader, applied);
         spill.rewind();
         std::vector<double> frames(static_cast<std::size_t>(chunkFrames) * width);
@@ -211,7 +189,7 @@ void addDeclipCommand(CLI::App& app)
     auto options = std::make_shared<DeclipOptions>();
     CLI::App* command = app.add_subcommand("declip", "Restore the clipped peaks of an audio file");
     command->add_option("IN", options->input, "input audio file (any format libsndfile reads; - reads standard input)")->required();
-    command->add_option("OUT", options->output, "output file, written with the input's format")->required();
+    command->add_option("OUT", options->output, "output file; its extension picks the format (.wav .flac .ogg .mp3 .aiff ...), else the input's")->required();
     command
         ->add_option("--level,-l", options->level,
                      "clip level: auto (found per channel and polarity), in dBFS (-0.5dBFS) or as a fraction "

@@ -102,7 +102,7 @@ void writePatched(AudioReader& reader, AudioWriter& writer, const std::vector<Pa
 void repairRegions(const RegionRequest& request)
 {
     AudioReader reader(request.input);
-    requireDistinctFiles(request.input, request.output);
+    requireOutputFor(reader, request.output);
     const int rate = reader.sampleRate();
     std::vector<Region> regions = merged(requestedRegions(request, reader), reader.channels());
     checkLengths(regions, request.method, rate);
@@ -110,8 +110,8 @@ void repairRegions(const RegionRequest& request)
     FileFrames frames(reader);
     const std::vector<Patch> patches = repairAll(frames, regions);
 
-    noteLossyRewrite(reader, request.input, request.output);
     AudioWriter writer(request.output, reader);
+    noteLossyRewrite(reader, writer, request.input, request.output);
     writePatched(reader, writer, patches);
     writer.commit();
     for (const Region& r : regions)

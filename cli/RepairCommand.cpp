@@ -1,5 +1,5 @@
 // `ferrotip repair IN OUT --start T --length T --method M`: one repair, written to
-// a new file with the input's format. The file is streamed front to back, twice
+// a new file in the input's format or the one OUT's extension names. The file is streamed front to back, twice
 // (once for the window, once to copy), so inputs that cannot seek work too: only
 // the method's window is held in memory, and untouched samples are copied bit for bit.
 #include <algorithm>
@@ -91,7 +91,7 @@ void writeRepaired(AudioReader& reader, AudioWriter& writer, const RepairWindow&
 void repairFile(const RepairOptions& options)
 {
     AudioReader reader(options.input);
-    requireDistinctFiles(options.input, options.output);
+    requireOutputFor(reader, options.output);
     const int rate = reader.sampleRate();
     const MethodInfo method = findMethod(options.method);
     const std::int64_t start = parseSampleCount(options.start, rate, "--start");
@@ -102,8 +102,8 @@ void repairFile(const RepairOptions& options)
     auto channels = readWindow(reader, window, start + length, frames);
     requireRegionInside(start, length, frames, "'" + options.input + "'");
     const RepairOutcome outcome = runRepair(channels, rate, window, static_cast<int>(length), method);
-    noteLossyRewrite(reader, options.input, options.output);
     AudioWriter writer(options.output, reader);
+    noteLossyRewrite(reader, writer, options.input, options.output);
     writeRepaired(reader, writer, window, channels, frames);
     writer.commit();
 
@@ -123,7 +123,7 @@ void addRepairCommand(CLI::App& app)
     CLI::App* command = app.add_subcommand("repair", "Repair a damaged region of an audio file");
     command->add_option("IN", options->input, "input audio file (any format libsndfile reads; - reads standard input)")
         ->required();
-    command->add_option("OUT", options->output, "output file, written with the input's format")
+    command->add_option("OUT", options->output, "output file; its extension picks the format (.wav .flac .ogg .mp3 .aiff ...), else the input's")
         ->required();
     command->add_option("--start,-s", options->start,
                         "first damaged sample: samples (4410), seconds (1.25s) or ms (3ms)");
