@@ -249,14 +249,16 @@ bool writable(SF_INFO info, int format)
     return sf_format_check(&info) == SF_TRUE;
 }
 
-// Encodings to try in a new container, the input's own first.
+// Encodings to try in a new container, the input's own first unless it is lossy: a
+// decoded MP3 or Vorbis goes into a lossless container as PCM.
 std::vector<int> encodingsFor(const SF_INFO& input, const Container& container)
 {
     const int own = input.format & SF_FORMAT_SUBMASK;
     if (container.codec != 0) return {container.codec};
     const bool isFloat = own == SF_FORMAT_FLOAT || own == SF_FORMAT_DOUBLE;
     const bool deep = isFloat || own == SF_FORMAT_PCM_24 || own == SF_FORMAT_PCM_32;
-    std::vector<int> tried{own};
+    std::vector<int> tried;
+    if (!isLossy(own)) tried.push_back(own);
     if (isFloat) tried.push_back(SF_FORMAT_FLOAT);
     if (deep) tried.push_back(SF_FORMAT_PCM_24);
     for (int codec : {SF_FORMAT_PCM_16, SF_FORMAT_VORBIS, SF_FORMAT_OPUS}) tried.push_back(codec);

@@ -118,4 +118,18 @@ TEST_F(OutputFormat, ALossyOutputIsNotedAndUnknownExtensionsKeepTheInputsFormat)
     EXPECT_EQ(encodingOf(path("OUT.WAV")), SF_FORMAT_WAV | SF_FORMAT_PCM_24);
 }
 
+// Decoded lossy audio goes into a lossless container as PCM, not in its codec.
+TEST_F(OutputFormat, LossyInputBecomesPcmInALosslessContainer)
+{
+    writeTone("in.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS);
+    for (const std::string command : {"declick -q", "declip -q", "repair --start 0.5s --length 20ms"}) {
+        SCOPED_TRACE(command);
+        const std::string name = command.substr(0, command.find(' '));
+        const Outcome run = ferrotip(name + " " + path("in.ogg") + " " + path("out.wav") + command.substr(command.find(' ')));
+        ASSERT_EQ(run.status, 0) << run.output;
+        EXPECT_EQ(encodingOf(path("out.wav")), SF_FORMAT_WAV | SF_FORMAT_PCM_16);
+        EXPECT_EQ(run.output.find("lossy"), std::string::npos) << run.output;
+    }
+}
+
 }  // namespace
