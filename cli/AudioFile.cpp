@@ -160,6 +160,15 @@ void noteLossyRewrite(const AudioReader& reader, const AudioWriter& writer, cons
                      output.c_str());
 }
 
+void warnAboutConversionClipping(const AudioWriter& writer, const std::string& output)
+{
+    if (!writer.converted() || writer.clippedSamples() == 0) return;
+    std::fprintf(stderr,
+                 "ferrotip: warning: %lld samples lay beyond full scale and were clipped to fit the format of '%s'; "
+                 "name a float format (.wav, .aiff, .caf from a float input) to keep them\n",
+                 static_cast<long long>(writer.clippedSamples()), output.c_str());
+}
+
 void warnAboutNonFinite(const AudioReader& reader, const std::string& input)
 {
     if (reader.nonFiniteSamples() == 0) return;
@@ -312,6 +321,7 @@ AudioWriter::AudioWriter(const std::string& target, const SF_INFO& format, doubl
 AudioWriter::AudioWriter(const std::string& target, const AudioReader& source)
     : AudioWriter(target, outputFormatFor(target, source.info()), source.fullScale())
 {
+    sourceFormat_ = source.info().format;
     // Formats without a place for a tag or a layout refuse it; the audio is what matters.
     for (const auto& [id, text] : source.tags()) sf_set_string(file_.get(), id, text.c_str());
     std::vector<int> layout = source.channelLayout();
@@ -332,12 +342,19 @@ void AudioWriter::write(const double* interleaved, std::int64_t frames)
     if (integerScale_ > 0.0) {
         const double toSteps = integerScale_ / sampleScale_;
         converted_.resize(count);
-        for (std::size_t i = 0; i < count; ++i)
-            converted_[i] = std::clamp(std::nearbyint(interleaved[i] * toSteps), -integerScale_, integerScale_ - 1.0);
+        for (std::size_t i = 0; i < count; ++i) {
+            const double step = std::nearbyint(interleaved[i] * toSteps);
+            converted_[i] = std::clamp(step, -integerScale_, integerScale_ - 1.0);
+            clipped_ += converted_[i] != step ? 1 : 0;
+        }
         interleaved = converted_.data();
-    } else if (sampleScale_ != 1.0) {
+    } else if (sampleScale_ != 1.0 || converted()) {
+        const bool bounded = heldRange().bounded;
         converted_.resize(count);
-        for (std::size_t i = 0; i < count; ++i) converted_[i] = interleaved[i] / sampleScale_;
+        for (std::size_t i = 0; i < count; ++i) {
+            converted_[i] = interleaved[i] / sampleScale_;
+            clipped_ += bounded && std::fabs(converted_[i]) > 1.0 ? 1 : 0;
+        }
         interleaved = converted_.data();
     }
     if (sf_writef_double(file_.get(), interleaved, frames) != frames)

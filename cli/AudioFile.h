@@ -81,6 +81,10 @@ private:
     std::int64_t countedFrames_ = -1;  // the length of a stream whose header lacks it
 };
 
+// Prints a warning naming the output when converting it into its format clipped samples.
+class AudioWriter;
+void warnAboutConversionClipping(const AudioWriter& writer, const std::string& output);
+
 // Prints a warning naming the input when some of its samples were read as 0.
 void warnAboutNonFinite(const AudioReader& reader, const std::string& input);
 
@@ -121,6 +125,10 @@ public:
     void write(const double* interleaved, std::int64_t frames);
     // What the written format holds, in write()'s scale.
     HeldRange heldRange() const;
+    // Whether the file is written in another format than its source's.
+    bool converted() const { return sourceFormat_ != 0 && sourceFormat_ != format_.format; }
+    // Samples clipped to the format's range by write(), beyond rounding.
+    std::int64_t clippedSamples() const { return clipped_; }
     const SF_INFO& format() const { return format_; }
     // Whether the file stores 32-bit floats, which writeFloats writes as they are.
     bool storesFloats() const;
@@ -136,6 +144,8 @@ private:
     SF_INFO format_;
     double integerScale_;   // full-scale magnitude of raw integers, 0 for other formats
     double sampleScale_;    // full-scale magnitude of the samples write() takes
+    int sourceFormat_ = 0;  // the source's format, 0 when written in the given one
+    std::int64_t clipped_ = 0;
     std::vector<double> converted_;  // one write's worth in the format's own scale
     PartialFile partial_;
     std::unique_ptr<SNDFILE, int (*)(SNDFILE*)> file_;

@@ -286,6 +286,7 @@ void declickFile(const DeclickOptions& options)
                     seconds > 0.0 ? duration / seconds : 0.0, tally.spans.size(),
                     100.0 * static_cast<double>(tally.samplesChanged) / samples);
     warnAboutNonFinite(reader, options.input);
+    warnAboutConversionClipping(writer, options.output);
 }
 
 }  // namespace

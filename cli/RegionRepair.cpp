@@ -120,4 +120,5 @@ void repairRegions(const RegionRequest& request)
                     r.channel == allRegionChannels ? "" : (" of channel " + std::to_string(r.channel + 1)).c_str(),
                     r.choice.name().c_str());
     warnAboutNonFinite(reader, request.input);
+    warnAboutConversionClipping(writer, request.output);
 }

@@ -113,6 +113,7 @@ void repairFile(const RepairOptions& options)
         std::printf("crossfade: %d samples before and %d after the region\n", outcome.leftFade,
                     outcome.rightFade);
     warnAboutNonFinite(reader, options.input);
+    warnAboutConversionClipping(writer, options.output);
 }
 
 }  // namespace

@@ -78,6 +78,23 @@ TEST_F(OutputFormat, FloatBecomesTwentyFourBitWhereTheContainerHoldsNoFloat)
     EXPECT_EQ(encodingOf(path("out.aiff")), SF_FORMAT_AIFF | SF_FORMAT_FLOAT);
 }
 
+// Float audio beyond full scale is clipped to fit an integer container, with a
+// warning that names the output; within full scale it converts quietly.
+TEST_F(OutputFormat, ClippingToFitTheNewFormatIsWarned)
+{
+    writeTone("loud.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, 1.4, 10.0);
+    const Outcome loud = ferrotip("repair " + path("loud.wav") + " " + path("loud.flac") + " --start 0.5s --length 2ms");
+    ASSERT_EQ(loud.status, 0) << loud.output;
+    EXPECT_NE(loud.output.find("clipped to fit the format of '" + path("loud.flac") + "'"), std::string::npos)
+        << loud.output;
+    writeTone("quiet.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, 0.5);
+    for (const std::string output : {"quiet.flac", "quiet.ogg"}) {
+        const Outcome quiet = ferrotip("declick -q " + path("quiet.wav") + " " + path(output));
+        ASSERT_EQ(quiet.status, 0) << quiet.output;
+        EXPECT_EQ(quiet.output.find("clipped"), std::string::npos) << quiet.output;
+    }
+}
+
 // Restored peaks above full scale fit the output's format, not the input's.
 TEST_F(OutputFormat, DeclipFitsRestoredPeaksToTheOutputsFormat)
 {
