@@ -63,6 +63,9 @@ std::unique_ptr<PartialFile> spool(const std::string& path)
 {
     const Descriptor source(namesStandardInput(path) ? STDIN_FILENO : open(path.c_str(), O_RDONLY));
     if (source.get() < 0) throw CliError("cannot open '" + path + "': " + std::strerror(errno));
+    // Waiting for audio typed at a terminal would look like a hang.
+    if (isatty(source.get()))
+        throw CliError("cannot read '" + path + "': it is a terminal; pipe audio into it or name a file");
     std::error_code error;
     fs::path folder = fs::temp_directory_path(error);
     if (error) folder = "/tmp";

@@ -1,12 +1,15 @@
 // The repair command against damaged, foreign and every kind of sound file: it
 // either writes a good file or fails with one line and leaves nothing behind, and
 // never changes its input. Lossless formats keep every sample outside the repair.
+#include <fcntl.h>
 #include <sndfile.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -302,6 +305,19 @@ TEST_F(Robustness, PipedInputIsReadLikeTheFile)
     EXPECT_NE(empty.output.find("cannot read '-'"), std::string::npos) << empty.output;
     EXPECT_FALSE(fs::exists(path("none.wav")));
     EXPECT_TRUE(fs::is_empty(spoolFolder));
+}
+
+// Standard input left at a terminal is refused at once rather than waited on.
+TEST_F(Robustness, StandardInputAtATerminalIsRefused)
+{
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
+    if (terminal < 0 || grantpt(terminal) != 0 || unlockpt(terminal) != 0) GTEST_SKIP() << "no pseudo-terminal";
+    const std::string side = ptsname(terminal);
+    const Outcome run = ferrotip("declick - '" + path("out.wav") + "' < " + side);
+    close(terminal);
+    EXPECT_NE(run.status, 0);
+    EXPECT_NE(run.output.find("it is a terminal"), std::string::npos) << run.output;
+    EXPECT_FALSE(fs::exists(path("out.wav")));
 }
 
 // The output keeps the input's text tags and channel layout, and two runs write the
