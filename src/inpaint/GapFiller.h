@@ -14,7 +14,8 @@
 // weights that would have restored those known stretches best combine them (with one
 // candidate, a gain of at most 1), which keeps an unreliable fill from doing worse
 // than silence. For short gaps the stretches are restored by models estimated without
-// them, so a model that merely fits its context well is not favoured. From 10 ms, where
+// them, so a model that merely fits its context well is not favoured; the shortest
+// gaps weight the fills by their relative errors there instead. From 10 ms, where
 // both sides are clearly periodic, the pitch cycles of the two sides repeated across
 // the gap in step (PeriodicExtension) join the candidates.
 //
