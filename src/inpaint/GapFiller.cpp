@@ -34,6 +34,7 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
       contextSamples(msToSamples(longest(settings, &InpaintCandidate::contextMs), sampleRate)),
       order(std::min(msToSamples(longest(settings, &InpaintCandidate::orderMs), sampleRate), contextSamples)),
       unitGainMaxGap(settings.unitGainMaxGapMs > 0.0 ? msToSamples(settings.unitGainMaxGapMs, sampleRate) : 0),
+      errorWeightMaxGap(settings.errorWeightMaxGapMs > 0.0 ? msToSamples(settings.errorWeightMaxGapMs, sampleRate) : 0),
       holdOutMaxGap(msToSamples(settings.holdOutMaxGapMs, sampleRate)),
       periodicMinGap(msToSamples(settings.periodicMinGapMs, sampleRate)),
       patternMinGap(msToSamples(settings.patternMinGapMs, sampleRate)),
@@ -65,6 +66,7 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
         candidateOrder[candidates] = std::min(context, msToSamples(candidate.orderMs, sampleRate));
         candidateContext[candidates] = context;
         candidateMaxGap[candidates] = candidate.maxGapMs > 0.0 ? msToSamples(candidate.maxGapMs, sampleRate) : maxGap;
+        candidateMinGap[candidates] = candidate.minGapMs > 0.0 ? msToSamples(candidate.minGapMs, sampleRate) : 0;
         ++candidates;
     }
 }
@@ -246,14 +248,62 @@ void solveTwice(double (*gram)[InpaintSettings::maxCandidates + 3], int k, doubl
 
 }  // namespace
 
-// Weights of the candidates' fills: least squares of the known audio of the
-// validation stretches on the candidates' restorations of it (a small ridge keeps the
-// system regular), or the plain mean without validation.
+// Each candidate's error over the validation stretches, each side's squared error
+// relative to that side's energy (so that a loud side does not decide alone).
+void GapFiller::relativeErrors(int channelCount, const Layout& at, double* errors) const
+{
+    for (int i = 0; i < activeCandidates; ++i) errors[i] = 0.0;
+    for (int side = 0; side < 2; ++side) {
+        double energy = 0.0;
+        for (int c = 0; c < channelCount; ++c) {
+            const double* x = segment(c) + validationStart(at, side);
+            for (int t = 0; t < at.length; ++t) energy += x[t] * x[t];
+        }
+        if (!(energy > 0.0)) continue;
+        for (int i = 0; i < activeCandidates; ++i) {
+            double error = 0.0;
+            for (int c = 0; c < channelCount; ++c) {
+                const double* x = segment(c) + validationStart(at, side);
+                const double* y = candidateFill(i, (side + 1) * channelCount + c);
+                for (int t = 0; t < at.length; ++t) error += (y[t] - x[t]) * (y[t] - x[t]);
+            }
+            errors[i] += error / energy;
+        }
+    }
+}
+
+// Weights that sum to one, each inversely proportional to a power of its fill's
+// relative error on the validation stretches: a soft choice of the model that suits
+// the sound (a short context for speech, the long one for music) which, unlike least
+// squares on the stretches, neither shrinks a good fill nor chases their chance
+// correlations. Taken relative to the least error, so no power overflows.
+void GapFiller::weightByErrors(int channelCount, const Layout& at)
+{
+    double errors[maxFills];
+    relativeErrors(channelCount, at, errors);
+    const double least = *std::min_element(errors, errors + activeCandidates);
+    double total = 0.0;
+    for (int i = 0; i < activeCandidates; ++i) {
+        // Without any error (silent stretches) the exact candidates share the weight.
+        weights[i] = least > 0.0 ? std::pow(least / errors[i], settings_.errorWeightPower) : (errors[i] > 0.0 ? 0.0 : 1.0);
+        total += weights[i];
+    }
+    for (int i = 0; i < activeCandidates; ++i) weights[i] /= total;
+}
+
+// Weights of the candidates' fills: for the shortest gaps from their errors on the
+// validation stretches; for longer ones least squares of the known audio of the
+// stretches on the candidates' restorations of it (a small ridge keeps the system
+// regular), or the plain mean without validation.
 void GapFiller::combineCandidates(int channelCount, const Layout& at)
 {
     const int k = activeCandidates;
     for (int i = 0; i < k; ++i) weights[i] = 1.0 / k;
     if (!settings_.validate) return;
+    if (at.length <= errorWeightMaxGap) {
+        weightByErrors(channelCount, at);
+        return;
+    }
     // Column k: the known audio's products; column k + 1: ones, for the weights of
     // least error among those that sum to one.
     double gram[maxFills][maxFills + 2] = {};
@@ -308,7 +358,7 @@ void GapFiller::fillFromModels(int channelCount, const Layout& at)
 {
     activeCandidates = 0;
     for (int candidate = 0; candidate < candidates; ++candidate) {
-        if (at.length > candidateMaxGap[candidate]) continue;
+        if (at.length > candidateMaxGap[candidate] || at.length < candidateMinGap[candidate]) continue;
         const InpaintCandidate& model = settings_.candidates[candidate];
         const int stretches = settings_.validate ? 3 : 1;
         const bool holdOut = settings_.validate && at.length <= holdOutMaxGap;

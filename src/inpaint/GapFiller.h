@@ -14,7 +14,8 @@
 // weights that would have restored those known stretches best combine them (with one
 // candidate, a gain of at most 1), which keeps an unreliable fill from doing worse
 // than silence. For short gaps the stretches are restored by models estimated without
-// them, so a model that merely fits its context well is not favoured. From 10 ms, where
+// them, so a model that merely fits its context well is not favoured; the shortest
+// gaps weight the fills by their relative errors there instead. From 10 ms, where
 // both sides are clearly periodic, the pitch cycles of the two sides repeated across
 // the gap in step (PeriodicExtension) join the candidates.
 //
@@ -40,20 +41,23 @@
 
 // One candidate model: its context on each side, its AR order, its model / fill
 // passes (later passes take the model across the current fill, as Janssen's
-// iteration does) and the longest gap it serves (0: every gap).
+// iteration does) and the longest and shortest gaps it serves (0: no limit).
 struct InpaintCandidate {
     double contextMs = 0.0;  // 0 ends the list
     double orderMs = 0.0;    // at most the context
     int passes = 1;
     double maxGapMs = 0.0;
+    double minGapMs = 0.0;  // and the shortest
 };
 
 struct InpaintSettings {
     static constexpr int maxCandidates = 4;
     // The long model (order 1024 at 44.1 kHz from 90 ms each side) serves every gap;
     // quickly changing sound (speech) is better told by a short context and a lower
-    // order, and short gaps leave the time for it.
-    InpaintCandidate candidates[maxCandidates] = {{90.0, 23.2, 1, 0.0}, {32.0, 11.6, 2, 40.0}};
+    // order, and short gaps leave the time for it. Around a 5 ms gap speech changes
+    // within 30 ms, so the shortest gaps take two models of still shorter context.
+    InpaintCandidate candidates[maxCandidates] = {
+        {90.0, 23.2, 1, 0.0}, {32.0, 11.6, 2, 40.0, 7.0}, {24.0, 11.6, 2, 7.0}, {16.0, 8.7, 2, 7.0}};
     // Gaps of patternMinGapMs or more first try the similarity search over
     // patternReachMs on each side with borders of patternBorderMs: a passage whose
     // borders match the gap's as well as patternTrust fills it instead of the models
@@ -91,8 +95,13 @@ struct InpaintSettings {
     double holdOutMaxGapMs = 40.0;
     // A held-out model restores the validation stretches less well than the model fit
     // on them restores the gap, so their least-squares weights shrink a good fill. Gaps
-    // up to unitGainMaxGapMs whose weights sum to unitGainTrust or more (the fill
-    // carries most of the known audio) take the weights of least error that sum to one.
+    // up to errorWeightMaxGapMs take weights that sum to one, each inversely
+    // proportional to its fill's relative error on the stretches (each side's error
+    // over its energy) to errorWeightPower. Longer gaps up to unitGainMaxGapMs whose
+    // least-squares weights sum to unitGainTrust or more (the fill carries most of the
+    // known audio) take the weights of least error that sum to one.
+    double errorWeightMaxGapMs = 7.0;
+    double errorWeightPower = 2.0;
     double unitGainMaxGapMs = 12.0;
     double unitGainTrust = 0.5;
     double whiteFloor = 1e-8;  // white floor under the model's spectrum, relative to its power
@@ -128,6 +137,8 @@ private:
     void estimate(int channelCount, const Layout& at, int context, int modelOrder, bool firstPass, bool holdOut);
     void keepCandidate(int candidate, int channelCount, const Layout& at, int firstStretch, int stretches);
     void validationSystem(int channelCount, const Layout& at, double (*gram)[maxFills + 2]) const;
+    void relativeErrors(int channelCount, const Layout& at, double* errors) const;
+    void weightByErrors(int channelCount, const Layout& at);
     void combineCandidates(int channelCount, const Layout& at);
     void fillFromModels(int channelCount, const Layout& at);
     void addPeriodicCandidate(int channelCount, const Layout& at);
@@ -141,9 +152,10 @@ private:
     int candidateContext[InpaintSettings::maxCandidates] = {};
     int candidateOrder[InpaintSettings::maxCandidates] = {};
     int candidateMaxGap[InpaintSettings::maxCandidates] = {};
+    int candidateMinGap[InpaintSettings::maxCandidates] = {};
     int contextSamples;  // the longest candidate's
     int order;           // the highest candidate's
-    int unitGainMaxGap;
+    int unitGainMaxGap, errorWeightMaxGap;
     int holdOutMaxGap, periodicMinGap, patternMinGap, patternReach, patternBorder, patternLongGap;
     int patternWideMinGap, patternWideReach;
     int maxGap_;

@@ -9,9 +9,9 @@
 // Fillers: zero, m0..m6 (the module's methods), classic and gapwise (the plain
 // references; at 100 ms and above on the first --long-gaps gaps of each seed only, as they are
 // slow), inpaint, auto. INPAINT_CANDIDATES (a comma list of candidates, each
-// context:order:passes:maxGap in ms), INPAINT_HOLD_OUT_MS, INPAINT_PATTERN
+// context:order:passes:maxGap[:minGap] in ms), INPAINT_HOLD_OUT_MS, INPAINT_PATTERN
 // (minGap:reach:border:trust), INPAINT_LONG (borderShare:longTrust:longGap),
-// INPAINT_UNIT_GAIN (maxGap:trust),
+// INPAINT_ERROR_WEIGHTS (maxGap:power), INPAINT_UNIT_GAIN (maxGap:trust),
 // INPAINT_WHITE and INPAINT_NO_VALIDATION set the filler's parameters for experiments.
 #include <algorithm>
 #include <cstdint>
@@ -46,7 +46,8 @@ InpaintSettings settingsFromEnvironment()
         for (int i = 0; i < InpaintSettings::maxCandidates; ++i) {
             InpaintCandidate c;
             if (i < static_cast<int>(parts.size()))
-                std::sscanf(parts[i].c_str(), "%lf:%lf:%d:%lf", &c.contextMs, &c.orderMs, &c.passes, &c.maxGapMs);
+                std::sscanf(parts[i].c_str(), "%lf:%lf:%d:%lf:%lf", &c.contextMs, &c.orderMs, &c.passes, &c.maxGapMs,
+                            &c.minGapMs);
             s.candidates[i] = c;
         }
     }
@@ -61,6 +62,8 @@ InpaintSettings settingsFromEnvironment()
     if (const char* v = std::getenv("INPAINT_HOLD_OUT_MS")) s.holdOutMaxGapMs = std::atof(v);
     if (std::getenv("INPAINT_NO_VALIDATION")) s.validate = false;
     if (const char* v = std::getenv("INPAINT_WHITE")) s.whiteFloor = std::atof(v);
+    if (const char* v = std::getenv("INPAINT_ERROR_WEIGHTS"))
+        std::sscanf(v, "%lf:%lf", &s.errorWeightMaxGapMs, &s.errorWeightPower);
     if (const char* v = std::getenv("INPAINT_UNIT_GAIN"))
         std::sscanf(v, "%lf:%lf", &s.unitGainMaxGapMs, &s.unitGainTrust);
     return s;
