@@ -272,6 +272,19 @@ void GapFiller::relativeErrors(int channelCount, const Layout& at, double* error
     }
 }
 
+namespace {
+
+// x to a whole power by multiplications: the same bits on every platform, as a
+// library's pow need not give.
+double integerPower(double x, int power)
+{
+    double result = 1.0;
+    for (int i = 0; i < power; ++i) result *= x;
+    return result;
+}
+
+}  // namespace
+
 // Weights that sum to one, each inversely proportional to a power of its fill's
 // relative error on the validation stretches: a soft choice of the model that suits
 // the sound (a short context for speech, the long one for music) which, unlike least
@@ -285,7 +298,8 @@ void GapFiller::weightByErrors(int channelCount, const Layout& at)
     double total = 0.0;
     for (int i = 0; i < activeCandidates; ++i) {
         // Without any error (silent stretches) the exact candidates share the weight.
-        weights[i] = least > 0.0 ? std::pow(least / errors[i], settings_.errorWeightPower) : (errors[i] > 0.0 ? 0.0 : 1.0);
+        weights[i] = least > 0.0 ? integerPower(least / errors[i], settings_.errorWeightPower)
+                                 : (errors[i] > 0.0 ? 0.0 : 1.0);
         total += weights[i];
     }
     for (int i = 0; i < activeCandidates; ++i) weights[i] /= total;

@@ -101,7 +101,7 @@ struct InpaintSettings {
     // least-squares weights sum to unitGainTrust or more (the fill carries most of the
     // known audio) take the weights of least error that sum to one.
     double errorWeightMaxGapMs = 7.0;
-    double errorWeightPower = 2.0;
+    int errorWeightPower = 2;
     double unitGainMaxGapMs = 12.0;
     double unitGainTrust = 0.5;
     double whiteFloor = 1e-8;  // white floor under the model's spectrum, relative to its power

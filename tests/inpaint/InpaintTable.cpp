@@ -63,7 +63,7 @@ InpaintSettings settingsFromEnvironment()
     if (std::getenv("INPAINT_NO_VALIDATION")) s.validate = false;
     if (const char* v = std::getenv("INPAINT_WHITE")) s.whiteFloor = std::atof(v);
     if (const char* v = std::getenv("INPAINT_ERROR_WEIGHTS"))
-        std::sscanf(v, "%lf:%lf", &s.errorWeightMaxGapMs, &s.errorWeightPower);
+        std::sscanf(v, "%lf:%d", &s.errorWeightMaxGapMs, &s.errorWeightPower);
     if (const char* v = std::getenv("INPAINT_UNIT_GAIN"))
         std::sscanf(v, "%lf:%lf", &s.unitGainMaxGapMs, &s.unitGainTrust);
     return s;
