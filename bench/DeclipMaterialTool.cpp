@@ -1,7 +1,7 @@
 // Helper of scripts/bench-declip.sh (not a benchmark):
-//   declip_material make music|speech|speech44|voices44|dialogue SECONDS SDR DIR
+//   declip_material make music|speech|speech44|voices44|dialogue SECONDS SDR DIR [SEED]
 //       writes DIR/clean.wav and DIR/clipped.wav (mono float), a seeded excerpt
-//       hard clipped to SDR dB;
+//       (seed 20 unless given: other seeds give held-out material) hard clipped to SDR dB;
 //   declip_material sdr CLEAN TEST   prints SDR(TEST, CLEAN) in dB;
 //   declip_material loop IN SECONDS OUT
 //       writes OUT (stereo float): IN repeated to SECONDS in the first channel, and
@@ -58,9 +58,9 @@ int loop(const std::string& in, double seconds, const std::string& out)
     return write(out, stereo, excerpt.sampleRate, 2) ? 0 : 1;
 }
 
-int make(const std::string& material, double seconds, double sdr, const std::string& dir)
+int make(const std::string& material, double seconds, double sdr, const std::string& dir, unsigned seed)
 {
-    const auto excerpt = declipmaterial::excerptOf(material, 20, seconds);
+    const auto excerpt = declipmaterial::excerptOf(material, seed, seconds);
     if (excerpt.samples.empty()) return std::fprintf(stderr, "no %s recordings installed\n", material.c_str()), 1;
     const auto clipped = hardclip::clip(excerpt.samples, hardclip::levelForSdr(excerpt.samples, sdr));
     return writeMono(dir + "/clean.wav", excerpt.samples, excerpt.sampleRate) &&
@@ -74,8 +74,10 @@ int make(const std::string& material, double seconds, double sdr, const std::str
 int main(int argc, char** argv)
 {
     const std::vector<std::string> args(argv + 1, argv + argc);
-    if (args.size() == 5 && args[0] == "make")
-        return make(args[1], std::atof(args[2].c_str()), std::atof(args[3].c_str()), args[4]);
+    if ((args.size() == 5 || args.size() == 6) && args[0] == "make") {
+        const auto seed = args.size() == 6 ? static_cast<unsigned>(std::strtoul(args[5].c_str(), nullptr, 10)) : 20u;
+        return make(args[1], std::atof(args[2].c_str()), std::atof(args[3].c_str()), args[4], seed);
+    }
     if (args.size() == 3 && args[0] == "sdr") {
         const auto clean = readMono(args[1]).samples;
         const auto test = readMono(args[2]).samples;
@@ -85,7 +87,7 @@ int main(int argc, char** argv)
     }
     if (args.size() == 4 && args[0] == "loop") return loop(args[1], std::atof(args[2].c_str()), args[3]);
     std::fprintf(stderr,
-                 "usage: declip_material make music|speech|speech44|voices44|dialogue SECONDS SDR DIR | sdr CLEAN TEST | "
+                 "usage: declip_material make music|speech|speech44|voices44|dialogue SECONDS SDR DIR [SEED] | sdr CLEAN TEST | "
                  "loop IN SECONDS OUT\n");
     return 2;
 }
