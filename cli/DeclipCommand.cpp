@@ -104,15 +104,9 @@ void printSummary(const ClipSummary& summary, const std::vector<ClipLevels>& lev
     const double duration = static_cast<double>(reader.frames()) / reader.sampleRate();
     std::printf("declipped %.2f s of %d-channel audio in %.2f s (%.1fx real time)\n", duration, reader.channels(),
                 seconds, seconds > 0.0 ? duration / seconds : 0.0);
-    for (std::size_t c = 0; c < levels.size(); ++c) {
-        const auto describe = [](float level) {
-            char text[32] = "not clipped";
-            if (level != ClipLevels::none) std::snprintf(text, sizeof text, "%.2f dBFS", toDb(level));
-            return std::string(text);
-        };
-        std::printf("channel %zu: positive peaks %s, negative peaks %s\n", c + 1, describe(levels[c].positive).c_str(),
-                    describe(levels[c].negative).c_str());
-    }
+    for (std::size_t c = 0; c < levels.size(); ++c)
+        std::printf("channel %zu: positive peaks %s, negative peaks %s\n", c + 1,
+                    describeLevel(levels[c].positive).c_str(), describeLevel(levels[c].negative).c_str());
     const double share = reader.frames() > 0 ? 100.0 * summary.instants / reader.frames() : 0.0;
     std::printf("%lld clipped runs, %lld clipped samples, %.2f%% of the time; restored peak %+.2f dBFS",
                 static_cast<long long>(summary.runs), static_cast<long long>(summary.samples), share,

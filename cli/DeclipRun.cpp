@@ -1,5 +1,7 @@
 #include "DeclipRun.h"
 
+#include <cstdio>
+
 namespace {
 
 constexpr double minLevelDb = -60.0, maxLevelDb = 24.0;
@@ -50,3 +52,10 @@ std::optional<double> parseGain(const std::string& text)
     return fromDb(*db);
 }
 
+std::string describeLevel(float level)
+{
+    if (level == ClipLevels::none) return "not clipped";
+    char text[32];
+    std::snprintf(text, sizeof text, "%.2f dBFS", toDb(level));
+    return text;
+}

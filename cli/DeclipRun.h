@@ -73,6 +73,22 @@ private:
     bool keepSpans_;
 };
 
+// Hands interleaved frames in the file's scale (full scale `fullScale`) to one finder
+// per channel; `row` is scratch of at least `count` samples.
+inline void addToFinders(std::vector<ClipLevelFinder>& finders, const double* interleaved, std::int64_t count,
+                         double fullScale, std::vector<float>& row)
+{
+    const std::size_t channels = finders.size();
+    for (std::size_t c = 0; c < channels; ++c) {
+        for (std::int64_t i = 0; i < count; ++i)
+            row[i] = static_cast<float>(interleaved[i * channels + c] / fullScale);
+        finders[c].add(row.data(), count);
+    }
+}
+
+// "-0.10 dBFS", or "not clipped" where a polarity holds no clipping.
+std::string describeLevel(float level);
+
 template <typename Reader, typename Progress>
 std::vector<ClipLevels> findLevels(Reader& reader, Progress& progress)
 {
@@ -84,11 +100,7 @@ std::vector<ClipLevels> findLevels(Reader& reader, Progress& progress)
     while (done < reader.frames()) {
         const std::int64_t got = reader.read(frames.data(), std::min(chunkFrames, reader.frames() - done));
         if (got == 0) break;
-        for (int c = 0; c < channels; ++c) {
-            for (std::int64_t i = 0; i < got; ++i)
-                row[i] = static_cast<float>(frames[i * channels + c] / reader.fullScale());
-            finders[c].add(row.data(), got);
-        }
+        addToFinders(finders, frames.data(), got, reader.fullScale(), row);
         done += got;
         progress.update(done);
     }

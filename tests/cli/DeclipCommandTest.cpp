@@ -60,6 +60,24 @@ TEST_F(DeclipCommand, AFileWithoutClippingComesBackBitForBit)
               testsupport::readSoundFile<int>(path("in.wav")).samples);
 }
 
+// scan names the clipped channels at the levels declip finds, and only those.
+TEST_F(DeclipCommand, ScanNamesTheClippedChannels)
+{
+    std::vector<float> audio = clippedTones(1.0, 0.9f, 1.0f);
+    for (std::size_t i = 1; i < audio.size(); i += 2) audio[i] = std::clamp(audio[i] * 1.2f, -0.7f, 0.7f);
+    writeAudio(path("in.wav"), audio, float32);
+    const auto scan = ferrotip("scan " + path("in.wav"));
+    ASSERT_EQ(scan.status, 0) << scan.output;
+    EXPECT_EQ(scan.output.find("clipping in channel 1"), std::string::npos) << scan.output;
+    EXPECT_NE(scan.output.find("clipping in channel 2: positive peaks -3.10 dBFS, negative peaks -3.10 dBFS"),
+              std::string::npos)
+        << scan.output;
+    const auto declip = ferrotip("declip -q " + path("in.wav") + " " + path("out.wav"));
+    EXPECT_NE(declip.output.find("channel 2: positive peaks -3.10 dBFS"), std::string::npos) << declip.output;
+    writeAudio(path("clean.wav"), clippedTones(1.0, 0.9f, 1.0f), float32);
+    EXPECT_EQ(ferrotip("scan " + path("clean.wav")).output.find("clipping"), std::string::npos);
+}
+
 TEST_F(DeclipCommand, ASteadyToneComesBackBitForBit)
 {
     std::vector<float> tone(2 * 44100);
