@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "ar/ArRecursions.h"
+#include "declick/ImpulseKernels.h"
 
 namespace {
 
@@ -22,7 +23,7 @@ constexpr double minErrorShare = 1e-3;
 }  // namespace
 
 ImpulseFinder::ImpulseFinder(double threshold, double fineThreshold)
-    : threshold_(threshold), fineThreshold_(fineThreshold)
+    : threshold_(threshold), fineThreshold_(fineThreshold), kernelPath_(inpaint_kernels::fastestPath())
 {
     for (int i = 0; i < window; ++i)
         taper_[i] = 0.5 - 0.5 * std::cos(2.0 * std::numbers::pi * (i + 0.5) / window);
@@ -36,7 +37,7 @@ bool ImpulseFinder::fitModel(std::span<const float, window> samples)
         tapered_[i] = taper_[i] * widened_[i];
     }
     std::array<double, order + 1> lags{};
-    autocorrelate(tapered_.data(), window, lags.data(), order);
+    impulse_kernels::autocorrelation(kernelPath_, tapered_.data(), window, lags.data(), order);
     if (!(lags[0] > 0.0) || !std::isfinite(lags[0])) return false;
     lags[0] *= 1.0 + whiteFloor;
     std::array<double*, order + 1> rows;
@@ -48,21 +49,11 @@ bool ImpulseFinder::fitModel(std::span<const float, window> samples)
 }
 
 // Each computed sample less what the model predicts from the `order` samples before
-// it (direction -1) or after it (+1). Each error sums its terms in model order from
-// zero; eight errors at a time are kept in registers, which keeps each one's order.
+// it (direction -1) or after it (+1), each error summed in model order from zero.
 void ImpulseFinder::predictionErrors(int direction, std::array<double, computed>& errors) const
 {
-    constexpr int lanes = 8;
-    static_assert(computed % lanes == 0);
     const double* first = widened_.data() + (context - wideReach);
-    for (int i = 0; i < computed; i += lanes) {
-        std::array<double, lanes> sums{};
-        for (int j = 0; j <= order; ++j) {
-            const double* shifted = first + i + direction * j;
-            for (int lane = 0; lane < lanes; ++lane) sums[lane] += model_[j] * shifted[lane];
-        }
-        std::copy(sums.begin(), sums.end(), errors.begin() + i);
-    }
+    impulse_kernels::predictionErrors(kernelPath_, first, model_.data(), order, direction, errors.data(), computed);
 }
 
 // |forward error| over the block, where judged, into magnitudes_; returns how many.

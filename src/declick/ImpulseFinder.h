@@ -11,14 +11,17 @@
 // last backward flag (the last one the future cannot). A transient that goes on
 // (a drum's attack) keeps flagging and is left alone.
 //
-// Plain double arithmetic in a fixed order: the same bits on every path. find()
-// allocates only while its output grows; one thread at a time per object.
+// Plain double arithmetic in a fixed order: the same bits on every path
+// (ImpulseKernels.h). find() allocates only while its output grows; one thread at
+// a time per object.
 #pragma once
 
 #include <array>
 #include <optional>
 #include <span>
 #include <vector>
+
+#include "inpaint/KernelPath.h"
 
 class ImpulseFinder {
 public:
@@ -81,6 +84,7 @@ private:
 
     double threshold_;
     double fineThreshold_;
+    inpaint_kernels::Path kernelPath_;
     std::array<double, window> taper_{};
     std::array<double, window> widened_{};  // the window's samples in double
     std::array<double, window> tapered_{};
