@@ -1,5 +1,6 @@
-// The impulse search's two sums over its window of doubles, on each instruction-set
-// path: the window's autocorrelation and the model's prediction errors.
+// The declick stage's sums over windows of doubles, on each instruction-set path:
+// the autocorrelation of a window (the impulse search's and the short models' fits)
+// and the impulse search's prediction errors.
 //
 // Each output is summed in its own lane in the order of the plain loop (products and
 // sums apart, never fused), so every path gives the same bits; the AVX2 path only
