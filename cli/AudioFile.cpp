@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <limits>
 #include <system_error>
 
 #include "CliError.h"
@@ -123,11 +124,27 @@ bool isLossy(int format)
     }
 }
 
+namespace {
+
+// Whether any sample is NaN or infinite. Flags gathered without a branch vectorise;
+// almost every chunk holds none, and only those that do are walked sample by sample.
+template <typename Sample>
+bool holdsNonFinite(const Sample* interleaved, std::int64_t count)
+{
+    int found = 0;
+    for (std::int64_t i = 0; i < count; ++i)
+        found |= std::fabs(interleaved[i]) <= std::numeric_limits<Sample>::max() ? 0 : 1;
+    return found != 0;
+}
+
+}  // namespace
+
 template <typename Sample>
 void AudioReader::zeroNonFinite(Sample* interleaved, std::int64_t frames)
 {
     if (!zeroNonFinite_ || rawIntegerScale(info_.format) > 0.0) return;
     const std::int64_t count = frames * info_.channels;
+    if (!holdsNonFinite(interleaved, count)) return;
     for (std::int64_t i = 0; i < count; ++i)
         if (!std::isfinite(interleaved[i])) {
             interleaved[i] = 0;

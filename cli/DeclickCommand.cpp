@@ -72,9 +72,7 @@ std::vector<double> channelMeanSquares(const std::string& path)
     while (counted < reader.frames()) {
         const std::int64_t got = readFrames(reader, frames.data(), chunkTarget);
         if (got == 0) throw CliError("the input '" + path + "' ended early");
-        for (std::int64_t t = 0; t < got; ++t)
-            for (int c = 0; c < channels; ++c) meter.add(c, static_cast<double>(frames[t * channels + c]) * scale);
-        meter.countFrames(got);
+        meter.addFrames(frames.data(), got, scale);
         counted += got;
     }
     return meter.meanSquares();

@@ -61,8 +61,22 @@ int declickChunk(const DeclickSettings& settings);
 class MeanSquareMeter {
 public:
     explicit MeanSquareMeter(int channels) : sums_(static_cast<std::size_t>(channels), 0.0) {}
-    void add(int channel, double sample) { sums_[static_cast<std::size_t>(channel)] += sample * sample; }
-    void countFrames(std::int64_t frames) { counted_ += frames; }
+    // frames interleaved frames, each sample times scale. Each channel's sum stays in a
+    // register over the chunk (in frame order, as one sample at a time would add it).
+    template <typename Sample>
+    void addFrames(const Sample* interleaved, std::int64_t frames, double scale)
+    {
+        const int channels = static_cast<int>(sums_.size());
+        for (int c = 0; c < channels; ++c) {
+            double sum = sums_[static_cast<std::size_t>(c)];
+            for (std::int64_t t = 0; t < frames; ++t) {
+                const double sample = static_cast<double>(interleaved[t * channels + c]) * scale;
+                sum += sample * sample;
+            }
+            sums_[static_cast<std::size_t>(c)] = sum;
+        }
+        counted_ += frames;
+    }
     std::vector<double> meanSquares() const;
 
 private:
