@@ -1,6 +1,6 @@
 // Throughput of the two crackle engines on stereo 44.1 kHz audio: music-like
 // partials with about ten clicks a second per channel, streamed in blocks; and of
-// the AR repair alone.
+// the AR repair alone; and of the spectral split's kernels.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -11,6 +11,7 @@
 #include "crackle/AdvancedFftDeCrackler.h"
 #include "crackle/AdvancedFftDeCracklerOpt.h"
 #include "crackle/ArCrackleRepair.h"
+#include "crackle/SpectralSplit.h"
 
 namespace {
 
@@ -90,5 +91,35 @@ void repairThroughput(benchmark::State& state)
 }
 
 BENCHMARK(repairThroughput)->Arg(0)->Arg(1);
+
+// One split of the 257 bins of a 512-point frame. Arg 0: scalar, 1: SSE2, 2: AVX2.
+void splitKernel(benchmark::State& state)
+{
+    constexpr int bins = 257;
+    const spectralsplit::Kernel kernels[] = {spectralsplit::splitScalar, spectralsplit::splitSse2,
+                                             spectralsplit::splitAvx2};
+    const char* names[] = {"scalar", "sse2", "avx2"};
+    const spectralsplit::Kernel kernel = kernels[state.range(0)];
+    state.SetLabel(names[state.range(0)]);
+    if (kernel == nullptr) {
+        state.SkipWithError("kernel not available on this CPU or build");
+        return;
+    }
+    std::mt19937 rng(11);
+    std::normal_distribution<float> gaussian(0.0f, 1e-3f);
+    std::vector<float> re(bins), im(bins), tonalRe(bins), tonalIm(bins), residualRe(bins), residualIm(bins);
+    for (int k = 0; k < bins; ++k) {
+        re[k] = gaussian(rng);
+        im[k] = gaussian(rng);
+    }
+    for (auto _ : state) {
+        std::copy(re.begin(), re.end(), tonalRe.begin());
+        std::copy(im.begin(), im.end(), tonalIm.begin());
+        kernel(tonalRe.data(), tonalIm.data(), residualRe.data(), residualIm.data(), bins, 1e-7f);
+        benchmark::DoNotOptimize(residualRe.data());
+    }
+}
+
+BENCHMARK(splitKernel)->DenseRange(0, 2);
 
 }  // namespace

@@ -22,10 +22,12 @@ void splitScalar(float* tonalRe, float* tonalIm, float* residualRe, float* resid
                  float spectralFloor);
 // Null where the CPU or the build has no SSE2.
 extern const Kernel splitSse2;
+// Null where the CPU or the build has no AVX2.
+extern const Kernel splitAvx2;
 
 void splitSpectrum(float* tonalRe, float* tonalIm, float* residualRe, float* residualIm, int bins,
                    float spectralFloor);
-// "sse2" or "scalar".
+// "avx2", "sse2" or "scalar".
 const char* activeKernel();
 
 }  // namespace spectralsplit

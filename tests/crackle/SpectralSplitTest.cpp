@@ -60,20 +60,18 @@ bool sameBits(const std::vector<float>& a, const std::vector<float>& b)
     return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(float)) == 0;
 }
 
-TEST(SpectralSplit, VectorKernelMatchesTheScalarKernelBitForBit)
+void expectScalarBits(spectralsplit::Kernel kernel)
 {
-    std::printf("[ kernel   ] spectral split: %s\n", spectralsplit::activeKernel());
-    if (spectralsplit::splitSse2 == nullptr) GTEST_SKIP() << "no SSE2 kernel on this CPU or build";
     for (unsigned seed : {1u, 2u, 3u}) {
         SCOPED_TRACE(seed);
-        for (int bins : {1025, 7, 3}) {
+        for (int bins : {1025, 257, 15, 7, 3}) {
             const auto re = testBins(seed, bins);
             const auto im = testBins(seed + 100, bins);
             for (float floor : {1e-7f, 0.0f, 1e-3f}) {
                 std::vector<float> scalarRe = re, scalarIm = im, scalarResRe(bins), scalarResIm(bins);
                 std::vector<float> vectorRe = re, vectorIm = im, vectorResRe(bins), vectorResIm(bins);
                 spectralsplit::splitScalar(scalarRe.data(), scalarIm.data(), scalarResRe.data(), scalarResIm.data(), bins, floor);
-                spectralsplit::splitSse2(vectorRe.data(), vectorIm.data(), vectorResRe.data(), vectorResIm.data(), bins, floor);
+                kernel(vectorRe.data(), vectorIm.data(), vectorResRe.data(), vectorResIm.data(), bins, floor);
                 EXPECT_TRUE(sameBits(scalarRe, vectorRe));
                 EXPECT_TRUE(sameBits(scalarIm, vectorIm));
                 EXPECT_TRUE(sameBits(scalarResRe, vectorResRe));
@@ -81,6 +79,19 @@ TEST(SpectralSplit, VectorKernelMatchesTheScalarKernelBitForBit)
             }
         }
     }
+}
+
+TEST(SpectralSplit, VectorKernelMatchesTheScalarKernelBitForBit)
+{
+    std::printf("[ kernel   ] spectral split: %s\n", spectralsplit::activeKernel());
+    if (spectralsplit::splitSse2 == nullptr) GTEST_SKIP() << "no SSE2 kernel on this CPU or build";
+    expectScalarBits(spectralsplit::splitSse2);
+}
+
+TEST(SpectralSplit, Avx2KernelMatchesTheScalarKernelBitForBit)
+{
+    if (spectralsplit::splitAvx2 == nullptr) GTEST_SKIP() << "no AVX2 kernel on this CPU or build";
+    expectScalarBits(spectralsplit::splitAvx2);
 }
 
 TEST(SpectralSplit, PartsSumToTheInput)
