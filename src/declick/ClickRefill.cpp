@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "declick/DitherScope.h"
 #include "module/MethodReach.h"
@@ -96,6 +97,18 @@ float ClickRefill::sampleAt(const std::vector<std::vector<float>>& rows, int cha
     return row[static_cast<std::size_t>(position - base_)];
 }
 
+void ClickRefill::copySamples(const std::vector<std::vector<float>>& rows, int channel, std::int64_t from, int count,
+                              std::int64_t end, float* out) const
+{
+    const auto& row = rows[static_cast<std::size_t>(channel)];
+    const std::int64_t heldFrom = std::clamp<std::int64_t>(base_ - from, 0, count);
+    const std::int64_t heldTo =
+        std::clamp<std::int64_t>(std::min(base_ + static_cast<std::int64_t>(row.size()), end) - from, heldFrom, count);
+    std::fill(out, out + heldFrom, 0.0f);
+    std::copy(row.begin() + (from + heldFrom - base_), row.begin() + (from + heldTo - base_), out + heldFrom);
+    std::fill(out + heldTo, out + count, 0.0f);
+}
+
 // Whether what the engines removed from the span stands out of the audio around it.
 bool ClickRefill::standsOut(const RepairedSpan& span) const
 {
@@ -136,7 +149,8 @@ void ClickRefill::searchBlock(int channel, std::int64_t start)
 {
     const std::int64_t from = start - ImpulseFinder::context;
     searchWindow_.resize(ImpulseFinder::window);
-    for (int i = 0; i < ImpulseFinder::window; ++i) searchWindow_[static_cast<std::size_t>(i)] = inputAt(channel, from + i);
+    copySamples(input_, channel, from, ImpulseFinder::window, std::numeric_limits<std::int64_t>::max(),
+                searchWindow_.data());
     const int validFrom = static_cast<int>(std::clamp<std::int64_t>(-from, 0, ImpulseFinder::window));
     const int validTo = static_cast<int>(std::clamp<std::int64_t>(total_ - from, 0, ImpulseFinder::window));
     found_.clear();
@@ -171,10 +185,7 @@ void ClickRefill::refill(int channel, std::int64_t first, std::int64_t last)
     // The method reads relative to the stretch: hand it a window of its reach, with
     // silence beyond the recording.
     window_.resize(static_cast<std::size_t>(stretch.before + stretch.after));
-    for (int i = 0; i < stretch.before + stretch.after; ++i) {
-        const std::int64_t position = stretch.start - stretch.before + i;
-        window_[static_cast<std::size_t>(i)] = position < total_ ? outputAt(channel, position) : 0.0f;
-    }
+    copySamples(output_, channel, stretch.start - stretch.before, stretch.before + stretch.after, total_, window_.data());
     float* rows[] = {window_.data()};
     std::int32_t leftFade = 0;
     std::int32_t rightFade = 0;

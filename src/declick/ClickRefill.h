@@ -97,7 +97,10 @@ private:
     void refillSettled(bool final);
     // Silence outside what the buffers hold.
     float sampleAt(const std::vector<std::vector<float>>& rows, int channel, std::int64_t position) const;
-    float inputAt(int channel, std::int64_t position) const { return sampleAt(input_, channel, position); }
+    // count samples from position `from` into out: what the buffers hold before `end`,
+    // silence elsewhere.
+    void copySamples(const std::vector<std::vector<float>>& rows, int channel, std::int64_t from, int count,
+                     std::int64_t end, float* out) const;
     float outputAt(int channel, std::int64_t position) const { return sampleAt(output_, channel, position); }
     std::int64_t outputEnd() const { return base_ + static_cast<std::int64_t>(output_.front().size()); }
 
