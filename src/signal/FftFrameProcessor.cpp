@@ -107,12 +107,12 @@ int FftFrameProcessor::forward(float** in, float** re, float** im)
 
 int FftFrameProcessor::inverse(float** out, float** re, float** im)
 {
-    // The newest frame is transformed straight into its place in the ring. With an
-    // odd core the next forward reads re's last element, which it never writes, and
-    // so takes this frame's last sample; every other element of re it overwrites.
+    // The newest frame is transformed straight into its place in the ring and left
+    // in re as well: with an odd core the next forward reads re's last element,
+    // which it never writes, and so takes this frame's last sample.
     for (int channel = 0; channel < outputChannels_; ++channel) {
         fft_.realInverse(re[channel], im[channel], frameRing_[0][channel]);
-        re[channel][frameSize_ - 1] = frameRing_[0][channel][frameSize_ - 1];
+        std::copy_n(frameRing_[0][channel], frameSize_, re[channel]);
     }
     const float gain = static_cast<float>(frameSize_);
     for (int channel = 0; channel < outputChannels_; ++channel) {

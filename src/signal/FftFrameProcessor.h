@@ -13,9 +13,8 @@
 //
 // forward writes frameSize floats to re[c] (the frame is assembled there) and
 // frameSize / 2 + 1 bins to re[c] and im[c]; inverse reads re[c] and im[c], leaves
-// the time-domain frame's last sample in re[c][frameSize - 1] (which forward does
-// not write with an odd core, so the next frame takes it) and writes hop samples to
-// out[c]. Every forward must be followed by exactly one inverse. Only the constructor allocates. One
+// the time-domain frame in re[c] and writes hop samples to out[c]. Every forward
+// must be followed by exactly one inverse. Only the constructor allocates. One
 // thread at a time.
 #pragma once
 
@@ -40,7 +39,7 @@ public:
     // re[c] / im[c]. Returns 0.
     int forward(float** in, float** re, float** im);
     // Spectra of the output channels from re[c] / im[c]; hop samples to out[c],
-    // and the time-domain frame's last sample to re[c][frameSize - 1].
+    // and the time-domain frame (frameSize floats) over re[c].
     // Returns 0.
     int inverse(float** out, float** re, float** im);
     // Back to the just-built state (the window and the transform stay).
