@@ -61,6 +61,9 @@ int declickChunk(const DeclickSettings& settings);
 class MeanSquareMeter {
 public:
     explicit MeanSquareMeter(int channels) : sums_(static_cast<std::size_t>(channels), 0.0) {}
+    // One sample of one channel; countFrames then counts the frames so added.
+    void add(int channel, double sample) { sums_[static_cast<std::size_t>(channel)] += sample * sample; }
+    void countFrames(std::int64_t frames) { counted_ += frames; }
     // frames interleaved frames, each sample times scale. Each channel's sum stays in a
     // register over the chunk (in frame order, as one sample at a time would add it).
     template <typename Sample>
