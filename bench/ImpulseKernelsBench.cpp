@@ -10,7 +10,7 @@
 
 namespace {
 
-using inpaint_kernels::Path;
+using kernel_paths::Path;
 
 constexpr int window = 1024;
 constexpr int order = 16;
@@ -28,8 +28,8 @@ std::vector<double> noise(int count)
 Path benchPath(benchmark::State& state)
 {
     const auto path = static_cast<Path>(state.range(0));
-    state.SetLabel(inpaint_kernels::pathName(path));
-    if (!inpaint_kernels::pathSupported(path)) state.SkipWithError("path not supported on this CPU");
+    state.SetLabel(kernel_paths::pathName(path));
+    if (!kernel_paths::pathSupported(path)) state.SkipWithError("path not supported on this CPU");
     return path;
 }
 

@@ -23,7 +23,7 @@ constexpr double minErrorShare = 1e-3;
 }  // namespace
 
 ImpulseFinder::ImpulseFinder(double threshold, double fineThreshold)
-    : threshold_(threshold), fineThreshold_(fineThreshold), kernelPath_(inpaint_kernels::fastestPath())
+    : threshold_(threshold), fineThreshold_(fineThreshold), kernelPath_(kernel_paths::fastestPath())
 {
     for (int i = 0; i < window; ++i)
         taper_[i] = 0.5 - 0.5 * std::cos(2.0 * std::numbers::pi * (i + 0.5) / window);

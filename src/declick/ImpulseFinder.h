@@ -21,7 +21,7 @@
 #include <span>
 #include <vector>
 
-#include "inpaint/KernelPath.h"
+#include "signal/KernelPath.h"
 
 class ImpulseFinder {
 public:
@@ -84,7 +84,7 @@ private:
 
     double threshold_;
     double fineThreshold_;
-    inpaint_kernels::Path kernelPath_;
+    kernel_paths::Path kernelPath_;
     std::array<double, window> taper_{};
     std::array<double, window> widened_{};  // the window's samples in double
     std::array<double, window> tapered_{};

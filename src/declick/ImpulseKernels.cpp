@@ -4,14 +4,14 @@
 #include <array>
 
 #include "ar/ArRecursions.h"
-#include "inpaint/QuadLanes.h"
+#include "signal/QuadLanes.h"
 
 namespace impulse_kernels {
 namespace {
 
-using inpaint_kernels::load;
-using inpaint_kernels::Quad;
-using inpaint_kernels::store;
+using kernel_paths::load;
+using kernel_paths::Quad;
+using kernel_paths::store;
 
 // Lags [from, maxLag] one at a time.
 inline void plainLags(const double* samples, int count, double* lags, int from, int maxLag)

@@ -5,14 +5,14 @@
 // Each output is summed in its own lane in the order of the plain loop (products and
 // sums apart, never fused), so every path gives the same bits; the AVX2 path only
 // keeps more outputs in flight (the vector path runs the plain loops). No allocation, no state: any thread may call; a path
-// only where supported (inpaint_kernels::pathSupported).
+// only where supported (kernel_paths::pathSupported).
 #pragma once
 
-#include "inpaint/KernelPath.h"
+#include "signal/KernelPath.h"
 
 namespace impulse_kernels {
 
-using inpaint_kernels::Path;
+using kernel_paths::Path;
 
 // lags[k] = sum over i in [0, count - k) of samples[i] * samples[i + k], in the order
 // of i, for k = 0 .. maxLag: the bits of autocorrelate (ar/ArRecursions.h).

@@ -14,7 +14,7 @@
 inline bool fitTaperedModel(const double* tapered, int count, double whiteFloor, double* model, int order)
 {
     std::vector<double> lags(static_cast<std::size_t>(order) + 1);
-    impulse_kernels::autocorrelation(inpaint_kernels::fastestPath(), tapered, count, lags.data(), order);
+    impulse_kernels::autocorrelation(kernel_paths::fastestPath(), tapered, count, lags.data(), order);
     if (!(lags[0] > 0.0) || !std::isfinite(lags[0])) return false;
     lags[0] *= 1.0 + whiteFloor;
     double error = 0.0;

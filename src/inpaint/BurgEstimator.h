@@ -34,7 +34,7 @@ private:
     double update(int m, double k);
 
     int maxSamples_, maxStretches_, maxOrder_;
-    inpaint_kernels::Path path = inpaint_kernels::fastestPath();
+    kernel_paths::Path path = kernel_paths::fastestPath();
     int currentOrder = 0;
     int stretches = 0;
     int used = 0;

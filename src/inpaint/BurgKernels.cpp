@@ -1,8 +1,10 @@
 #include "inpaint/BurgKernels.h"
 
-#include "inpaint/QuadLanes.h"
+#include "signal/QuadLanes.h"
 
 namespace inpaint_kernels {
+
+using namespace kernel_paths;
 namespace {
 
 inline void updateOne(double* f, const double* b, double* next, int t, double k)

@@ -11,9 +11,11 @@
 // a time. No allocation, no state: any thread may call; a path only where supported.
 #pragma once
 
-#include "inpaint/KernelPath.h"
+#include "signal/KernelPath.h"
 
 namespace inpaint_kernels {
+
+using kernel_paths::Path;
 
 // cross[8] and energy[8] carry the partial sums from stretch to stretch.
 void updateStretch(Path path, double* f, const double* b, double* next, int m, int end, double k, double* cross,

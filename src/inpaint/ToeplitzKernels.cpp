@@ -1,9 +1,11 @@
 #include "inpaint/ToeplitzKernels.h"
 
-#include "inpaint/QuadLanes.h"
+#include "signal/QuadLanes.h"
 #include "inpaint/ReversedUpdate.h"
 
 namespace inpaint_kernels {
+
+using namespace kernel_paths;
 namespace {
 
 double joined(const double* partial)

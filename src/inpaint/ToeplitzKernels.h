@@ -8,9 +8,11 @@
 // thread may call; a path only where supported.
 #pragma once
 
-#include "inpaint/KernelPath.h"
+#include "signal/KernelPath.h"
 
 namespace inpaint_kernels {
+
+using kernel_paths::Path;
 
 double bandedDot(Path path, const double* r, const double* v, int k, int terms);
 void addReversed(Path path, double* x, const double* y, int k, double scale);

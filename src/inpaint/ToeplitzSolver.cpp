@@ -14,6 +14,7 @@ ToeplitzSolver::ToeplitzSolver(int maxSize, int maxRightHandSides)
 }
 
 using namespace inpaint_kernels;
+using namespace kernel_paths;
 
 bool ToeplitzSolver::solve(const double* column, int bandwidth, int size, double* const* rhs,
                            int rightHandSides)

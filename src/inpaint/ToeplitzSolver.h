@@ -13,7 +13,7 @@
 
 #include <memory>
 
-#include "inpaint/KernelPath.h"
+#include "signal/KernelPath.h"
 
 class ToeplitzSolver {
 public:
@@ -28,7 +28,7 @@ public:
     int maxSize() const { return capacity; }
 
 private:
-    inpaint_kernels::Path path = inpaint_kernels::fastestPath();
+    kernel_paths::Path path = kernel_paths::fastestPath();
     int capacity;
     int maxRhs;
     std::unique_ptr<double[]> predictor;  // y of the recursion

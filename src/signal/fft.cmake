@@ -5,4 +5,5 @@ list(APPEND signal_sources
   ${CMAKE_CURRENT_LIST_DIR}/FftAvx2Passes.cpp
   ${CMAKE_CURRENT_LIST_DIR}/FftAvx512Passes.cpp
   ${CMAKE_CURRENT_LIST_DIR}/CFftBasis.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/CFft_std.cpp)
+  ${CMAKE_CURRENT_LIST_DIR}/CFft_std.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/KernelPath.cpp)

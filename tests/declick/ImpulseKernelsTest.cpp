@@ -13,9 +13,9 @@
 namespace {
 
 using impulse_kernels::Path;
-using inpaint_kernels::allPaths;
-using inpaint_kernels::pathName;
-using inpaint_kernels::pathSupported;
+using kernel_paths::allPaths;
+using kernel_paths::pathName;
+using kernel_paths::pathSupported;
 
 std::vector<double> noise(int count, unsigned seed)
 {

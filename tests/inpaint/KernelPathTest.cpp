@@ -12,6 +12,7 @@
 namespace {
 
 using namespace inpaint_kernels;
+using namespace kernel_paths;
 
 std::vector<double> noise(int count, unsigned seed)
 {

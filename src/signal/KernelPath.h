@@ -1,10 +1,11 @@
-// The instruction-set paths of the gap filler's kernels (BurgKernels, ToeplitzKernels).
-// Every path does the same operations per output in the same order, products and
+// The instruction-set paths of the double-precision kernels that pick one at run
+// time (the gap filler's Burg and Toeplitz kernels, the impulse search's). Every path
+// does the same operations per output in the same order, products and
 // sums apart and never fused, so all give the same bits; the vector paths only take
 // four independent lanes at a time. The plain path is always available.
 #pragma once
 
-namespace inpaint_kernels {
+namespace kernel_paths {
 
 enum class Path { plain, vector, avx2 };
 
@@ -15,4 +16,4 @@ bool pathSupported(Path path);
 Path fastestPath();
 const char* pathName(Path path);
 
-}  // namespace inpaint_kernels
+}  // namespace kernel_paths

@@ -1,10 +1,10 @@
-#include "inpaint/KernelPath.h"
+#include "signal/KernelPath.h"
 
 #include <initializer_list>
 
 #include "signal/FftKernelPaths.h"
 
-namespace inpaint_kernels {
+namespace kernel_paths {
 namespace {
 
 Path detectFastestPath()
@@ -47,4 +47,4 @@ const char* pathName(Path path)
     return "unknown";
 }
 
-}  // namespace inpaint_kernels
+}  // namespace kernel_paths

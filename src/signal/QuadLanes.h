@@ -6,7 +6,7 @@
 
 #include <cstring>
 
-namespace inpaint_kernels {
+namespace kernel_paths {
 
 typedef double Quad __attribute__((vector_size(4 * sizeof(double))));
 typedef long long QuadIndex __attribute__((vector_size(4 * sizeof(long long))));
@@ -23,4 +23,4 @@ typedef long long QuadIndex __attribute__((vector_size(4 * sizeof(long long))));
     v = __builtin_shuffle(forward, QuadIndex{3, 2, 1, 0});
 }
 
-}  // namespace inpaint_kernels
+}  // namespace kernel_paths
