@@ -100,8 +100,6 @@ std::vector<int> AudioReader::channelLayout() const
 
 bool AudioReader::lengthKnown() const { return info_.frames > 0 && info_.frames < SF_COUNT_MAX; }
 
-bool AudioReader::lossy() const { return isLossy(info_.format); }
-
 bool isLossy(int format)
 {
     switch (format & SF_FORMAT_SUBMASK) {
@@ -403,17 +401,12 @@ void AudioWriter::commit()
     partial_.commitTo(target_);
 }
 
-void requireDistinctFiles(const std::string& input, const std::string& output)
+void requireOutputFor(const AudioReader& input, const std::string& output)
 {
     requireFileTarget(output, "output '" + output + "'");
     struct stat in {}, out {};
-    if (stat(output.c_str(), &out) != 0) return;  // nothing there yet, so nothing to overwrite
-    if (stat(input.c_str(), &in) == 0 && in.st_dev == out.st_dev && in.st_ino == out.st_ino)
+    if (stat(output.c_str(), &out) == 0 && stat(input.path().c_str(), &in) == 0 && in.st_dev == out.st_dev &&
+        in.st_ino == out.st_ino)
         throw CliError("output '" + output + "' is the input file; choose another name");
-}
-
-void requireOutputFor(const AudioReader& input, const std::string& output)
-{
-    requireDistinctFiles(input.path(), output);
     outputFormatFor(output, input.info());
 }

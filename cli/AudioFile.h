@@ -60,9 +60,6 @@ public:
     // and its channel layout (empty when it declares none), for a writer to keep.
     std::vector<std::pair<int, std::string>> tags() const;
     std::vector<int> channelLayout() const;
-    // True for formats that decode to something other than what was encoded (Ogg,
-    // Opus, MP3, GSM, ADPCM): writing them again changes every sample.
-    bool lossy() const;
 
 private:
     void open();
@@ -81,14 +78,11 @@ private:
     std::int64_t countedFrames_ = -1;  // the length of a stream whose header lacks it
 };
 
-// Prints a warning naming the output when converting it into its format clipped samples.
-class AudioWriter;
-void warnAboutConversionClipping(const AudioWriter& writer, const std::string& output);
-
 // Prints a warning naming the input when some of its samples were read as 0.
 void warnAboutNonFinite(const AudioReader& reader, const std::string& input);
 
-// True for encodings that decode to something other than what was encoded.
+// True for encodings that decode to something other than what was encoded (Vorbis,
+// Opus, MP3, GSM, ADPCM): writing them again changes every sample.
 bool isLossy(int format);
 
 // The format a command writes `target` in: the input's, unless the target's extension
@@ -151,15 +145,16 @@ private:
     std::unique_ptr<SNDFILE, int (*)(SNDFILE*)> file_;
 };
 
+// Prints a warning naming the output when converting it into its format clipped samples.
+void warnAboutConversionClipping(const AudioWriter& writer, const std::string& output);
+
 // Notes on stderr that the output is in a lossy format, so every sample is encoded
 // again, even those the command leaves alone.
 void noteLossyRewrite(const AudioReader& reader, const AudioWriter& writer, const std::string& input,
                       const std::string& output);
 
-// Throws CliError when `output` is the same file as `input` by any route (a symlink,
-// a hard link, another spelling of the path: same device and inode) or a directory.
-void requireDistinctFiles(const std::string& input, const std::string& output);
-
-// requireDistinctFiles, and that the output's format (outputFormatFor) can hold the
-// input's audio: checked before any work.
+// Throws CliError, before any work, when `output` is the input file by any route (a
+// symlink, a hard link, another spelling of the path: same device and inode), a
+// directory, a device, pipe or socket, or in a format (outputFormatFor) that cannot
+// hold the input's audio.
 void requireOutputFor(const AudioReader& input, const std::string& output);
