@@ -3,12 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
 #include <limits>
 #include <random>
 #include <vector>
 
+#include "support/BitExact.h"
+
 namespace {
+
+using testsupport::sameBits;
 
 using spectralsplit::tonalGain;
 
@@ -53,11 +56,6 @@ std::vector<float> testBins(unsigned seed, int count)
         v = s < 9 ? specials[s] : std::pow(10.0f, exponent(rng)) * (rng() % 2 != 0 ? 1.0f : -1.0f);
     }
     return bins;
-}
-
-bool sameBits(const std::vector<float>& a, const std::vector<float>& b)
-{
-    return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(float)) == 0;
 }
 
 void expectScalarBits(spectralsplit::Kernel kernel)

@@ -4,32 +4,18 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <random>
 #include <vector>
 
 #include "ar/ArRecursions.h"
+#include "support/BitExact.h"
 
 namespace {
 
+using testsupport::sameBits;
 using impulse_kernels::Path;
 using kernel_paths::allPaths;
 using kernel_paths::pathName;
 using kernel_paths::pathSupported;
-
-std::vector<double> noise(int count, unsigned seed)
-{
-    std::mt19937 generator(seed);
-    std::normal_distribution<double> gaussian(0.0, 1.0);
-    std::vector<double> x(count);
-    for (double& v : x) v = gaussian(generator);
-    return x;
-}
-
-bool sameBits(const std::vector<double>& a, const std::vector<double>& b)
-{
-    return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(double)) == 0;
-}
 
 std::vector<double> directLags(const std::vector<double>& x, int maxLag)
 {
@@ -48,7 +34,7 @@ TEST(ImpulseKernels, EveryPathAutocorrelatesWithTheBitsOfTheDirectSums)
         if (!pathSupported(path)) continue;
         for (int count : {1, 2, 5, 16, 17, 19, 20, 21, 33, 65, 1024}) {
             for (int maxLag : {0, 1, 3, 7, 8, 16, 19, 20, 23, 40, 64}) {
-                const auto x = noise(count, 7 + count + 100 * maxLag);
+                const auto x = testsupport::gaussianNoise(count, 7 + count + 100 * maxLag);
                 std::vector<double> lags(maxLag + 1, -1.0);
                 impulse_kernels::autocorrelation(path, x.data(), count, lags.data(), maxLag);
                 const auto where = ::testing::Message() << pathName(path) << ", count " << count << ", lag " << maxLag;
@@ -68,8 +54,8 @@ TEST(ImpulseKernels, EveryPathFormsPredictionErrorsWithTheBitsOfTheDirectSums)
         for (int order : {0, 1, 4, 16, 31}) {
             for (int count : {1, 7, 15, 16, 17, 33, 848}) {
                 for (int direction : {-1, 1}) {
-                    const auto model = noise(order + 1, 3 + order);
-                    const auto x = noise(count + 2 * order, 5 + count);
+                    const auto model = testsupport::gaussianNoise(order + 1, 3 + order);
+                    const auto x = testsupport::gaussianNoise(count + 2 * order, 5 + count);
                     const double* first = x.data() + order;
                     std::vector<double> expected(count);
                     for (int i = 0; i < count; ++i) {

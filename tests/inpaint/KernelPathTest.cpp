@@ -3,30 +3,17 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <random>
 #include <vector>
 
 #include "inpaint/BurgKernels.h"
 #include "inpaint/ToeplitzKernels.h"
+#include "support/BitExact.h"
 
 namespace {
 
+using testsupport::sameBits;
 using namespace inpaint_kernels;
 using namespace kernel_paths;
-
-std::vector<double> noise(int count, unsigned seed)
-{
-    std::mt19937 generator(seed);
-    std::normal_distribution<double> gaussian(0.0, 1.0);
-    std::vector<double> x(count);
-    for (double& v : x) v = gaussian(generator);
-    return x;
-}
-
-bool sameBits(const std::vector<double>& a, const std::vector<double>& b)
-{
-    return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(double)) == 0;
-}
 
 bool sameBits(double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
@@ -53,7 +40,7 @@ TEST(InpaintKernels, EveryPathUpdatesBurgStretchesWithTheSameBits)
         for (int length : {2, 3, 9, 10, 17, 40, 333}) {
             for (int m : {1, 2, 7, 8, 9, 31}) {
                 if (m >= length) continue;
-                const auto f0 = noise(length, 1 + length), b = noise(length, 2 + m);
+                const auto f0 = testsupport::gaussianNoise(length, 1 + length), b = testsupport::gaussianNoise(length, 2 + m);
                 auto f = f0, expectedF = f0;
                 std::vector<double> next(length, 0.0), expectedNext(length, 0.0);
                 std::vector<double> cross(8, 0.5), energy(8, 1.5), expectedCross = cross, expectedEnergy = energy;
@@ -73,7 +60,7 @@ TEST(InpaintKernels, EveryPathUpdatesBurgStretchesWithTheSameBits)
 
 TEST(InpaintKernels, EveryPathSolvesLevinsonStepsWithTheSameBits)
 {
-    const auto r = noise(200, 3), v = noise(200, 4);
+    const auto r = testsupport::gaussianNoise(200, 3), v = testsupport::gaussianNoise(200, 4);
     for (Path path : allPaths) {
         if (!pathSupported(path)) continue;
         for (int k : {1, 2, 5, 8, 9, 16, 17, 63, 150}) {
@@ -86,11 +73,11 @@ TEST(InpaintKernels, EveryPathSolvesLevinsonStepsWithTheSameBits)
                 EXPECT_TRUE(sameBits(bandedDot(path, r.data(), v.data(), k, terms), expected))
                     << pathName(path) << ", k " << k << ", terms " << terms;
             }
-            auto x = noise(k, 5 + k), expectedX = x;
+            auto x = testsupport::gaussianNoise(k, 5 + k), expectedX = x;
             for (int j = 0; j < k; ++j) expectedX[j] += 0.61 * v[k - 1 - j];
             addReversed(path, x.data(), v.data(), k, 0.61);
             EXPECT_TRUE(sameBits(x, expectedX)) << pathName(path) << ", k " << k;
-            auto y = noise(k, 6 + k), expectedY = y;
+            auto y = testsupport::gaussianNoise(k, 6 + k), expectedY = y;
             const auto before = y;
             for (int j = 0; j < k; ++j) expectedY[j] = before[j] + -0.43 * before[k - 1 - j];
             addReversedInPlace(path, y.data(), k, -0.43);
