@@ -1,8 +1,8 @@
 // `ferrotip declick IN OUT`: streams a whole file through the crackle engines (one per
 // channel unless --shared-engine, run in parallel) and writes the result in the
-// input's format or the one OUT's extension names. The engines' latency is taken off the front and made up with
-// silence at the end, so OUT lines up with IN sample for sample and has the same
-// length. A floor relative to the level takes a first pass over the file for each
+// input's format or the one OUT's extension names. The engines' latency is taken off
+// the front and made up with silence at the end, so OUT lines up with IN sample for
+// sample and has the same length. A floor relative to the level takes a first pass over the file for each
 // channel's mean square. Memory is a few chunks, whatever the file's length.
 #include <unistd.h>
 

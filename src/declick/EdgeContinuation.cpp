@@ -42,7 +42,8 @@ bool fitModel(const Inward& inward, std::array<double, order + 1>& model)
     std::array<double, fitLength> tapered;
     for (int i = 0; i < count; ++i)
         tapered[i] = (0.5 - 0.5 * std::cos(2.0 * std::numbers::pi * (i + 0.5) / count)) * inward(count - 1 - i);
-    return fitTaperedModel(tapered.data(), count, whiteFloor, model.data(), order);
+    TaperedModel<order> fit;
+    return fit.fit(tapered.data(), count, whiteFloor, model);
 }
 
 // The first 2 * predicted samples of the prediction outward from the edge.

@@ -36,16 +36,7 @@ bool ImpulseFinder::fitModel(std::span<const float, window> samples)
         widened_[i] = samples[i];
         tapered_[i] = taper_[i] * widened_[i];
     }
-    std::array<double, order + 1> lags{};
-    impulse_kernels::autocorrelation(kernelPath_, tapered_.data(), window, lags.data(), order);
-    if (!(lags[0] > 0.0) || !std::isfinite(lags[0])) return false;
-    lags[0] *= 1.0 + whiteFloor;
-    std::array<double*, order + 1> rows;
-    for (int m = 0; m <= order; ++m) rows[m] = orderRows_[m].data();
-    const int reached = levinsonDurbinRows(lags.data(), rows.data(), order);
-    model_.fill(0.0);
-    std::copy_n(orderRows_[reached].begin(), reached + 1, model_.begin());
-    return true;
+    return modelFit_.fit(tapered_.data(), window, whiteFloor, model_);
 }
 
 // Each computed sample less what the model predicts from the `order` samples before

@@ -21,6 +21,7 @@
 #include <span>
 #include <vector>
 
+#include "declick/TaperedModel.h"
 #include "signal/KernelPath.h"
 
 class ImpulseFinder {
@@ -88,8 +89,8 @@ private:
     std::array<double, window> taper_{};
     std::array<double, window> widened_{};  // the window's samples in double
     std::array<double, window> tapered_{};
-    std::array<double, order + 1> model_{};  // prediction error filter, model_[0] = 1
-    std::array<std::array<double, order + 1>, order + 1> orderRows_{};  // Levinson's models of each order
+    TaperedModel<order> modelFit_;
+    TaperedModel<order>::Model model_{};  // prediction error filter, model_[0] = 1
     std::array<bool, judged> forward_{};
     std::array<bool, judged> backward_{};
     std::array<bool, computed> fineForward_{};

@@ -4,8 +4,9 @@
 //
 // Each output is summed in its own lane in the order of the plain loop (products and
 // sums apart, never fused), so every path gives the same bits; the AVX2 path only
-// keeps more outputs in flight (the vector path runs the plain loops). No allocation, no state: any thread may call; a path
-// only where supported (kernel_paths::pathSupported).
+// keeps more outputs in flight (the vector path runs the plain loops). No
+// allocation, no state: any thread may call; a path only where supported
+// (kernel_paths::pathSupported).
 #pragma once
 
 #include "signal/KernelPath.h"

@@ -4,7 +4,6 @@
 #include <numbers>
 
 #include "ar/ArRecursions.h"
-#include "declick/TaperedModel.h"
 
 namespace {
 
@@ -20,7 +19,7 @@ bool ShortGapFill::fitModel(std::span<const float> samples, int from)
         const double taper = 0.5 - 0.5 * std::cos(2.0 * std::numbers::pi * (i + 1) / (fitLength + 1));
         tapered_[i] = taper * samples[from + i];
     }
-    if (!fitTaperedModel(tapered_.data(), fitLength, whiteFloor, model_.data(), order)) return false;
+    if (!fit_.fit(tapered_.data(), fitLength, whiteFloor, model_)) return false;
     autocorrelate(model_.data(), order + 1, coefficientLags_.data(), order);
     return coefficientLags_[0] > 0.0 && std::isfinite(coefficientLags_[0]);
 }

@@ -15,6 +15,8 @@
 #include <array>
 #include <span>
 
+#include "declick/TaperedModel.h"
+
 class ShortGapFill {
 public:
     static constexpr int order = 64;
@@ -34,7 +36,8 @@ private:
     bool solve(std::span<const float> samples, int first, int length);
 
     std::array<double, fitLength> tapered_{};
-    std::array<double, order + 1> model_{};
+    TaperedModel<order> fit_;
+    TaperedModel<order>::Model model_{};
     std::array<double, order + 1> coefficientLags_{};  // autocorrelation of the model's coefficients
     std::array<double, maxGap * maxGap> normal_{};
     std::array<double, maxGap> solution_{};

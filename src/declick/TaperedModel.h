@@ -1,23 +1,40 @@
 // The AR model of a tapered stretch of audio by the autocorrelation method and
 // Levinson's recursion, with a white floor added to the zero lag so the recursion
-// stays regular on a pure tone; the shared step of the declick stage's short models.
+// stays regular on a pure tone: the shared fit of the declick stage's short models
+// (the impulse search, the short gap fill, the edge continuation). Fixed storage for
+// a model of order Order: fitting allocates nothing. One thread at a time per object.
 #pragma once
 
+#include <algorithm>
+#include <array>
 #include <cmath>
-#include <vector>
 
 #include "ar/ArRecursions.h"
 #include "declick/ImpulseKernels.h"
 
-// model[0..order] = the prediction error filter of tapered[0, count) (model[0] = 1).
-// False, with the model untouched, where the stretch holds no finite energy.
-inline bool fitTaperedModel(const double* tapered, int count, double whiteFloor, double* model, int order)
-{
-    std::vector<double> lags(static_cast<std::size_t>(order) + 1);
-    impulse_kernels::autocorrelation(kernel_paths::fastestPath(), tapered, count, lags.data(), order);
-    if (!(lags[0] > 0.0) || !std::isfinite(lags[0])) return false;
-    lags[0] *= 1.0 + whiteFloor;
-    double error = 0.0;
-    levinsonDurbin(lags.data(), model, order, &error);
-    return true;
-}
+template <int Order>
+class TaperedModel {
+public:
+    using Model = std::array<double, Order + 1>;
+
+    // model[0..Order] = the prediction error filter of tapered[0, count) (model[0] = 1;
+    // zeros above an order the recursion could not pass). False, with the model
+    // untouched, where the stretch holds no finite energy.
+    bool fit(const double* tapered, int count, double whiteFloor, Model& model)
+    {
+        impulse_kernels::autocorrelation(path_, tapered, count, lags_.data(), Order);
+        if (!(lags_[0] > 0.0) || !std::isfinite(lags_[0])) return false;
+        lags_[0] *= 1.0 + whiteFloor;
+        std::array<double*, Order + 1> rows;
+        for (int m = 0; m <= Order; ++m) rows[m] = orderRows_[m].data();
+        const int reached = levinsonDurbinRows(lags_.data(), rows.data(), Order);
+        model.fill(0.0);
+        std::copy_n(orderRows_[reached].begin(), reached + 1, model.begin());
+        return true;
+    }
+
+private:
+    kernel_paths::Path path_ = kernel_paths::fastestPath();
+    Model lags_{};
+    std::array<Model, Order + 1> orderRows_{};  // Levinson's models of each order
+};
