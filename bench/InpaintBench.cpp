@@ -1,6 +1,7 @@
 // Speed of the dropout filler on one core: stereo 44.1 kHz, a gap of 5, 50 or 250 ms
 // in tonal material with noise, filler built once per gap size (construction is not
-// timed). BM_InpaintReference fills the same 50 ms gap with the plain gap-wise
+// timed); BM_InpaintNearTheEnd the same 100 samples before the recording's end.
+// BM_InpaintReference fills the same 50 ms gap with the plain gap-wise
 // reference (Burg estimate, banded Cholesky), for the ratio of the two in one run.
 #include <benchmark/benchmark.h>
 
@@ -48,6 +49,22 @@ void BM_Inpaint(benchmark::State& state)
     }
 }
 BENCHMARK(BM_Inpaint)->Arg(5)->Arg(50)->Arg(250)->Unit(benchmark::kMillisecond);
+
+// A gap ending 100 samples before the recording's end: the fill that minimises only the
+// prediction errors within the recording (conjugate gradients on top of the usual solve).
+void BM_InpaintNearTheEnd(benchmark::State& state)
+{
+    const int gap = static_cast<int>(state.range(0) * rate / 1000);
+    GapFiller filler(rate, gap, 2);
+    const int context = filler.contextLength(gap);
+    auto channels = stereoMaterial(2 * context + gap);
+    float* pointers[2] = {channels[0].data(), channels[1].data()};
+    for (auto _ : state) {
+        filler.fill(pointers, 2, context, gap, context, 100);
+        benchmark::DoNotOptimize(channels[0][context]);
+    }
+}
+BENCHMARK(BM_InpaintNearTheEnd)->Arg(5)->Arg(20)->Arg(40)->Unit(benchmark::kMillisecond);
 
 void BM_InpaintReference(benchmark::State& state)
 {

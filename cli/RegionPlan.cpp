@@ -110,7 +110,11 @@ public:
         } else {
             std::vector<float*> pointers;
             for (auto& channel : selected) pointers.push_back(channel.data());
-            filler_.fill(pointers.data(), static_cast<int>(pointers.size()), static_cast<int>(before), length);
+            // Near the file's ends the filler is told how much of the window is audio.
+            const std::int64_t audioBefore = std::min(before, r.first);
+            const std::int64_t audioAfter = std::min(after - length, source_.frames() - r.first - length);
+            filler_.fill(pointers.data(), static_cast<int>(pointers.size()), static_cast<int>(before), length,
+                         static_cast<int>(audioBefore), static_cast<int>(audioAfter));
         }
         Patch patch = changedStretch(r.first - before, selected, which,
                                      readWindow(source_, r.first - before, before + after, earlier));

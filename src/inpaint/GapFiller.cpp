@@ -36,6 +36,7 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
       unitGainMaxGap(settings.unitGainMaxGapMs > 0.0 ? msToSamples(settings.unitGainMaxGapMs, sampleRate) : 0),
       errorWeightMaxGap(settings.errorWeightMaxGapMs > 0.0 ? msToSamples(settings.errorWeightMaxGapMs, sampleRate) : 0),
       holdOutMaxGap(msToSamples(settings.holdOutMaxGapMs, sampleRate)),
+      edgeMaxGap(msToSamples(settings.edgeMaxGapMs, sampleRate)),
       periodicMinGap(msToSamples(settings.periodicMinGapMs, sampleRate)),
       patternMinGap(msToSamples(settings.patternMinGapMs, sampleRate)),
       patternReach(msToSamples(settings.patternReachMs, sampleRate)),
@@ -50,6 +51,7 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
       flooring(order),
       normal(2 * arContext(maxGap) + maxGap, order),
       solver(maxGap, 3 * maxChannels),
+      edges(maxGap, order),
       search(maxGap >= patternMinGap ? segmentCapacity : 16, maxChannels),
       periodic(periodicFor(settings, sampleRate, order, maxChannels)),
       segments(new double[static_cast<std::size_t>(maxChannels) * segmentCapacity]()),
@@ -58,6 +60,7 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
       rows(new double*[3 * maxChannels]()),
       segmentRows(new const double*[maxChannels]()),
       column(new double[order + 1]()),
+      model_(new double[order + 1]()),
       candidateFills(new double[static_cast<std::size_t>(maxFills) * 3 * maxChannels * maxGap]())
 {
     for (const InpaintCandidate& candidate : settings.candidates) {
@@ -86,10 +89,11 @@ int GapFiller::contextLength(int length) const
     return length >= patternMinGap ? std::max(reach, patternReach) : reach;
 }
 
-GapFiller::Layout GapFiller::layout(int length) const
+GapFiller::Layout GapFiller::layout(int length, int before, int after) const
 {
     const int reach = contextLength(length);
-    return {length, arContext(length), reach, 2 * reach + length};
+    const int knownBefore = std::clamp(before, 0, reach), knownAfter = std::clamp(after, 0, reach);
+    return {length, arContext(length), reach, 2 * reach + length, reach - knownBefore, reach + length + knownAfter};
 }
 
 double* GapFiller::segment(int channel) const
@@ -108,12 +112,30 @@ int GapFiller::validationStart(const Layout& at, int side) const
     return side == 0 ? at.gap() - order - at.length : at.gap() + at.length + order;
 }
 
+// Whether a validation stretch and the audio its restoration reads lie in the recording.
+bool GapFiller::validationSideKnown(const Layout& at, int side) const
+{
+    const int v = validationStart(at, side);
+    return at.holds(v - order, v + at.length + order);
+}
+
+// Past the recording's ends the segment holds silence again for the searches that
+// read it.
+void GapFiller::clearPastEdges(int channelCount, const Layout& at)
+{
+    for (int c = 0; c < channelCount; ++c) {
+        std::fill(segment(c), segment(c) + at.knownFrom, 0.0);
+        std::fill(segment(c) + at.knownTo, segment(c) + at.total, 0.0);
+    }
+}
+
 void GapFiller::load(float* const* channels, int channelCount, int start, const Layout& at)
 {
     for (int c = 0; c < channelCount; ++c) {
         const float* from = channels[c] + start - at.reach;
         double* to = segment(c);
-        for (int i = 0; i < at.total; ++i) to[i] = from[i];
+        std::fill(to, to + at.total, 0.0);
+        for (int i = at.knownFrom; i < at.knownTo; ++i) to[i] = from[i];
         std::fill(to + at.gap(), to + at.gap() + at.length, 0.0);
     }
 }
@@ -123,6 +145,8 @@ void GapFiller::load(float* const* channels, int channelCount, int start, const 
 void GapFiller::addContext(int c, const Layout& at, int from, int to, bool holdOut)
 {
     const double* s = segment(c);
+    from = std::max(from, at.knownFrom);
+    to = std::min(to, at.knownTo);
     if (holdOut && settings_.validate)
         for (int side = 0; side < 2; ++side) {
             const int v = validationStart(at, side);
@@ -132,6 +156,14 @@ void GapFiller::addContext(int c, const Layout& at, int from, int to, bool holdO
             }
         }
     if (to > from) estimator.add(s + from, to - from);
+}
+
+// A model order the recording's context can carry: near its ends, at most half the
+// longer side's known audio.
+int GapFiller::orderWithin(const Layout& at, int modelOrder) const
+{
+    const int side = std::max(at.gap() - at.knownFrom, at.knownTo - at.gap() - at.length);
+    return side >= 2 * modelOrder ? modelOrder : std::max(1, side / 2);
 }
 
 void GapFiller::estimate(int channelCount, const Layout& at, int context, int modelOrder, bool firstPass,
@@ -149,7 +181,52 @@ void GapFiller::estimate(int channelCount, const Layout& at, int context, int mo
     }
     // Burg's spectra of high order reach depths that make the fill's normal equations
     // singular in double precision; a white floor far below the signal bounds them.
-    normal.setModel(flooring.floored(estimator.model(), modelOrder, settings_.whiteFloor), modelOrder);
+    std::copy_n(flooring.floored(estimator.model(), modelOrder, settings_.whiteFloor), modelOrder + 1, model_.get());
+    normal.setModel(model_.get(), modelOrder);
+}
+
+// The audio past the recording's ends, as far as the gap's prediction errors reach,
+// continued by the current model from the known audio and the current fill: the
+// continuation the least-squares fill would choose for samples it is free to set, so
+// that no error there pulls the fill towards silence.
+void GapFiller::continuePastEdges(int channelCount, const Layout& at, int modelOrder)
+{
+    const double* a = model_.get();
+    const int p = modelOrder;
+    const int afterEnd = std::min(at.arEnd(), at.gap() + at.length + p);
+    const int beforeStart = std::max(at.arStart(), at.gap() - p);
+    for (int c = 0; c < channelCount; ++c) {
+        double* s = segment(c);
+        for (int t = at.knownTo; t < afterEnd; ++t) {
+            double sum = 0.0;
+            for (int k = 1; k <= p; ++k) sum += a[k] * s[t - k];
+            s[t] = -sum;
+        }
+        for (int t = at.knownFrom - 1; t >= beforeStart; --t) {
+            double sum = 0.0;
+            for (int k = 1; k <= p; ++k) sum += a[k] * s[t + k];
+            s[t] = -sum;
+        }
+    }
+}
+
+// Near an end, the solve takes the audio past it as the model's continuation of the
+// recording, and the fill (unless `refine` is off: a fill that is dropped) is then
+// refined towards the one that minimises only the prediction errors within it.
+void GapFiller::solveNearEdges(int channelCount, const Layout& at, int modelOrder, bool refine)
+{
+    const bool nearEdge = at.knownFrom > at.gap() - modelOrder || at.knownTo < at.gap() + at.length + modelOrder;
+    if (!nearEdge) {
+        solve(channelCount, at, modelOrder);
+        return;
+    }
+    continuePastEdges(channelCount, at, modelOrder);
+    solve(channelCount, at, modelOrder);
+    for (int c = 0; c < channelCount && refine; ++c) {
+        edges.refine(model_.get(), modelOrder, column.get(), solver, segment(c), at.gap(), at.length, at.knownFrom,
+                     at.knownTo, settings_.edgeIterations);
+        std::copy_n(segment(c) + at.gap(), at.length, rows[c]);
+    }
 }
 
 // The least-squares fill of the gap (and of the validation stretches) given the model:
@@ -208,6 +285,7 @@ void GapFiller::validationSystem(int channelCount, const Layout& at, double (*gr
     const int k = activeCandidates;
     for (int row = channelCount; row < 3 * channelCount; ++row) {
         const int side = row / channelCount - 1, c = row % channelCount;
+        if (!validationSideKnown(at, side)) continue;
         const double* x = segment(c) + validationStart(at, side);
         for (int i = 0; i < k; ++i) {
             const double* yi = candidateFill(i, row);
@@ -254,6 +332,7 @@ void GapFiller::relativeErrors(int channelCount, const Layout& at, double* error
 {
     for (int i = 0; i < activeCandidates; ++i) errors[i] = 0.0;
     for (int side = 0; side < 2; ++side) {
+        if (!validationSideKnown(at, side)) continue;
         double energy = 0.0;
         for (int c = 0; c < channelCount; ++c) {
             const double* x = segment(c) + validationStart(at, side);
@@ -374,29 +453,43 @@ void GapFiller::fillFromModels(int channelCount, const Layout& at)
     for (int candidate = 0; candidate < candidates; ++candidate) {
         if (at.length > candidateMaxGap[candidate] || at.length < candidateMinGap[candidate]) continue;
         const InpaintCandidate& model = settings_.candidates[candidate];
+        const int modelOrder = orderWithin(at, candidateOrder[candidate]);
         const int stretches = settings_.validate ? 3 : 1;
         const bool holdOut = settings_.validate && at.length <= holdOutMaxGap;
         for (int heldOut = holdOut ? 1 : 0; heldOut >= 0; --heldOut) {
             for (int c = 0; c < channelCount; ++c) std::fill_n(segment(c) + at.gap(), at.length, 0.0);
             for (int pass = 0; pass < model.passes; ++pass) {
-                estimate(channelCount, at, candidateContext[candidate], candidateOrder[candidate], pass == 0,
-                         heldOut == 1);
-                solve(channelCount, at, candidateOrder[candidate]);
+                estimate(channelCount, at, candidateContext[candidate], modelOrder, pass == 0, heldOut == 1);
+                // The held-out estimate's last fill of the gap is not kept: near an end
+                // it is left unrefined.
+                const bool dropped = heldOut == 1 && pass + 1 == model.passes;
+                solveNearEdges(channelCount, at, modelOrder, !dropped);
             }
             if (heldOut) keepCandidate(activeCandidates, channelCount, at, 1, stretches);
             else keepCandidate(activeCandidates, channelCount, at, 0, holdOut ? 1 : stretches);
         }
         ++activeCandidates;
     }
+    clearPastEdges(channelCount, at);
     if (at.length >= periodicMinGap) addPeriodicCandidate(channelCount, at);
     combineCandidates(channelCount, at);
 }
 
 void GapFiller::fill(float* const* channels, int channelCount, int start, int length)
 {
+    const int reach = contextLength(length);
+    fill(channels, channelCount, start, length, reach, reach);
+}
+
+void GapFiller::fill(float* const* channels, int channelCount, int start, int length, int before, int after)
+{
     if (length <= 0 || channelCount <= 0) return;
-    const Layout at = layout(length);
+    Layout at = layout(length, before, after);
     load(channels, channelCount, start, at);
+    if (length > edgeMaxGap) {  // silence past the ends, taken as audio
+        at.knownFrom = 0;
+        at.knownTo = at.total;
+    }
     if (length >= patternMinGap && patternFill(channelCount, at)) {
         activeCandidates = 1;
         weights[0] = 1.0;

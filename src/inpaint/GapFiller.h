@@ -23,8 +23,11 @@
 // the gap's (PatternSearch); a close match replaces the models' fill.
 //
 // Samples are floats in any scale; only the gap's samples are written. The caller
-// provides contextLength(length) samples before and after the gap (zeros where the
-// recording has none). The constructor allocates for gaps up to maxGap samples and
+// provides contextLength(length) samples before and after the gap, and may say how
+// many of them are the recording's (near its ends). Up to edgeMaxGapMs the models are
+// then estimated from those alone and the fill minimises only the prediction errors
+// that lie within the recording (EdgeLeastSquares), so that nothing past the end
+// pulls it towards silence; longer gaps take the audio past the end as silence. The constructor allocates for gaps up to maxGap samples and
 // up to maxChannels channels; fill never allocates. Double arithmetic in plain loops
 // and the signal library's FFT: the same bits on every platform and path for the same
 // maxGap (which sets the transform size). One thread at a time per object.
@@ -33,6 +36,7 @@
 #include <memory>
 
 #include "inpaint/BurgEstimator.h"
+#include "inpaint/EdgeLeastSquares.h"
 #include "inpaint/ModelFloor.h"
 #include "inpaint/NormalProduct.h"
 #include "inpaint/PatternSearch.h"
@@ -105,6 +109,13 @@ struct InpaintSettings {
     double unitGainMaxGapMs = 12.0;
     double unitGainTrust = 0.5;
     double whiteFloor = 1e-8;  // white floor under the model's spectrum, relative to its power
+    // Fills of gaps up to edgeMaxGapMs near a recording's end are refined by up to
+    // edgeIterations steps of conjugate gradients towards the fill from the prediction
+    // errors within the recording (EdgeLeastSquares). Longer ones take the audio past
+    // the end as silence: a model's extrapolation carries little of them, and the
+    // silence fades the fill out where the audio no longer tells it anything.
+    int edgeIterations = 10;
+    double edgeMaxGapMs = 40.0;
 };
 
 class GapFiller {
@@ -115,7 +126,10 @@ public:
     int contextLength(int length) const;
     // Rewrites channels[c][start .. start + length) for c < channelCount; reads
     // contextLength(length) samples on each side. length <= maxGap, channelCount <= maxChannels.
+    // Of those, `before` and `after` samples next to the gap belong to the recording
+    // (fewer near its ends; the rest are not read).
     void fill(float* const* channels, int channelCount, int start, int length);
+    void fill(float* const* channels, int channelCount, int start, int length, int before, int after);
 
 private:
     static constexpr int maxFills = InpaintSettings::maxCandidates + 1;  // the models' and the periodic one
@@ -123,13 +137,16 @@ private:
     // least-squares fills use the inner arReach of them.
     struct Layout {
         int length, arReach, reach, total;
+        int knownFrom, knownTo;  // the recording's samples: [knownFrom, knownTo)
         int gap() const { return reach; }
         int arStart() const { return reach - arReach; }
         int arTotal() const { return 2 * arReach + length; }
+        int arEnd() const { return arStart() + arTotal(); }
+        bool holds(int from, int to) const { return from >= knownFrom && to <= knownTo; }
     };
     int arContext(int length) const;
     bool patternFill(int channelCount, const Layout& at);
-    Layout layout(int length) const;
+    Layout layout(int length, int before, int after) const;
     double* segment(int channel) const;
     double* rightHandSide(int row) const;
     void load(float* const* channels, int channelCount, int start, const Layout& at);
@@ -144,6 +161,11 @@ private:
     void addPeriodicCandidate(int channelCount, const Layout& at);
     double* candidateFill(int candidate, int row) const;
     void solve(int channelCount, const Layout& at, int modelOrder);
+    void solveNearEdges(int channelCount, const Layout& at, int modelOrder, bool refine);
+    void continuePastEdges(int channelCount, const Layout& at, int modelOrder);
+    bool validationSideKnown(const Layout& at, int side) const;
+    void clearPastEdges(int channelCount, const Layout& at);
+    int orderWithin(const Layout& at, int modelOrder) const;
     int validationStart(const Layout& at, int side) const;
 
     InpaintSettings settings_;
@@ -156,7 +178,7 @@ private:
     int contextSamples;  // the longest candidate's
     int order;           // the highest candidate's
     int unitGainMaxGap, errorWeightMaxGap;
-    int holdOutMaxGap, periodicMinGap, patternMinGap, patternReach, patternBorder, patternLongGap;
+    int holdOutMaxGap, edgeMaxGap, periodicMinGap, patternMinGap, patternReach, patternBorder, patternLongGap;
     int patternWideMinGap, patternWideReach;
     int maxGap_;
     int maxChannels_;
@@ -165,6 +187,7 @@ private:
     ModelFloor flooring;
     NormalProduct normal;
     ToeplitzSolver solver;
+    EdgeLeastSquares edges;
     PatternSearch search;
     PeriodicExtension periodic;
     std::unique_ptr<double[]> segments;   // maxChannels rows of segmentCapacity
@@ -173,6 +196,7 @@ private:
     std::unique_ptr<double*[]> rows;      // 3 * maxChannels right-hand sides
     std::unique_ptr<const double*[]> segmentRows;  // maxChannels
     std::unique_ptr<double[]> column;     // order + 1
+    std::unique_ptr<double[]> model_;     // order + 1: the floored model of the current pass
     std::unique_ptr<double[]> candidateFills;  // maxCandidates x 3 x maxChannels x maxGap
     double weights[maxFills] = {};
 };

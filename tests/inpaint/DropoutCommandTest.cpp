@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "inpaint/DropoutMaterial.h"
+#include "inpaint/GapFiller.h"
 #include "support/CommandRunner.h"
 #include "support/SoundFileReader.h"
 #include "support/TempDir.h"
@@ -190,3 +191,57 @@ TEST_F(DropoutCommand, ARegionForOneChannelNeverSpreadsToAnother)
 }
 
 }  // namespace
+
+namespace {
+
+// The gap filler's fill of a region of the 16-bit interleaved samples, in 16-bit steps,
+// from a window with silence past the file's ends; told where the file ends or not.
+std::vector<long> libraryFill(const std::vector<short>& samples, int first, int length, bool toldWhereItEnds)
+{
+    constexpr int rate = 44100;
+    const int frames = static_cast<int>(samples.size() / 2);
+    GapFiller filler(rate, 250 * rate / 1000, 2);
+    const int context = filler.contextLength(length);
+    std::vector<std::vector<float>> window(2, std::vector<float>(2 * context + length, 0.0f));
+    for (int i = 0; i < static_cast<int>(window[0].size()); ++i) {
+        const int f = first - context + i;
+        if (f >= 0 && f < frames)
+            for (int c = 0; c < 2; ++c) window[c][i] = samples[2 * f + c] / 32768.0f;
+    }
+    float* pointers[2] = {window[0].data(), window[1].data()};
+    if (toldWhereItEnds)
+        filler.fill(pointers, 2, context, length, std::min(context, first),
+                    std::min(context, frames - first - length));
+    else
+        filler.fill(pointers, 2, context, length);
+    std::vector<long> fill;
+    for (int i = 0; i < length; ++i)
+        for (int c = 0; c < 2; ++c) fill.push_back(std::lround(window[c][context + i] * 32768.0));
+    return fill;
+}
+
+long largestDifference(const std::vector<long>& fill, const std::vector<short>& out, int first)
+{
+    long most = 0;
+    for (std::size_t i = 0; i < fill.size(); ++i) most = std::max(most, std::abs(fill[i] - out[2 * first + i]));
+    return most;
+}
+
+}  // namespace
+
+// A dropout a few samples from either end of the file is filled from the audio there
+// is, not from the silence past the end: the command gives the filler's fill told
+// where the file ends (which differs by far from the one taking silence past it).
+TEST_F(DropoutCommand, DropoutsNearTheFilesEndsAreFilledFromTheAudioThereIs)
+{
+    writeDamaged("in.wav");
+    const int frames = 6 * rate, gap = rate / 50;
+    for (const int first : {frames - 100 - gap, 50}) {
+        const std::string region = " --start " + std::to_string(first) + " --length " + std::to_string(gap);
+        const auto run = ferrotip("repair " + path("in.wav") + " " + path("out.wav") + region);
+        ASSERT_EQ(run.status, 0) << run.output;
+        const std::vector<short> out = readShorts(path("out.wav"));
+        EXPECT_LE(largestDifference(libraryFill(damaged, first, gap, true), out, first), 1) << first;
+        EXPECT_GT(largestDifference(libraryFill(damaged, first, gap, false), out, first), 100) << first;
+    }
+}

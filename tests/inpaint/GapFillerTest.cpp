@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <random>
 #include <vector>
 
@@ -106,3 +107,106 @@ TEST(GapFiller, SilenceStaysSilent)
 }
 
 }  // namespace
+
+namespace {
+
+// Tones cut `tail` samples after a 20 ms gap, as at a recording's end (or before it,
+// at its start): the filled gap's SNR, told where the recording ends or not, and past
+// the end either silence or loud noise.
+struct NearAnEnd {
+    static constexpr int gap = rate / 50;
+    explicit NearAnEnd(int tail, bool atStart) : tail(tail), atStart(atStart)
+    {
+        const int context = filler.contextLength(gap);
+        original = tones(2 * context + gap, 7);
+        start = context;
+    }
+    // The gap's samples of every channel after filling.
+    std::vector<float> filledGap(bool toldWhereItEnds, float pastTheEnd)
+    {
+        std::vector<std::vector<float>> channels;
+        fill(toldWhereItEnds, pastTheEnd, &channels);
+        std::vector<float> samples;
+        for (const auto& c : channels) samples.insert(samples.end(), c.begin() + start, c.begin() + start + gap);
+        return samples;
+    }
+    double fill(bool toldWhereItEnds, float pastTheEnd, std::vector<std::vector<float>>* result = nullptr)
+    {
+        auto channels = original;
+        std::vector<float*> pointers;
+        for (auto& c : channels) {
+            std::fill_n(c.begin() + start, gap, 0.0f);
+            if (atStart) std::fill(c.begin(), c.begin() + start - tail, pastTheEnd);
+            else std::fill(c.begin() + start + gap + tail, c.end(), pastTheEnd);
+            pointers.push_back(c.data());
+        }
+        const int reach = filler.contextLength(gap);
+        allocations = testsupport::allocationsDuring([&] {
+            if (toldWhereItEnds)
+                filler.fill(pointers.data(), 2, start, gap, atStart ? tail : reach, atStart ? reach : tail);
+            else
+                filler.fill(pointers.data(), 2, start, gap);
+        });
+        if (result) *result = channels;
+        return snrDb(original[0], channels[0], start, gap);
+    }
+    GapFiller filler{rate, gap, 2};
+    int tail;
+    bool atStart;
+    int start = 0;
+    std::size_t allocations = 0;  // of the last fill
+    std::vector<std::vector<float>> original;
+};
+
+}  // namespace
+
+TEST(GapFiller, NearARecordingsEndReadsOnlyTheRecording)
+{
+    for (bool atStart : {false, true}) {
+        NearAnEnd setup(100, atStart);
+        EXPECT_EQ(setup.filledGap(true, 0.0f), setup.filledGap(true, 1e6f)) << (atStart ? "at the start" : "at the end");
+        EXPECT_EQ(setup.allocations, 0u);
+    }
+}
+
+TEST(GapFiller, NearARecordingsEndContinuesItInsteadOfFadingToSilence)
+{
+    for (bool atStart : {false, true})
+        for (int tail : {0, 100, 1000}) {
+            NearAnEnd setup(tail, atStart);
+            const double told = setup.fill(true, 0.0f), silence = setup.fill(false, 0.0f);
+            std::printf("%s, %d samples: %.1f dB, %.1f dB taking silence past it\n", atStart ? "start" : "end", tail,
+                        told, silence);
+            EXPECT_GT(told, silence + 3.0) << tail << (atStart ? " at the start" : " at the end");
+        }
+}
+
+TEST(GapFiller, AFewSamplesOfContextStillGiveAFiniteFill)
+{
+    NearAnEnd setup(0, false);
+    auto channels = setup.original;
+    std::vector<float*> pointers;
+    for (auto& c : channels) pointers.push_back(c.data());
+    for (int known : {0, 1, 5, 40, 2000}) {
+        setup.filler.fill(pointers.data(), 2, setup.start, setup.gap, known, known / 2);
+        for (const auto& c : channels)
+            for (float v : c) ASSERT_TRUE(std::isfinite(v)) << known;
+    }
+}
+
+TEST(GapFiller, LongGapsNearAnEndStillReadOnlyTheRecording)
+{
+    const int gap = rate / 10;
+    GapFiller filler(rate, gap, 1);
+    const int context = filler.contextLength(gap);
+    const auto original = tones(2 * context + gap, 9)[0];
+    std::vector<float> results[2];
+    for (float pastTheEnd : {0.0f, 1e6f}) {
+        auto samples = original;
+        std::fill(samples.begin() + context + gap + 300, samples.end(), pastTheEnd);
+        float* pointers[1] = {samples.data()};
+        filler.fill(pointers, 1, context, gap, context, 300);
+        results[pastTheEnd > 0.0f].assign(samples.begin() + context, samples.begin() + context + gap);
+    }
+    EXPECT_EQ(results[0], results[1]);
+}

@@ -12,7 +12,10 @@
 // context:order:passes:maxGap[:minGap] in ms), INPAINT_HOLD_OUT_MS, INPAINT_PATTERN
 // (minGap:reach:border:trust), INPAINT_LONG (borderShare:longTrust:longGap),
 // INPAINT_ERROR_WEIGHTS (maxGap:power), INPAINT_UNIT_GAIN (maxGap:trust),
-// INPAINT_WHITE and INPAINT_NO_VALIDATION set the filler's parameters for experiments.
+// INPAINT_WHITE, INPAINT_NO_VALIDATION and INPAINT_EDGE_ITERATIONS (iterations[:maxGap])
+// set the filler's parameters for experiments. INPAINT_EDGE=N ends the recording N
+// samples after each gap (INPAINT_EDGE_SIDE=before: N samples before it), and the
+// filler is told so unless INPAINT_EDGE_BLIND is set (then it takes silence past the end).
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -62,6 +65,7 @@ InpaintSettings settingsFromEnvironment()
     if (const char* v = std::getenv("INPAINT_HOLD_OUT_MS")) s.holdOutMaxGapMs = std::atof(v);
     if (std::getenv("INPAINT_NO_VALIDATION")) s.validate = false;
     if (const char* v = std::getenv("INPAINT_WHITE")) s.whiteFloor = std::atof(v);
+    if (const char* v = std::getenv("INPAINT_EDGE_ITERATIONS")) std::sscanf(v, "%d:%lf", &s.edgeIterations, &s.edgeMaxGapMs);
     if (const char* v = std::getenv("INPAINT_ERROR_WEIGHTS"))
         std::sscanf(v, "%lf:%d", &s.errorWeightMaxGapMs, &s.errorWeightPower);
     if (const char* v = std::getenv("INPAINT_UNIT_GAIN"))
@@ -72,6 +76,28 @@ InpaintSettings settingsFromEnvironment()
 Filler gapFiller(const InpaintSettings& settings)
 {
     return [settings](std::vector<std::vector<float>>& window, int gapStart, int gapLength, int rate) {
+        if (const char* edge = std::getenv("INPAINT_EDGE")) {
+            const int keep = std::atoi(edge);
+            const char* side = std::getenv("INPAINT_EDGE_SIDE");
+            const bool before = side && std::string(side) == "before";
+            auto cut = window;
+            for (auto& channel : cut) {
+                if (before) std::fill(channel.begin(), channel.begin() + gapStart - keep, 0.0f);
+                else std::fill(channel.begin() + gapStart + gapLength + keep, channel.end(), 0.0f);
+            }
+            GapFiller filler(rate, gapLength, static_cast<int>(cut.size()), settings);
+            std::vector<float*> pointers;
+            for (auto& channel : cut) pointers.push_back(channel.data());
+            const int reach = filler.contextLength(gapLength);
+            if (std::getenv("INPAINT_EDGE_BLIND"))
+                filler.fill(pointers.data(), static_cast<int>(pointers.size()), gapStart, gapLength);
+            else
+                filler.fill(pointers.data(), static_cast<int>(pointers.size()), gapStart, gapLength,
+                            before ? keep : reach, before ? reach : keep);
+            for (std::size_t c = 0; c < window.size(); ++c)
+                std::copy_n(cut[c].begin() + gapStart, gapLength, window[c].begin() + gapStart);
+            return;
+        }
         GapFiller filler(rate, gapLength, static_cast<int>(window.size()), settings);
         std::vector<float*> pointers;
         for (auto& channel : window) pointers.push_back(channel.data());
