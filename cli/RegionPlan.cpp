@@ -106,7 +106,11 @@ public:
         RepairOutcome outcome;
         if (r.choice.method) {
             RepairWindow plan{r.first - before, before + after, static_cast<int>(before)};
-            outcome = runRepair(selected, rate, plan, length, *r.choice.method);
+            try {
+                outcome = runRepair(selected, rate, plan, length, *r.choice.method);
+            } catch (const CliError& error) {
+                throw CliError(r.origin + ": " + error.what());
+            }
         } else {
             std::vector<float*> pointers;
             for (auto& channel : selected) pointers.push_back(channel.data());
@@ -115,6 +119,7 @@ public:
             const std::int64_t audioAfter = std::min(after - length, source_.frames() - r.first - length);
             filler_.fill(pointers.data(), static_cast<int>(pointers.size()), static_cast<int>(before), length,
                          static_cast<int>(audioBefore), static_cast<int>(audioAfter));
+            requireFiniteRepair(selected, r.origin + ": \"inpaint\"");
         }
         Patch patch = changedStretch(r.first - before, selected, which,
                                      readWindow(source_, r.first - before, before + after, earlier));

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cmath>
 
 #include "CliError.h"
 #include "module/MethodReach.h"
@@ -84,6 +85,15 @@ RepairWindow planRepair(const MethodInfo& method, int sampleRate, std::int64_t s
     return window;
 }
 
+void requireFiniteRepair(const std::vector<std::vector<float>>& channels, const std::string& who)
+{
+    for (const auto& channel : channels)
+        for (float v : channel)
+            if (!std::isfinite(v))
+                throw CliError(who + " gave samples that are not finite, as the audio around the region is too loud "
+                               "for its single-precision sums; scale the audio down, or use --method inpaint");
+}
+
 RepairOutcome runRepair(std::vector<std::vector<float>>& channels, int sampleRate,
                         const RepairWindow& window, int length, const MethodInfo& method)
 {
@@ -96,5 +106,6 @@ RepairOutcome runRepair(std::vector<std::vector<float>>& channels, int sampleRat
     if (outcome.result != 0)
         throw CliError("\"" + method.name + "\" refused the region (code " +
                        std::to_string(outcome.result) + ")");
+    requireFiniteRepair(channels, "\"" + method.name + "\"");
     return outcome;
 }

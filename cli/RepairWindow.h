@@ -52,7 +52,14 @@ inline constexpr int maxRepairRate = 384000;
 RepairWindow planRepair(const MethodInfo& method, int sampleRate, std::int64_t start,
                         std::int64_t length);
 
+// Throws CliError naming `who` when a repaired window holds infinities or NaN: a
+// method's single-precision sums overflow on audio far louder than any recording's
+// scale (squares beyond float's range, from samples of about 1e19 up). The windows
+// hold none before (the command reads such samples as 0), so nothing else put them in.
+void requireFiniteRepair(const std::vector<std::vector<float>>& channels, const std::string& who);
+
 // Runs process() on per-channel windows (each window.length samples, normalised to
-// [-1, 1)). Throws CliError when the module refuses.
+// [-1, 1)). Throws CliError when the module refuses, or gives samples that are not
+// finite.
 RepairOutcome runRepair(std::vector<std::vector<float>>& channels, int sampleRate,
                         const RepairWindow& window, int length, const MethodInfo& method);

@@ -386,3 +386,41 @@ TEST_F(CliTest, LossyFilesSayTheWholeFileIsReencoded)
 }
 
 }  // namespace
+
+namespace {
+
+// A float file whose tone peaks at `peak`, with a dropout at frames 20000..20499.
+void writeLoudFloatFile(const std::string& path, double peak)
+{
+    SF_INFO info{};
+    info.samplerate = 44100;
+    info.channels = 1;
+    info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
+    ASSERT_NE(file, nullptr) << sf_strerror(nullptr);
+    sf_command(file, SFC_SET_NORM_FLOAT, nullptr, SF_FALSE);
+    std::vector<float> data(48000);
+    for (int t = 0; t < 48000; ++t) data[t] = static_cast<float>(peak * std::sin(0.031 * t));
+    std::fill(data.begin() + 20000, data.begin() + 20500, 0.0f);
+    sf_writef_float(file, data.data(), 48000);
+    sf_close(file);
+}
+
+}  // namespace
+
+// Audio far beyond any recording's scale overflows a waveform method's float sums:
+// the command says so and writes nothing, where the gap filler (in double) still works.
+TEST_F(CliTest, RepairsThatOverflowAreRefusedNotWritten)
+{
+    writeLoudFloatFile(path("loud.wav"), 1e37);
+    const std::string out = path("out.wav");
+    const Outcome waveform = ferrotip("repair " + path("loud.wav") + " " + out + " --start 20000 --length 500 -m 3");
+    EXPECT_EQ(waveform.status, 1);
+    EXPECT_NE(waveform.output.find("not finite"), std::string::npos) << waveform.output;
+    EXPECT_NE(waveform.output.find("--method inpaint"), std::string::npos) << waveform.output;
+    EXPECT_FALSE(fs::exists(out));
+    const Outcome inpaint = ferrotip("repair " + path("loud.wav") + " " + out + " --start 20000 --length 500");
+    EXPECT_EQ(inpaint.status, 0) << inpaint.output;
+    const auto repaired = testsupport::readSoundFile<float>(out);
+    for (float v : repaired.samples) ASSERT_TRUE(std::isfinite(v));
+}
