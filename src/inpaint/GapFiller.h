@@ -27,8 +27,9 @@
 // many of them are the recording's (near its ends). Up to edgeMaxGapMs the models are
 // then estimated from those alone and the fill minimises only the prediction errors
 // that lie within the recording (EdgeLeastSquares), so that nothing past the end
-// pulls it towards silence; longer gaps take the audio past the end as silence. The constructor allocates for gaps up to maxGap samples and
-// up to maxChannels channels; fill never allocates. Double arithmetic in plain loops
+// pulls it towards silence; longer gaps take the audio past the end as silence.
+// The constructor allocates for gaps up to maxGap samples and up to maxChannels
+// channels; fill never allocates. Double arithmetic in plain loops
 // and the signal library's FFT: the same bits on every platform and path for the same
 // maxGap (which sets the transform size). One thread at a time per object.
 #pragma once
