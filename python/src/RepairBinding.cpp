@@ -279,7 +279,8 @@ method  "auto" (the default: chosen by the region's length), "inpaint" (the
         name, any case ('normal clicks'); see methods().
 
 The repair works on the window that `ferrotip repair` builds: the method's
-reach around the region, zeros beyond the array's ends. The result is a new
+reach around the region, zeros beyond the array's ends (which the gap filler,
+told where the array ends, does not read). The result is a new
 array of the same shape, bit-identical to `ferrotip repair` on a float32 file
 with the same audio: each call starts the dither of the click methods afresh,
 so the result depends on the arguments alone. left_fade and right_fade are the
