@@ -67,19 +67,28 @@ void DropoutScanner::take(int channel, double sample)
     }
     while (!s.pending.empty() && s.pending.front().rightCount == criteria_.guard) {
         const Pending& p = s.pending.front();
-        if (p.rightEnergy >= squaredFloor * criteria_.guard && p.nearEnergy >= squaredFloor * near)
-            s.found.push_back({p.first, p.last, p.value});
+        if (rightLoud(p)) s.found.push_back({p.first, p.last, p.value});
         s.pending.erase(s.pending.begin());
     }
     s.highest = std::max(s.highest, sample);
     s.lowest = std::min(s.lowest, sample);
     const std::int64_t size = static_cast<std::int64_t>(s.history.size());
     s.history[position % size] = sample;
-    // When the run reaches its shortest length, its left side is still in the history.
-    if (position - s.runStart + 1 == criteria_.minRun)
-        s.leftLoud = s.runStart >= criteria_.guard &&
-                     historyEnergy(s, s.runStart - criteria_.guard, criteria_.guard) >= squaredFloor * criteria_.guard &&
+    // When the run reaches its shortest length, its left side is still in the history
+    // (within a guard of the stream's start, what there is of it, the near frames at least).
+    if (position - s.runStart + 1 == criteria_.minRun) {
+        const int left = static_cast<int>(std::min<std::int64_t>(s.runStart, criteria_.guard));
+        s.leftLoud = left >= near && historyEnergy(s, s.runStart - left, left) >= squaredFloor * left &&
                      historyEnergy(s, s.runStart - near, near) >= squaredFloor * near;
+    }
+}
+
+// Whether a pending run's right side, guard frames or fewer at the stream's end, has sound.
+bool DropoutScanner::rightLoud(const Pending& p) const
+{
+    const double squaredFloor = criteria_.floor * criteria_.floor;
+    const int near = nearFrames();
+    return p.rightCount >= near && p.rightEnergy >= squaredFloor * p.rightCount && p.nearEnergy >= squaredFloor * near;
 }
 
 // A value held at the channel's peak of its sign is a clip level, wherever it lies.
@@ -91,7 +100,13 @@ bool DropoutScanner::clipped(const ChannelState& s, double value) const
 
 std::vector<Dropout> DropoutScanner::finish()
 {
-    // A run still open touches the end, and pending runs lack their right side: neither counts.
+    // A run still open touches the end and does not count; a pending one is judged by
+    // what there is of its right side.
+    for (ChannelState& s : states) {
+        for (const Pending& p : s.pending)
+            if (rightLoud(p)) s.found.push_back({p.first, p.last, p.value});
+        s.pending.clear();
+    }
     std::vector<std::vector<Dropout>> runs(states.size());
     std::map<std::pair<std::int64_t, std::int64_t>, int> channelsWith;
     for (int c = 0; c < channels_; ++c)

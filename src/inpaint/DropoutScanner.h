@@ -3,15 +3,16 @@
 // both sides: the rms of the `guard` frames before the run and of the `guard` frames
 // after it at or above `floor` (linear, in the samples' own scale), and so is the rms
 // of the guard / 5 frames right next to it on each side, which tells a fade to zero
-// (quiet just before the run) from sound cut off. Runs that touch
+// (quiet just before the run) from sound cut off. Within a guard of the stream's start
+// or end a side is judged by what there is of it, at least those guard / 5 frames
+// (a gap filler told where the recording ends mends such a run too). Runs that touch
 // the stream's start or end, runs longer than maxRun (silence between tracks), runs
 // after a fade (quiet before them) and runs held at or above `clipLevel`, or within 1%
 // of the channel's peak of their sign (clipping, below full scale too, not a dropout),
 // are not dropouts.
 //
 // Frames go in by push() in blocks of any size; the same dropouts come out whatever
-// the blocks. finish() reports the runs still waiting for their right side (none of
-// which qualifies, as the stream has ended). Per channel; a dropout found with the
+// the blocks. finish() also judges the runs still waiting for their right side. Per channel; a dropout found with the
 // same bounds in every channel is reported once for all of them. The constructor
 // allocates; push stores each dropout found (amortised growth of the list). One
 // thread at a time.
@@ -69,6 +70,7 @@ private:
     void take(int channel, double sample);
     void endRun(ChannelState& s, double after);
     bool enteredOrLeftByAJump(const ChannelState& s, double after) const;
+    bool rightLoud(const Pending& p) const;
     int nearFrames() const;
     double historyEnergy(const ChannelState& s, std::int64_t from, int count) const;
 

@@ -1,6 +1,6 @@
 // Dropouts inserted into real recordings are all found with their exact bounds;
 // clean recordings, silence between passages, fades to zero and the stream's ends
-// give nothing; the blocks the frames come in change nothing.
+// give nothing, while a dropout a few milliseconds from an end is found; the blocks the frames come in change nothing.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -169,6 +169,27 @@ TEST(DropoutScanner, SilenceFadesAndEndsAreNotDropouts)
     tone(rate, 0.5, 0.5);
     zeros(rate / 20);             // the end
     EXPECT_TRUE(scan(frames, rate, 4096).empty());
+}
+
+// Within 10 ms of the stream's start or end a dropout is judged by the sound there is
+// on that side, at least the 2 ms next to it; with less it is not reported.
+TEST(DropoutScanner, DropoutsNearTheEndsAreFoundWithTheSoundThereIs)
+{
+    const int rate = 44100;
+    const auto scanWithDropouts = [&](std::vector<std::pair<int, int>> spans) {
+        std::vector<double> frames(2 * rate);
+        for (std::size_t f = 0; f < frames.size() / 2; ++f)
+            frames[2 * f] = frames[2 * f + 1] = 0.3 * std::sin(0.05 * static_cast<double>(f));
+        for (const auto& [first, last] : spans)
+            for (int f = first; f <= last; ++f) frames[2 * f] = frames[2 * f + 1] = 0.0;
+        return scan(frames, rate, 1000);
+    };
+    const int near = rate / 500;  // 2 ms
+    const auto found = scanWithDropouts({{near + 10, near + 400}, {rate - near - 410, rate - near - 11}});
+    ASSERT_EQ(found.size(), 2u);
+    EXPECT_EQ(found[0].first, near + 10);
+    EXPECT_EQ(found[1].last, rate - near - 11);
+    EXPECT_TRUE(scanWithDropouts({{near - 10, 400}, {rate - 400, rate - near + 9}}).empty());
 }
 
 // Clipped below full scale, a recording holds its clip level for runs as long as a
