@@ -16,6 +16,7 @@
 #include "support/CommandRunner.h"
 #include "support/FileChecksum.h"
 #include "support/SoundFileReader.h"
+#include "support/SoundFileWriter.h"
 #include "support/TempDir.h"
 
 namespace fs = std::filesystem;
@@ -385,28 +386,14 @@ TEST_F(CliTest, LossyFilesSayTheWholeFileIsReencoded)
     EXPECT_EQ(lossless.output.find("re-encoded"), std::string::npos) << lossless.output;
 }
 
-}  // namespace
-
-namespace {
-
 // A float file whose tone peaks at `peak`, with a dropout at frames 20000..20499.
 void writeLoudFloatFile(const std::string& path, double peak)
 {
-    SF_INFO info{};
-    info.samplerate = 44100;
-    info.channels = 1;
-    info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
-    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
-    ASSERT_NE(file, nullptr) << sf_strerror(nullptr);
-    sf_command(file, SFC_SET_NORM_FLOAT, nullptr, SF_FALSE);
     std::vector<float> data(48000);
     for (int t = 0; t < 48000; ++t) data[t] = static_cast<float>(peak * std::sin(0.031 * t));
     std::fill(data.begin() + 20000, data.begin() + 20500, 0.0f);
-    sf_writef_float(file, data.data(), 48000);
-    sf_close(file);
+    testsupport::writeSoundFile(path, data, 1, 44100, SF_FORMAT_WAV | SF_FORMAT_FLOAT);
 }
-
-}  // namespace
 
 // Audio far beyond any recording's scale overflows a waveform method's float sums:
 // the command says so and writes nothing, where the gap filler (in double) still works.
@@ -424,3 +411,5 @@ TEST_F(CliTest, RepairsThatOverflowAreRefusedNotWritten)
     const auto repaired = testsupport::readSoundFile<float>(out);
     for (float v : repaired.samples) ASSERT_TRUE(std::isfinite(v));
 }
+
+}  // namespace
