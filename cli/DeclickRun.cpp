@@ -15,8 +15,8 @@ constexpr int chunkTarget = 16384;
 // Frames each edge of a recording is continued by, at least: the engines' analysis
 // and the refill's models reach a few hundred samples.
 constexpr int minEdge = 1024;
-// Prediction error / its robust level that makes fine crackle, for presets that fill it.
-constexpr double fineCrackleThreshold = 6.0;
+// Matched-filter peak / the errors' robust level that makes fine crackle, for presets that fill it.
+constexpr double fineCrackleThreshold = 8.0;
 
 // Refuses nan and infinities, which every range check lets through or names badly.
 const CLI::Validator finiteNumber(

@@ -1,7 +1,9 @@
 #include "declick/ImpulseFinder.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
+#include <cstring>
 #include <numbers>
 #include <optional>
 #include <utility>
@@ -56,20 +58,45 @@ int ImpulseFinder::gatherBlockErrors(int validFrom, int validTo)
     return count;
 }
 
+namespace {
+
+typedef double Pair __attribute__((vector_size(2 * sizeof(double))));
+typedef long long PairBits __attribute__((vector_size(2 * sizeof(long long))));
+
+// The largest |x[i]| for i in [0, count), in four partial maxima (two pairs, which the
+// compiler keeps in vector registers): the largest of a set is the same in any order.
+double largestMagnitude(const double* x, int count)
+{
+    const PairBits magnitudeBits = {0x7fffffffffffffffLL, 0x7fffffffffffffffLL};
+    Pair low = {0.0, 0.0};
+    Pair high = {0.0, 0.0};
+    int i = 0;
+    for (; i + 4 <= count; i += 4) {
+        PairBits a;
+        PairBits b;
+        std::memcpy(&a, x + i, sizeof a);
+        std::memcpy(&b, x + i + 2, sizeof b);
+        const Pair u = std::bit_cast<Pair>(a & magnitudeBits);
+        const Pair v = std::bit_cast<Pair>(b & magnitudeBits);
+        low = low > u ? low : u;
+        high = high > v ? high : v;
+    }
+    double largest = 0.0;
+    for (const double lane : {low[0], low[1], high[0], high[1]}) largest = std::max(largest, lane);
+    for (; i < count; ++i) largest = std::max(largest, std::fabs(x[i]));
+    return largest;
+}
+
+}  // namespace
+
 // The largest |forward error| among computed positions [from, to) where it is judged
-// (its `order` samples before it and itself inside the recording). Four partial
-// maxima: the largest of a set is the same in any order.
+// (its `order` samples before it and itself inside the recording).
 double ImpulseFinder::largestForwardError(int from, int to, int validFrom, int validTo) const
 {
     const int origin = context - wideReach;  // window position of computed[0]
     from = std::max(from, validFrom + order - origin);
     to = std::min(to, validTo - origin);
-    std::array<double, 4> largest{};
-    int i = from;
-    for (; i + 4 <= to; i += 4)
-        for (int lane = 0; lane < 4; ++lane) largest[lane] = std::max(largest[lane], std::fabs(forwardErrors_[i + lane]));
-    for (; i < to; ++i) largest[0] = std::max(largest[0], std::fabs(forwardErrors_[i]));
-    return std::max(std::max(largest[0], largest[1]), std::max(largest[2], largest[3]));
+    return from < to ? largestMagnitude(forwardErrors_.data() + from, to - from) : 0.0;
 }
 
 // Whether the median of magnitudes_[0, count) is at least `bound`: at most count / 2
@@ -159,52 +186,122 @@ double ImpulseFinder::localErrorLevel(int runStart, int runEnd)
     return median / medianToDeviation;
 }
 
-// The fine crackle in the run of fine flags [runStart, runEnd] (computed positions),
-// if the run is one, with its peak error over the block's level.
-std::optional<ImpulseFinder::Impulse> ImpulseFinder::fineIn(int runStart, int runEnd, double level)
+// Computed positions whose matched filter reads only errors that are judged: its
+// samples `order` before to `order` after the position inside the recording.
+std::pair<int, int> ImpulseFinder::matchedRange(int validFrom, int validTo) const
+{
+    const int origin = context - wideReach;  // window position of computed[0]
+    return {std::max(validFrom + order - origin, 0), std::min(validTo - order - origin, matchedCount)};
+}
+
+namespace {
+
+[[gnu::always_inline]] inline double larger(double a, double b) { return a > b ? a : b; }
+
+// score[i] = the largest of |m[i]| w[0], |m[i] + m[i + 1]| w[1] and
+// |m[i] + m[i + 1] + m[i + 2]| w[2] for i in [0, count), the sums taken only as far as
+// m reaches (m[0, count)); returns the largest score. Plain loops over independent
+// positions, which the compiler spreads over vector lanes without changing a bit.
+double scorePulses(const double* m, const std::array<double, 3>& w, double* score, int count)
+{
+    static_assert(ImpulseFinder::pulseLengths == 3);
+    for (int i = 0; i < count; ++i) score[i] = std::fabs(m[i]) * w[0];
+    for (int i = 0; i + 1 < count; ++i) score[i] = larger(score[i], std::fabs(m[i] + m[i + 1]) * w[1]);
+    for (int i = 0; i + 2 < count; ++i) score[i] = larger(score[i], std::fabs(m[i] + m[i + 1] + m[i + 2]) * w[2]);
+    return largestMagnitude(score, count);  // scores are not negative
+}
+
+}  // namespace
+
+// Whether fine crackle may be found in the block: the matched filter
+// matched_[i] = sum over j in [0, order] of model[j] * forward error[i + j], and the
+// score of a pulse of L samples at i, |matched_[i] + ... + matched_[i + L - 1]| over
+// that sum's deviation for white errors of unit level, largest over L, in score_.
+// No score can pass where the median already lies as high as the largest would
+// need; most blocks are ruled out by a bound before any score is taken.
+bool ImpulseFinder::fineCracklePossible(int validFrom, int validTo, int count)
+{
+    const auto [from, to] = matchedRange(validFrom, validTo);
+    if (from >= to) return false;
+    impulse_kernels::predictionErrors(kernelPath_, forwardErrors_.data(), model_.data(), order, 1, matched_.data(),
+                                      matchedCount);
+    std::array<double, pulseLengths> lags{};  // autocorrelation of the model's coefficients
+    for (int k = 0; k < pulseLengths; ++k)
+        for (int j = 0; j + k <= order; ++j) lags[k] += model_[j] * model_[j + k];
+    std::array<double, pulseLengths> weights{};
+    double gain = 0.0;  // a score is at most gain * max |matched_|
+    for (int length = 1; length <= pulseLengths; ++length) {
+        double variance = length * lags[0];
+        for (int k = 1; k < length; ++k) variance += 2.0 * (length - k) * lags[k];
+        weights[length - 1] = 1.0 / std::sqrt(variance);
+        gain = std::max(gain, length * weights[length - 1]);
+    }
+    const auto passable = [&](double largestScore) {
+        return !medianAtLeast(count, largestScore * medianToDeviation / fineThreshold_);
+    };
+    // (A hair above the bound, for the sums' rounding.)
+    if (!passable(gain * largestMagnitude(matched_.data() + from, to - from) * (1.0 + 1e-9))) return false;
+    return passable(scorePulses(matched_.data() + from, weights, score_.data() + from, to - from));
+}
+
+// First forward flag to last backward flag at fineExtentShare of the fine threshold,
+// from fineSpread samples before the run of matched flags [runStart, runEnd] to as
+// far after it; the run itself where no forward error stands out.
+std::pair<int, int> ImpulseFinder::fineExtentOf(int runStart, int runEnd, int validFrom, int validTo,
+                                                double level) const
+{
+    const double limit = fineExtentShare * fineThreshold_ * level;
+    const int origin = context - wideReach;
+    int first = -1;
+    int last = -1;
+    for (int i = std::max(runStart - fineSpread, 0); i <= std::min(runEnd + fineSpread, computed - 1); ++i) {
+        const int n = origin + i;
+        if (first < 0 && n - order >= validFrom && n < validTo && std::fabs(forwardErrors_[i]) > limit) first = i;
+        if (n >= validFrom && n + order < validTo && std::fabs(backwardErrors_[i]) > limit) last = i;
+    }
+    if (first < 0) return {runStart, runEnd};
+    return {first, last >= first ? last : std::max(runEnd, first)};
+}
+
+// The fine crackle in the run of matched flags [runStart, runEnd] (computed
+// positions), if the run starts in the block and stands out of its surroundings too.
+std::optional<ImpulseFinder::Impulse> ImpulseFinder::fineIn(int runStart, int runEnd, int validFrom, int validTo,
+                                                            double level)
 {
     const bool startsInBlock = runStart >= wideReach && runStart < wideReach + block;
-    if (!startsInBlock || runEnd - runStart > fineJoin + 2 * order) return std::nullopt;
-    const auto extent = flaggedExtent(fineForward_.data(), fineBackward_.data(), runStart, runEnd);
-    if (!extent || extent->second - extent->first >= fineJoin) return std::nullopt;
+    if (!startsInBlock) return std::nullopt;
+    const auto [first, last] = fineExtentOf(runStart, runEnd, validFrom, validTo, level);
+    if (last - first >= fineLongest) return std::nullopt;
     double peak = 0.0;
-    for (int i = runStart; i <= runEnd; ++i)
-        peak = std::max({peak, std::fabs(forwardErrors_[i]), std::fabs(backwardErrors_[i])});
+    for (int i = runStart; i <= runEnd; ++i) peak = std::max(peak, score_[i]);
     if (peak < fineThreshold_ * localErrorLevel(runStart, runEnd)) return std::nullopt;
-    return Impulse{extent->first - wideReach, extent->second - wideReach, peak / level};
+    return Impulse{first - wideReach, last - wideReach, peak / level};
 }
 
 void ImpulseFinder::findFine(int validFrom, int validTo, double level, std::vector<Impulse>& fine)
 {
     const double limit = fineThreshold_ * level;
-    for (int i = 0; i < computed; ++i) {
-        const int n = context - wideReach + i;
-        fineForward_[i] = n - order >= validFrom && n < validTo && std::fabs(forwardErrors_[i]) > limit;
-        fineBackward_[i] = n >= validFrom && n + order < validTo && std::fabs(backwardErrors_[i]) > limit;
-    }
-    blockFine_.clear();
+    const auto [from, to] = matchedRange(validFrom, validTo);
     int runStart = -1;
     int lastFlag = 0;
+    blockFine_.clear();
     const auto closeRun = [&] {
-        if (const auto candidate = fineIn(runStart, lastFlag, level)) blockFine_.push_back(*candidate);
+        if (const auto crackle = fineIn(runStart, lastFlag, validFrom, validTo, level)) blockFine_.push_back(*crackle);
     };
-    for (int i = 0; i < computed; ++i) {
+    for (int i = from; i < to; ++i) {
         if (runStart >= 0 && i - lastFlag > fineJoin) {
             closeRun();
             runStart = -1;
         }
-        if (fineForward_[i] || fineBackward_[i]) {
+        if (score_[i] > limit) {
             if (runStart < 0) runStart = i;
             lastFlag = i;
         }
     }
     if (runStart >= 0) closeRun();
-    if (static_cast<int>(blockFine_.size()) > finePerBlock) return;
-    for (const Impulse& candidate : blockFine_) {
-        const int extent = candidate.last - candidate.first + 1;
-        if (extent <= fineExtent || (extent <= fineLongExtent && candidate.peak > fineLongThreshold))
-            fine.push_back(candidate);
-    }
+    // A sawtooth bass's corner in every cycle looks like an impulse to the model;
+    // crackle comes a few times a block at most.
+    if (static_cast<int>(blockFine_.size()) <= finePerBlock) fine.insert(fine.end(), blockFine_.begin(), blockFine_.end());
 }
 
 void ImpulseFinder::find(std::span<const float, window> samples, int validFrom, int validTo,
@@ -214,12 +311,12 @@ void ImpulseFinder::find(std::span<const float, window> samples, int validFrom, 
     predictionErrors(-1, forwardErrors_);
     const int count = gatherBlockErrors(validFrom, validTo);
     if (count == 0) return;
-    // Most blocks hold no impulse: where the median already lies as high as the
-    // largest error would need, nothing can pass, and the median need not be found.
+    // Most blocks hold neither: where the median already lies as high as the largest
+    // error (or pulse score) would need, nothing can pass, and the median need not be
+    // found.
     const double largest = largestForwardError(narrowOffset, narrowOffset + judged, validFrom, validTo);
     const bool impulsePossible = !medianAtLeast(count, largest * medianToDeviation / threshold_);
-    const bool finePossible = fine != nullptr && fineThreshold_ > 0.0 &&
-                              !medianAtLeast(count, largestForwardError(0, computed, validFrom, validTo) * medianToDeviation / fineThreshold_);
+    const bool finePossible = fine != nullptr && fineThreshold_ > 0.0 && fineCracklePossible(validFrom, validTo, count);
     if (!impulsePossible && !finePossible) return;
     const double level = robustErrorLevel(samples, count);
     const double limit = threshold_ * level;

@@ -11,6 +11,17 @@
 // last backward flag (the last one the future cannot). A transient that goes on
 // (a drum's attack) keeps flagging and is left alone.
 //
+// Fine crackle, faint beside the music, is found by the matched filter of the
+// forward errors (the errors filtered by the time-reversed model). An impulse's
+// errors are the model's own coefficients and add up in it coherently, lifting it
+// by the model's norm above the error level, while the error bursts of a transient
+// the model cannot follow do not line up. A crackle of two or three samples of one
+// sign adds up over neighbouring outputs, so each position scores the largest of the
+// sums of one, two and three outputs, each over its deviation for white errors. A
+// sample is flagged where its score exceeds fineThreshold times the errors' robust
+// level; the crackle's extent is then read off the prediction errors around the run
+// at half that threshold (first forward flag to last backward flag).
+//
 // Plain double arithmetic in a fixed order: the same bits on every path
 // (ImpulseKernels.h). find() allocates only while its output grows; one thread at
 // a time per object.
@@ -19,6 +30,7 @@
 #include <array>
 #include <optional>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "declick/TaperedModel.h"
@@ -35,15 +47,16 @@ public:
     struct Impulse {
         int first;  // relative to the block's first sample
         int last;
-        double peak = 0.0;  // the largest error in it over the block's robust level (fine crackle)
+        double peak = 0.0;  // fine crackle: its largest score over the block's robust level
     };
 
-    static constexpr int fineJoin = 8;
-    static constexpr int fineExtent = 3;
-    static constexpr int fineLongExtent = 5;
-    static constexpr double fineLongThreshold = 20.0;
+    static constexpr int fineJoin = 8;     // flags closer than this join one run
+    static constexpr int fineLongest = 5;  // samples, first forward flag to last backward flag
+    static constexpr int fineSpread = 4;   // samples beyond a run searched for its extent
+    static constexpr int finePerBlock = 3; // a block with more runs keeps none of them
+    static constexpr int pulseLengths = 3; // scores sum 1 to this many matched-filter outputs
+    static constexpr double fineExtentShare = 0.5;
     static constexpr int localReach = 128;
-    static constexpr int finePerBlock = 2;
 
     // fineThreshold 0: no fine crackle is looked for.
     explicit ImpulseFinder(double threshold, double fineThreshold = 0.0);
@@ -66,6 +79,8 @@ private:
     static constexpr int wideReach = localReach + fineJoin + 2 * order;
     static constexpr int computed = wideReach + block + wideReach;
     static constexpr int narrowOffset = wideReach - reach;  // judged[0] in computed
+    // The matched filter reads `order` errors ahead: its last `order` positions are not computed.
+    static constexpr int matchedCount = computed - order;
     static_assert(wideReach >= reach && wideReach + order <= context);
 
     bool fitModel(std::span<const float, window> samples);
@@ -79,8 +94,11 @@ private:
     void flagOutliers(int validFrom, int validTo, double limit);
     std::optional<Impulse> impulseIn(int runStart, int runEnd) const;
     void collectRuns(std::vector<Impulse>& found) const;
+    std::pair<int, int> matchedRange(int validFrom, int validTo) const;
+    bool fineCracklePossible(int validFrom, int validTo, int count);
     void findFine(int validFrom, int validTo, double level, std::vector<Impulse>& fine);
-    std::optional<Impulse> fineIn(int runStart, int runEnd, double level);
+    std::pair<int, int> fineExtentOf(int runStart, int runEnd, int validFrom, int validTo, double level) const;
+    std::optional<Impulse> fineIn(int runStart, int runEnd, int validFrom, int validTo, double level);
     double localErrorLevel(int runStart, int runEnd);
 
     double threshold_;
@@ -93,11 +111,11 @@ private:
     TaperedModel<order>::Model model_{};  // prediction error filter, model_[0] = 1
     std::array<bool, judged> forward_{};
     std::array<bool, judged> backward_{};
-    std::array<bool, computed> fineForward_{};
-    std::array<bool, computed> fineBackward_{};
     std::array<double, computed> forwardErrors_{};
     std::array<double, computed> backwardErrors_{};
+    std::array<double, matchedCount> matched_{};  // matched filter of the forward errors, unscaled
+    std::array<double, matchedCount> score_{};    // pulse scores (fineCracklePossible)
     std::array<double, block> magnitudes_{};
     std::array<double, 2 * localReach + fineJoin + 2 * order> local_{};
-    std::vector<Impulse> blockFine_;
+    std::vector<Impulse> blockFine_;  // the block's fine crackle, kept between blocks
 };

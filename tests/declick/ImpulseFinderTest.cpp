@@ -96,7 +96,7 @@ TEST(ImpulseFinder, FindsALoneSampleInDigitalSilence)
     EXPECT_EQ(findAll(silence), (std::vector<Found>{{4321, 4321}}));
 }
 
-constexpr double fineThreshold = 6.0;
+constexpr double fineThreshold = 8.0;
 
 // Faint clicks of one to three samples, about 20 times the music's prediction error
 // (its noise) and a fifth of its rms: far below what makes an impulse.
@@ -112,7 +112,7 @@ TEST(ImpulseFinder, FindsFaintCrackleThatNoImpulseSearchWouldSee)
     for (int k = 0; k < 6; ++k) {
         EXPECT_LE(search.fine[k].first, positions[k]) << k;
         EXPECT_GE(search.fine[k].last, positions[k] + k % 3) << k;
-        EXPECT_LT(search.fine[k].last - search.fine[k].first, ImpulseFinder::fineExtent + 2) << k;
+        EXPECT_LT(search.fine[k].last - search.fine[k].first, ImpulseFinder::fineLongest) << k;
     }
     // Without a fine threshold none is looked for.
     EXPECT_TRUE(searchAll(music, 0.0).fine.empty());
