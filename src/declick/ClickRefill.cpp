@@ -60,8 +60,8 @@ ClickRefill::ClickRefill(int channels, int sampleRate, std::int64_t total, const
     const MethodReach longest = reachFor(sampleRate, std::max(maxLength_, 1));
     reachBefore_ = longest.before;
     reachAfter_ = longest.after;
-    holdBack_ = settleLag_ + 3 * margin_ + 2 + maxLength_ + reachBefore_;
-    if (findsFine_) holdBack_ = std::max(holdBack_, settleLag_ + margin_ + 1 + ShortGapFill::reachBefore);
+    holdBack_ = settleLag_ + 3 * widestMargin() + 2 + maxLength_ + reachBefore_;
+    if (findsFine_) holdBack_ = std::max(holdBack_, settleLag_ + widestMargin() + 1 + ShortGapFill::reachBefore);
 }
 
 void ClickRefill::addInput(const float* const* rows, int frames)
@@ -81,10 +81,17 @@ void ClickRefill::addOutput(const float* const* rows, int from, int count)
         output_[c].insert(output_[c].end(), rows[c] + from, rows[c] + from + count);
 }
 
+// A long click rings longer: its margin grows with its length, up to three times the shortest.
+int ClickRefill::marginFor(std::int64_t first, std::int64_t last) const
+{
+    return margin_ + static_cast<int>(std::min<std::int64_t>(last - first + 1, 2 * margin_));
+}
+
 ClickRefill::Stretch ClickRefill::stretchOf(std::int64_t first, std::int64_t last) const
 {
-    const std::int64_t start = std::max<std::int64_t>(first - margin_, 0);
-    const std::int64_t end = std::min(last + margin_ + 1, total_);
+    const int margin = marginFor(first, last);
+    const std::int64_t start = std::max<std::int64_t>(first - margin, 0);
+    const std::int64_t end = std::min(last + margin + 1, total_);
     const int length = static_cast<int>(std::min<std::int64_t>(end - start, maxLength_ + 1));
     const MethodReach reach = reachFor(sampleRate_, length);
     return {start, length, reach.before, reach.after};
@@ -206,7 +213,7 @@ void ClickRefill::refill(int channel, std::int64_t first, std::int64_t last)
 void ClickRefill::refillCluster(int channel, std::span<const RepairedSpan> cluster)
 {
     // A cluster that came after the output it needs was handed on keeps the engines' repair.
-    if (std::max<std::int64_t>(cluster.front().first - margin_ - reachBefore_, 0) < base_) {
+    if (std::max<std::int64_t>(cluster.front().first - widestMargin() - reachBefore_, 0) < base_) {
         ++late_;
         return;
     }
@@ -217,7 +224,9 @@ void ClickRefill::refillCluster(int channel, std::span<const RepairedSpan> clust
     for (std::size_t i = 0; i < clicks.size();) {
         std::int64_t last = clicks[i].last;
         std::size_t next = i + 1;
-        while (next < clicks.size() && clicks[next].first - margin_ <= last + margin_ + 1) last = clicks[next++].last;
+        while (next < clicks.size() && clicks[next].first - marginFor(clicks[next].first, clicks[next].last) <=
+                                           last + marginFor(clicks[i].first, last) + 1)
+            last = clicks[next++].last;
         refill(channel, clicks[i].first, last);
         i = next;
     }
@@ -229,7 +238,7 @@ bool ClickRefill::fineReady(const RepairedSpan& fine, bool final) const
 {
     if (final) return true;
     const std::int64_t reachEnd = std::min(fine.last + 1 + ShortGapFill::reachAfter, total_);
-    return outputEnd() >= reachEnd && outputEnd() - settleLag_ - margin_ > fine.first;
+    return outputEnd() >= reachEnd && outputEnd() - settleLag_ - widestMargin() > fine.first;
 }
 
 // Fills the channel's fine crackle that starts before `before` (a cluster's widened
@@ -264,12 +273,13 @@ void ClickRefill::refillSettled(bool final)
         while (done < spans.size()) {
             std::int64_t last = spans[done].last;
             std::size_t end = done + 1;
-            while (end < spans.size() && spans[end].first - margin_ <= last + margin_ + 1)
+            while (end < spans.size() && spans[end].first - widestMargin() <= last + widestMargin() + 1)
                 last = std::max(last, spans[end++].last);
-            const std::int64_t reachEnd = last + margin_ + 1 + maxLength_ + reachAfter_;
-            const bool settled = outputEnd() - settleLag_ > last + 2 * margin_ + 1 && outputEnd() >= std::min(reachEnd, total_);
+            const std::int64_t reachEnd = last + widestMargin() + 1 + maxLength_ + reachAfter_;
+            const bool settled = outputEnd() - settleLag_ > last + 2 * widestMargin() + 1 &&
+                                 outputEnd() >= std::min(reachEnd, total_);
             if (!final && !settled) break;
-            const std::int64_t clusterStart = spans[done].first - margin_;
+            const std::int64_t clusterStart = spans[done].first - widestMargin();
             fillFine(channel, clusterStart, final);
             auto& fine = fine_[static_cast<std::size_t>(channel)];
             if (!fine.empty() && fine.front().first < clusterStart) break;
@@ -278,7 +288,7 @@ void ClickRefill::refillSettled(bool final)
             refillCluster(channel, {spans.data() + done, end - done});
             done = end;
         }
-        fillFine(channel, done < spans.size() ? spans[done].first - margin_ : total_, final);
+        fillFine(channel, done < spans.size() ? spans[done].first - widestMargin() : total_, final);
         spans.erase(spans.begin(), spans.begin() + static_cast<std::ptrdiff_t>(done));
         // An impulse is also a pending span: those before the first one left are done.
         std::erase_if(impulses_[static_cast<std::size_t>(channel)], [&](const RepairedSpan& impulse) {

@@ -47,7 +47,8 @@ public:
     struct Settings {
         double standOut = 3.0;  // removed peak / rms around the span
         int minLength = 3;      // samples marked
-        int margin = 8;         // samples refilled beyond each end, at 44.1 kHz
+        int margin = 12;        // samples refilled beyond each end, at 44.1 kHz, plus the
+                                // span's length up to twice as many
         int levelReach = 64;    // samples on each side whose rms is the level, at 44.1 kHz
         // Prediction error / its robust level that makes an impulse; 0: none looked for.
         double impulseThreshold = 100.0;
@@ -90,6 +91,8 @@ private:
     bool fineReady(const RepairedSpan& fine, bool final) const;
     void fillFine(int channel, std::int64_t before, bool final);
     bool holdsImpulse(int channel, const RepairedSpan& click) const;
+    int marginFor(std::int64_t first, std::int64_t last) const;
+    int widestMargin() const { return 3 * margin_; }
     Stretch stretchOf(std::int64_t first, std::int64_t last) const;
     bool standsOut(const RepairedSpan& span) const;
     void refill(int channel, std::int64_t first, std::int64_t last);

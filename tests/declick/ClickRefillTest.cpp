@@ -86,11 +86,12 @@ TEST(ClickRefill, FillsALoudClickAndItsEdgesAgainAndLeavesTheRestAlone)
     ASSERT_EQ(result[0].size(), std::size_t{frames});
     const auto clean = cleanTone(1);
     EXPECT_LT(errorEnergy(result[0], clean, 8990, 9030), 0.01 * errorEnergy(stream.output[0], clean, 8990, 9030));
+    // Widened by 12 samples and its length (20) on each side.
     ASSERT_EQ(refill.refilled().size(), 1u);
-    EXPECT_EQ(refill.refilled()[0].first, 9000 - 8);
-    EXPECT_EQ(refill.refilled()[0].last, 9019 + 8);
+    EXPECT_EQ(refill.refilled()[0].first, 9000 - 32);
+    EXPECT_EQ(refill.refilled()[0].last, 9019 + 32);
     for (int i = 0; i < frames; ++i) {
-        if (i < 8992 || i > 9027) {
+        if (i < 9000 - 32 || i > 9019 + 32) {
             ASSERT_EQ(result[0][i], stream.output[0][i]) << i;
         }
     }
@@ -135,9 +136,26 @@ TEST(ClickRefill, ClicksWhoseWidenedStretchesTouchAreFilledAsOne)
     stream.spans.push_back({0, 9025, 9034});
     ClickRefill refill(1, rate, frames);
     runRefill(stream, 4096, refill);
+    // Each widened by 22 samples, they touch; the click they make, 35 samples long,
+    // is widened by 12 + 24.
     ASSERT_EQ(refill.refilled().size(), 1u);
-    EXPECT_EQ(refill.refilled()[0].first, 8992);
-    EXPECT_EQ(refill.refilled()[0].last, 9042);
+    EXPECT_EQ(refill.refilled()[0].first, 9000 - 36);
+    EXPECT_EQ(refill.refilled()[0].last, 9034 + 36);
+}
+
+TEST(ClickRefill, ClicksWhoseWidenedStretchesDoNotTouchAreFilledApart)
+{
+    Stream stream = clickedStream(1, 9000, 4, 1.5f);
+    for (int i = 0; i < 4; ++i) stream.input[0][9040 + i] += 1.5f;
+    stream.spans.push_back({0, 9040, 9043});
+    ClickRefill refill(1, rate, frames);
+    runRefill(stream, 4096, refill);
+    // Widened by 12 + 4 each: 8984-9019 and 9024-9059.
+    ASSERT_EQ(refill.refilled().size(), 2u);
+    EXPECT_EQ(refill.refilled()[0].first, 9000 - 16);
+    EXPECT_EQ(refill.refilled()[0].last, 9003 + 16);
+    EXPECT_EQ(refill.refilled()[1].first, 9040 - 16);
+    EXPECT_EQ(refill.refilled()[1].last, 9043 + 16);
 }
 
 }  // namespace
