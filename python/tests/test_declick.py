@@ -239,7 +239,7 @@ def test_a_recording_cut_mid_sound_keeps_its_first_and_last_samples():
     for preset in ["auto", "clicks", "crackle"]:
         continued = ferrotip.declick(audio, RATE, preset, report=False)
         assert np.abs(continued - audio)[ends].max() < 1e-4, preset
-    silent = ferrotip.declick(audio, RATE, "auto", report=False, silent_edges=True)
+    silent = ferrotip.declick(audio, RATE, "crackle", report=False, silent_edges=True)
     assert np.abs(silent - audio)[ends].max() > 0.01
     with pytest.raises(ValueError, match="no edges"):
         ferrotip.Declicker(1, RATE, floor=1e-6, silent_edges=False)

@@ -8,7 +8,8 @@
 // span, so the engines leave some of it behind. A span whose removed peak stands at
 // least standOut times above the output's rms on both sides of it, and that is at
 // least minLength samples long, is filled again from the engines' output around it,
-// widened by `margin` samples on each side. Fine crackle and the rare marks on clean
+// widened on each side by `margin` samples plus its length, up to twice `margin`
+// more (a long click rings longer). Fine crackle and the rare marks on clean
 // audio change too little to qualify and keep the engines' repair.
 //
 // A stage after the engines, for a whole recording: it sees the input as it enters

@@ -173,9 +173,9 @@ TEST_F(DeclickOptions, AnExcerptCutMidSoundKeepsItsFirstAndLastSamples)
             EXPECT_TRUE(span.first >= edge && span.last < frames - edge) << span.first << "-" << span.last;
     }
     // Taken as silence, the steps at the ends are clicks to the engines.
-    runOn("cut.wav", "--silent-edges", "silent.wav");
+    runOn("cut.wav", "--preset crackle --silent-edges", "silent.wav");
     EXPECT_GT(edgeChange("silent.wav"), 0.01);
-    runOn("cut.wav", "--shared-engine", "shared.wav");
+    runOn("cut.wav", "--preset crackle --shared-engine", "shared.wav");
     EXPECT_GT(edgeChange("shared.wav"), 0.01);
 }
 
