@@ -75,7 +75,7 @@ struct Floors {
 
 TEST_F(DeclickQuality, ClicksAndFineCrackleAreRemoved)
 {
-    const std::pair<dm::Audio, Floors> materials[] = {{music(), {9.0, 4.3}}, {speech(), {15.0, 6.3}}};
+    const std::pair<dm::Audio, Floors> materials[] = {{music(), {9.5, 6.5}}, {speech(), {15.0, 8.3}}};
     for (const auto& [clean, floors] : materials) {
         for (const auto& [kind, gain] : {std::pair{dm::clicks, floors.clicks}, std::pair{dm::crackle, floors.crackle}}) {
             const dm::Audio input = damaged(clean, kind);
