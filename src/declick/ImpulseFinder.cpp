@@ -199,49 +199,76 @@ namespace {
 [[gnu::always_inline]] inline double larger(double a, double b) { return a > b ? a : b; }
 
 // score[i] = the largest of |m[i]| w[0], |m[i] + m[i + 1]| w[1] and
-// |m[i] + m[i + 1] + m[i + 2]| w[2] for i in [0, count), the sums taken only as far as
-// m reaches (m[0, count)); returns the largest score. Plain loops over independent
+// |m[i] + m[i + 1] + m[i + 2]| w[2] for i in [from, to), each sum taken only where m
+// reaches (below end); returns the largest score. Plain loops over independent
 // positions, which the compiler spreads over vector lanes without changing a bit.
-double scorePulses(const double* m, const std::array<double, 3>& w, double* score, int count)
+double scorePulses(const double* m, const std::array<double, 3>& w, double* score, int from, int to, int end)
 {
     static_assert(ImpulseFinder::pulseLengths == 3);
-    for (int i = 0; i < count; ++i) score[i] = std::fabs(m[i]) * w[0];
-    for (int i = 0; i + 1 < count; ++i) score[i] = larger(score[i], std::fabs(m[i] + m[i + 1]) * w[1]);
-    for (int i = 0; i + 2 < count; ++i) score[i] = larger(score[i], std::fabs(m[i] + m[i + 1] + m[i + 2]) * w[2]);
-    return largestMagnitude(score, count);  // scores are not negative
+    for (int i = from; i < to; ++i) score[i] = std::fabs(m[i]) * w[0];
+    for (int i = from; i < std::min(to, end - 1); ++i) score[i] = larger(score[i], std::fabs(m[i] + m[i + 1]) * w[1]);
+    for (int i = from; i < std::min(to, end - 2); ++i)
+        score[i] = larger(score[i], std::fabs(m[i] + m[i + 1] + m[i + 2]) * w[2]);
+    return largestMagnitude(score + from, to - from);  // scores are not negative
 }
 
 }  // namespace
 
-// Whether fine crackle may be found in the block: the matched filter
+// Scores (and the matched filter they read) at computed positions up to `position`,
+// within the judged range.
+void ImpulseFinder::scoreUpTo(int position)
+{
+    const int to = std::min(position, matchedTo_);
+    if (to <= scoredTo_) return;
+    const int filterTo = std::min(to + pulseLengths - 1, matchedTo_);
+    impulse_kernels::predictionErrors(kernelPath_, forwardErrors_.data() + filteredTo_, model_.data(), order, 1,
+                                      matched_.data() + filteredTo_, filterTo - filteredTo_);
+    filteredTo_ = filterTo;
+    scorePulses(matched_.data(), pulseWeights_, score_.data(), scoredTo_, to, matchedTo_);
+    scoredTo_ = to;
+}
+
+// Whether fine crackle may start in the block: the matched filter
 // matched_[i] = sum over j in [0, order] of model[j] * forward error[i + j], and the
 // score of a pulse of L samples at i, |matched_[i] + ... + matched_[i + L - 1]| over
 // that sum's deviation for white errors of unit level, largest over L, in score_.
-// No score can pass where the median already lies as high as the largest would
-// need; most blocks are ruled out by a bound before any score is taken.
+// A run starts in the block only with a flag there and none in the fineJoin samples
+// before it, so scores are taken from there to a little past the block, and further
+// only while a run stays open (findFine). No score can pass where the median already
+// lies as high as the largest would need; most blocks are ruled out by a bound before
+// any score is taken.
 bool ImpulseFinder::fineCracklePossible(int validFrom, int validTo, int count)
 {
     const auto [from, to] = matchedRange(validFrom, validTo);
-    if (from >= to) return false;
-    impulse_kernels::predictionErrors(kernelPath_, forwardErrors_.data(), model_.data(), order, 1, matched_.data(),
-                                      matchedCount);
+    const int scoreFrom = std::max(from, wideReach - fineJoin);
+    const int scoreTo = std::min(to, wideReach + block + fineTail);
+    if (scoreFrom >= scoreTo) return false;
+    matchedTo_ = to;
+    scoreFrom_ = filteredTo_ = scoredTo_ = scoreFrom;
+    const int filterTo = std::min(scoreTo + pulseLengths - 1, to);
+    impulse_kernels::predictionErrors(kernelPath_, forwardErrors_.data() + scoreFrom, model_.data(), order, 1,
+                                      matched_.data() + scoreFrom, filterTo - scoreFrom);
+    filteredTo_ = filterTo;
     std::array<double, pulseLengths> lags{};  // autocorrelation of the model's coefficients
     for (int k = 0; k < pulseLengths; ++k)
         for (int j = 0; j + k <= order; ++j) lags[k] += model_[j] * model_[j + k];
-    std::array<double, pulseLengths> weights{};
     double gain = 0.0;  // a score is at most gain * max |matched_|
     for (int length = 1; length <= pulseLengths; ++length) {
         double variance = length * lags[0];
         for (int k = 1; k < length; ++k) variance += 2.0 * (length - k) * lags[k];
-        weights[length - 1] = 1.0 / std::sqrt(variance);
-        gain = std::max(gain, length * weights[length - 1]);
+        pulseWeights_[length - 1] = 1.0 / std::sqrt(variance);
+        gain = std::max(gain, length * pulseWeights_[length - 1]);
     }
     const auto passable = [&](double largestScore) {
         return !medianAtLeast(count, largestScore * medianToDeviation / fineThreshold_);
     };
     // (A hair above the bound, for the sums' rounding.)
-    if (!passable(gain * largestMagnitude(matched_.data() + from, to - from) * (1.0 + 1e-9))) return false;
-    return passable(scorePulses(matched_.data() + from, weights, score_.data() + from, to - from));
+    const double largestMatched = largestMagnitude(matched_.data() + scoreFrom, filterTo - scoreFrom);
+    if (!passable(gain * largestMatched * (1.0 + 1e-9))) return false;
+    const double largestScore =
+        scorePulses(matched_.data(), pulseWeights_, score_.data(), scoreFrom, scoreTo, matchedTo_);
+    scoredTo_ = scoreTo;
+    return passable(largestScore);
 }
 
 // First forward flag to last backward flag at fineExtentShare of the fine threshold,
@@ -281,18 +308,20 @@ std::optional<ImpulseFinder::Impulse> ImpulseFinder::fineIn(int runStart, int ru
 void ImpulseFinder::findFine(int validFrom, int validTo, double level, std::vector<Impulse>& fine)
 {
     const double limit = fineThreshold_ * level;
-    const auto [from, to] = matchedRange(validFrom, validTo);
     int runStart = -1;
     int lastFlag = 0;
     blockFine_.clear();
     const auto closeRun = [&] {
         if (const auto crackle = fineIn(runStart, lastFlag, validFrom, validTo, level)) blockFine_.push_back(*crackle);
     };
-    for (int i = from; i < to; ++i) {
+    for (int i = scoreFrom_; i < matchedTo_; ++i) {
         if (runStart >= 0 && i - lastFlag > fineJoin) {
             closeRun();
             runStart = -1;
         }
+        // Past the block only an open run needs scores.
+        if (runStart < 0 && i >= wideReach + block) break;
+        if (i >= scoredTo_) scoreUpTo(i + fineTail);
         if (score_[i] > limit) {
             if (runStart < 0) runStart = i;
             lastFlag = i;

@@ -55,6 +55,7 @@ public:
     static constexpr int fineSpread = 4;   // samples beyond a run searched for its extent
     static constexpr int finePerBlock = 3; // a block with more runs keeps none of them
     static constexpr int pulseLengths = 3; // scores sum 1 to this many matched-filter outputs
+    static constexpr int fineTail = 2 * fineJoin;  // scores taken past the block at a time
     static constexpr double fineExtentShare = 0.5;
     static constexpr int localReach = 128;
 
@@ -96,6 +97,7 @@ private:
     void collectRuns(std::vector<Impulse>& found) const;
     std::pair<int, int> matchedRange(int validFrom, int validTo) const;
     bool fineCracklePossible(int validFrom, int validTo, int count);
+    void scoreUpTo(int position);
     void findFine(int validFrom, int validTo, double level, std::vector<Impulse>& fine);
     std::pair<int, int> fineExtentOf(int runStart, int runEnd, int validFrom, int validTo, double level) const;
     std::optional<Impulse> fineIn(int runStart, int runEnd, int validFrom, int validTo, double level);
@@ -115,6 +117,11 @@ private:
     std::array<double, computed> backwardErrors_{};
     std::array<double, matchedCount> matched_{};  // matched filter of the forward errors, unscaled
     std::array<double, matchedCount> score_{};    // pulse scores (fineCracklePossible)
+    std::array<double, pulseLengths> pulseWeights_{};  // 1 / deviation of a pulse's sum, by length
+    int matchedTo_ = 0;   // the judged range's end
+    int scoreFrom_ = 0;   // where runs are looked for
+    int filteredTo_ = 0;  // matched_ holds [scoreFrom_, filteredTo_)
+    int scoredTo_ = 0;    // score_ holds [scoreFrom_, scoredTo_)
     std::array<double, block> magnitudes_{};
     std::array<double, 2 * localReach + fineJoin + 2 * order> local_{};
     std::vector<Impulse> blockFine_;  // the block's fine crackle, kept between blocks

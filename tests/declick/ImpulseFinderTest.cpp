@@ -118,6 +118,22 @@ TEST(ImpulseFinder, FindsFaintCrackleThatNoImpulseSearchWouldSee)
     EXPECT_TRUE(searchAll(music, 0.0).fine.empty());
 }
 
+// A crackle across a block's end is found once, by the block it starts in, whole.
+TEST(ImpulseFinder, FindsFineCrackleAcrossABlocksEndOnce)
+{
+    std::vector<float> music = quietMusic(1.0);
+    const int positions[] = {20 * ImpulseFinder::block - 1, 40 * ImpulseFinder::block - 2};
+    for (const int at : positions)
+        for (int i = 0; i < 3; ++i) music[at + i] += 0.04f;
+    const Search search = searchAll(music, fineThreshold);
+    ASSERT_EQ(search.fine.size(), 2u);
+    for (int k = 0; k < 2; ++k) {
+        EXPECT_LE(search.fine[k].first, positions[k]) << k;
+        EXPECT_GE(search.fine[k].last, positions[k] + 2) << k;
+        EXPECT_LT(search.fine[k].last - search.fine[k].first, ImpulseFinder::fineLongest) << k;
+    }
+}
+
 TEST(ImpulseFinder, TakesNeitherCleanMusicNorASawtoothsCornersForFineCrackle)
 {
     EXPECT_LE(searchAll(quietMusic(1.0), fineThreshold).fine.size(), 1u);
