@@ -49,15 +49,6 @@ void ImpulseFinder::predictionErrors(int direction, std::array<double, computed>
     impulse_kernels::predictionErrors(kernelPath_, first, model_.data(), order, direction, errors.data(), computed);
 }
 
-// |forward error| over the block, where judged, into magnitudes_; returns how many.
-int ImpulseFinder::gatherBlockErrors(int validFrom, int validTo)
-{
-    int count = 0;
-    for (int n = std::max(context, validFrom + order); n < std::min(context + block, validTo); ++n)
-        magnitudes_[count++] = std::fabs(forwardError(n - (context - reach)));
-    return count;
-}
-
 namespace {
 
 typedef double Pair __attribute__((vector_size(2 * sizeof(double))));
@@ -87,7 +78,33 @@ double largestMagnitude(const double* x, int count)
     return largest;
 }
 
+// How many of x[0, count) lie below bound, two at a time in vector lanes.
+int countBelow(const double* x, int count, double bound)
+{
+    const Pair bounds = {bound, bound};
+    PairBits below = {0, 0};
+    int i = 0;
+    for (; i + 2 <= count; i += 2) {
+        Pair v;
+        std::memcpy(&v, x + i, sizeof v);
+        below -= v < bounds;  // a true compare is all ones: -1
+    }
+    long long total = below[0] + below[1];
+    for (; i < count; ++i) total += x[i] < bound ? 1 : 0;
+    return static_cast<int>(total);
+}
+
 }  // namespace
+
+// |forward error| over the block, where judged, into magnitudes_; returns how many.
+int ImpulseFinder::gatherBlockErrors(int validFrom, int validTo)
+{
+    const int from = std::max(context, validFrom + order);
+    const int count = std::max(std::min(context + block, validTo) - from, 0);
+    const double* errors = forwardErrors_.data() + narrowOffset + from - (context - reach);
+    for (int i = 0; i < count; ++i) magnitudes_[i] = std::fabs(errors[i]);
+    return count;
+}
 
 // The largest |forward error| among computed positions [from, to) where it is judged
 // (its `order` samples before it and itself inside the recording).
@@ -103,9 +120,7 @@ double ImpulseFinder::largestForwardError(int from, int to, int validFrom, int v
 // of them lie below it. A count where nth_element would sort.
 bool ImpulseFinder::medianAtLeast(int count, double bound) const
 {
-    int below = 0;
-    for (int i = 0; i < count; ++i) below += magnitudes_[i] < bound ? 1 : 0;
-    return below <= count / 2;
+    return countBelow(magnitudes_.data(), count, bound) <= count / 2;
 }
 
 // Median |forward error| over the block, floored by a share of the window's rms.
