@@ -261,8 +261,9 @@ void declickFile(const DeclickOptions& options)
         reader.keepNonFinite();
         copyFile(reader, writer, progress, options.input);
     } else {
-        MultichannelDeclicker declicker(settings, meanSquares, options.sharedEngine, listen, chunk, jobs);
         const DeclickStages stages = declickStagesFor(settings, listen, continuesEdges(options), reader.sampleRate());
+        MultichannelDeclicker declicker(settings, meanSquares, options.sharedEngine, enginesListen(listen, stages),
+                                        chunk, jobs);
         tally = declickStream(reader, writer, declicker, chunk, progress, options.input, stages);
     }
     progress.finish();

@@ -102,7 +102,7 @@ void addDeclickSettingOptions(CLI::App* command, DeclickSettingOptions& options)
                       "keep the engines' own repair (presets fill by least-squares AR the clicks far "
                       "louder than the music, which the engines let through, auto also the loud "
                       "clicks they repaired, edges included, and auto and crackle the fine crackle "
-                      "they left)");
+                      "they left); auto then runs the two engine passes a plug-in runs");
     command->add_flag("--silent-edges", options.silentEdges,
                       "take the audio past the file's ends as silence, as a stream would (by default each end "
                       "is continued by its reflection, so audio that starts or stops mid-sound keeps its first "
@@ -125,7 +125,8 @@ void addDeclickListenOption(CLI::App* command, DeclickSettingOptions& options)
 // value in every pass.
 DeclickSettings settingsFrom(const DeclickSettingOptions& options)
 {
-    DeclickSettings settings = findDeclickPreset(options.preset)->settings;
+    const DeclickPreset& preset = *findDeclickPreset(options.preset);
+    DeclickSettings settings = options.noRefill ? preset.enginesAlone : preset.settings;
     if (options.engineOption->count() > 0)
         settings.engine = options.engine == "prediction" ? DeclickEngineKind::prediction : DeclickEngineKind::standard;
     if (options.blockOption->count() > 0) settings.block = options.block;
@@ -170,7 +171,8 @@ DeclickStages declickStagesFor(const DeclickSettings& settings, DeclickListen li
 {
     DeclickStages stages;
     stages.sampleRate = sampleRate;
-    if ((settings.refillClicks || settings.findImpulses) && listen == DeclickListen::repaired) {
+    stages.difference = listen == DeclickListen::difference;
+    if ((settings.refillClicks || settings.findImpulses) && listen != DeclickListen::bypass) {
         ClickRefill::Settings refill;
         refill.refillEngineSpans = settings.refillClicks;
         if (!settings.findImpulses) refill.impulseThreshold = 0.0;
@@ -179,6 +181,11 @@ DeclickStages declickStagesFor(const DeclickSettings& settings, DeclickListen li
     }
     if (continueEdges) stages.edge = std::max(minEdge, 2 * settings.block);
     return stages;
+}
+
+DeclickListen enginesListen(DeclickListen listen, const DeclickStages& stages)
+{
+    return stages.difference ? DeclickListen::repaired : listen;
 }
 
 int declickChunk(const DeclickSettings& settings)
@@ -227,13 +234,31 @@ std::vector<RepairedSpan> declickRecording(MultichannelDeclicker& declicker, std
     std::vector<float*> pointers;
     for (std::vector<float>& row : rows) pointers.push_back(row.data());
     std::vector<RepairedSpan> spans;
+    // For the difference: the input from stream position dryBase on, until the output
+    // lined up with it has gone out.
+    std::vector<std::vector<float>> dry(stages.difference ? static_cast<std::size_t>(channels) : 0);
+    std::int64_t dryBase = 0;
+    std::vector<std::vector<float>> removed(dry.size(), std::vector<float>(static_cast<std::size_t>(chunk)));
+    std::vector<const float*> removedRows;
+    for (const std::vector<float>& row : removed) removedRows.push_back(row.data());
+    const auto differenceSink = [&](const float* const* output, int from, std::int64_t position, int count) {
+        for (std::size_t c = 0; c < dry.size(); ++c) {
+            const float* in = dry[c].data() + (position - dryBase);
+            for (int i = 0; i < count; ++i) removed[c][static_cast<std::size_t>(i)] = output[c][from + i] - in[i];
+            dry[c].erase(dry[c].begin(), dry[c].begin() + (position + count - dryBase));
+        }
+        dryBase = position + count;
+        sink(removedRows.data(), 0, count);
+    };
     // Only the recording's own frames go on: what the engines give for the
     // continuations of its edges is dropped.
     std::int64_t handed = 0;
     const DeclickSink recordingSink = [&](const float* const* output, int from, int count) {
         const std::int64_t first = std::max(handed, edge);
         const std::int64_t end = std::min(handed + count, edge + total);
-        if (first < end) sink(output, from + static_cast<int>(first - handed), static_cast<int>(end - first));
+        const int start = from + static_cast<int>(first - handed);
+        if (first < end && stages.difference) differenceSink(output, start, first, static_cast<int>(end - first));
+        else if (first < end) sink(output, start, static_cast<int>(end - first));
         handed += count;
     };
     // The refill hands on what it held back behind a click, and at the end all it
@@ -249,6 +274,7 @@ std::vector<RepairedSpan> declickRecording(MultichannelDeclicker& declicker, std
     while (written < streamTotal) {
         input.read(pointers.data(), chunk);
         if (refill) refill->addInput(pointers.data(), chunk);
+        for (std::size_t c = 0; c < dry.size(); ++c) dry[c].insert(dry[c].end(), rows[c].begin(), rows[c].end());
         declicker.process(pointers.data(), chunk);
         declicker.forEachLastSpan([&](const RepairedSpan& span) {
             if (span.first >= streamTotal) return;

@@ -95,6 +95,9 @@ struct DeclickStages {
     std::optional<ClickRefill::Settings> refill;  // the click refill after the engines, if any
     int sampleRate = 44100;                       // the refill's lengths are set at this rate
     int edge = 0;  // frames each edge of the recording is continued by (0: silence past it)
+    // The sink gets the output less the input: what the engines and the refill took
+    // out, its sign inverted (the engines themselves then run for the repaired output).
+    bool difference = false;
 };
 // Whether the recording's edges are continued: not with --silent-edges, nor for one
 // shared engine, which keeps its earlier output bit for bit.
@@ -104,6 +107,9 @@ bool continuesEdges(const DeclickSettingOptions& options);
 // frames at least).
 DeclickStages declickStagesFor(const DeclickSettings& settings, DeclickListen listen, bool continueEdges,
                                int sampleRate);
+// What the engines are asked for under these stages: the repaired output where the
+// stages take the difference themselves.
+DeclickListen enginesListen(DeclickListen listen, const DeclickStages& stages);
 
 // Runs `total` frames through the declicker, `chunk` frames a call (its maxFrames),
 // and hands on exactly `total` output frames lined up with the input, at most `chunk`

@@ -46,7 +46,7 @@ const int customPreset = static_cast<int>(declickPresets().size());
 // One pass of the default preset's block, the floor relative to the level.
 DeclickSettings customSettings(DeclickEngineKind engine, float sensitivity, double floorRatio)
 {
-    DeclickSettings settings = defaultDeclickPreset().settings;
+    DeclickSettings settings = defaultDeclickPreset().enginesAlone;
     settings.engine = engine;
     settings.passCount = 1;
     settings.passes[0] = {sensitivity, {true, floorRatio}};
@@ -57,7 +57,7 @@ DeclickSettings customSettings(DeclickEngineKind engine, float sensitivity, doub
 std::vector<DeclickSettings> possibleSettings()
 {
     std::vector<DeclickSettings> possible;
-    for (const DeclickPreset& preset : declickPresets()) possible.push_back(preset.settings);
+    for (const DeclickPreset& preset : declickPresets()) possible.push_back(preset.enginesAlone);
     for (DeclickEngineKind engine : {DeclickEngineKind::standard, DeclickEngineKind::prediction})
         possible.push_back(customSettings(engine, 12.0f, 1e-3));
     return possible;
@@ -95,7 +95,7 @@ DeclickSettings readSettings(const Plugin& plugin)
     const int preset = choice(plugin, presetPort, 0, customPreset);
     DeclickSettings settings;
     if (preset < customPreset) {
-        settings = declickPresets()[static_cast<std::size_t>(preset)].settings;
+        settings = declickPresets()[static_cast<std::size_t>(preset)].enginesAlone;
     } else {
         const float floorDb = std::clamp(control(plugin, floorPort, -30.0f), -120.0f, 0.0f);
         settings = customSettings(static_cast<DeclickEngineKind>(choice(plugin, enginePort, 0, 1)),

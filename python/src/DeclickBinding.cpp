@@ -206,8 +206,9 @@ std::vector<RepairedSpan> declickInto(const AudioView& audio, int rate, const De
     const std::vector<double> meanSquares = needsLevel(choice.settings, choice.listen)
                                                 ? meanSquaresOf(audio, chunk)
                                                 : std::vector<double>(static_cast<std::size_t>(audio.channels), 0.0);
-    MultichannelDeclicker declicker(choice.settings, meanSquares, choice.sharedEngine, choice.listen, chunk,
-                                    choice.jobs);
+    const DeclickStages stages = declickStagesFor(choice.settings, choice.listen, choice.continueEdges, rate);
+    MultichannelDeclicker declicker(choice.settings, meanSquares, choice.sharedEngine,
+                                    enginesListen(choice.listen, stages), chunk, choice.jobs);
     std::int64_t consumed = 0;
     std::int64_t written = 0;
     const auto source = [&](float* const* rows, std::int64_t frames) {
@@ -220,7 +221,6 @@ std::vector<RepairedSpan> declickInto(const AudioView& audio, int rate, const De
             std::copy(rows[c] + from, rows[c] + from + count, out + c * audio.frames + written);
         written += count;
     };
-    const DeclickStages stages = declickStagesFor(choice.settings, choice.listen, choice.continueEdges, rate);
     return declickRecording(declicker, audio.frames, chunk, source, sink, stages);
 }
 
@@ -278,7 +278,9 @@ public:
         if (!flagArgument(given.silentEdges, "silent_edges", true))
             throw py::value_error("a streaming Declicker has no edges to continue: it takes what comes before "
                                   "its first block as silence");
-        const DeclickChoice choice = choose(given, channels_);
+        SettingArguments alone = given;  // the engines run alone: the presets' settings for that
+        alone.refill = py::bool_(false);
+        const DeclickChoice choice = choose(alone, channels_);
         std::vector<double> meanSquares(static_cast<std::size_t>(channels_), 0.0);
         if (needsLevel(choice.settings, choice.listen)) {
             if (level.is_none())
@@ -394,7 +396,8 @@ settings, each replacing the preset's:
         (keep the engines' own repair: every preset fills by least-squares
         AR the clicks far louder than the music, which the engines let
         through, 'auto' also the loud clicks they repaired, and 'auto' and
-        'crackle' the fine crackle they left),
+        'crackle' the fine crackle they left; 'auto' then runs the two
+        engine passes a streaming Declicker runs),
         silent_edges=True (take the audio past the array's ends as silence, as
         a stream does).
 

@@ -19,20 +19,40 @@ namespace {
 // against 101 dB) at half the cost. Every preset looks for impulses the passes let
 // through: a click far louder than the music is tonal to the engines at any floor.
 // `auto` and `crackle` also fill the fine crackle found, by least-squares AR.
+// Where the engines run alone, `auto` chains two passes instead: first what stands
+// far out with a high floor, then fine crackle with a low one, which then judges
+// hops whose loud clicks are gone (at 10 rather than 8 it leaves clean music 2-4 dB
+// cleaner).
 constexpr DeclickPass fineCracklePass{8.0f, {true, 1e-6}};
 constexpr DeclickPass gentlePass{12.0f, {true, 1e-3}};
 constexpr DeclickPass standingOutPass{18.0f, {true, 3e-4}};
+constexpr DeclickPass standingOutAlonePass{18.0f, {true, 1e-3}};
+constexpr DeclickPass crackleAfterClicksPass{10.0f, {true, 1e-6}};
 
 constexpr DeclickSettings onePass(DeclickPass pass) { return {DeclickEngineKind::standard, 512, {pass, pass}, 1, false}; }
 
+// The same passes with nothing after them.
+constexpr DeclickSettings alone(DeclickSettings settings)
+{
+    settings.refillClicks = settings.findImpulses = settings.fillFineCrackle = false;
+    return settings;
+}
+
+constexpr DeclickSettings clicksAndCrackle{DeclickEngineKind::standard, 512, {standingOutPass, standingOutPass}, 1,
+                                           true, true, true};
+constexpr DeclickSettings clicksThenCrackle{DeclickEngineKind::standard, 512,
+                                            {standingOutAlonePass, crackleAfterClicksPass}, 2};
+constexpr DeclickSettings fineCrackle{DeclickEngineKind::standard, 512, {fineCracklePass, fineCracklePass}, 1, false,
+                                      true, true};
+
 constexpr std::array presets{
     DeclickPreset{"auto", "any recording: the clicks that stand out, then fine crackle; leaves clean audio as it is",
-                  {DeclickEngineKind::standard, 512, {standingOutPass, standingOutPass}, 1, true, true, true}},
-    DeclickPreset{"gentle", "clear clicks only, in one pass", onePass(gentlePass)},
+                  clicksAndCrackle, alone(clicksThenCrackle)},
+    DeclickPreset{"gentle", "clear clicks only, in one pass", onePass(gentlePass), alone(onePass(gentlePass))},
     DeclickPreset{"clicks", "loud clicks and scratches of up to a few milliseconds, in one pass",
-                  onePass({5.0f, {true, 1e-2}})},
-    DeclickPreset{"crackle", "dense fine crackle of a few samples each, as on worn records, in one pass",
-                  {DeclickEngineKind::standard, 512, {fineCracklePass, fineCracklePass}, 1, false, true, true}},
+                  onePass({5.0f, {true, 1e-2}}), alone(onePass({5.0f, {true, 1e-2}}))},
+    DeclickPreset{"crackle", "dense fine crackle of a few samples each, as on worn records, in one pass", fineCrackle,
+                  alone(fineCrackle)},
 };
 
 }  // namespace

@@ -49,6 +49,9 @@ struct DeclickPreset {
     std::string_view name;
     std::string_view purpose;
     DeclickSettings settings;
+    // Where the engines run alone, without the refill and the searches after them
+    // (which read audio well after each click): streams, plug-ins, --no-refill.
+    DeclickSettings enginesAlone;
 };
 
 // Every preset, the default first.

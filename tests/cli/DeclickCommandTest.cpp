@@ -166,6 +166,25 @@ TEST_F(DeclickCommand, DifferenceWritesTheRemovedClicksInverted)
     EXPECT_NEAR(output.samples[at * 2 + 1], -0.4f, 0.1f);
 }
 
+// The difference is the whole repair's: the engines', the refill's and the fills'
+// after them, exactly the repaired output less the input.
+TEST_F(DeclickCommand, DifferenceIsTheRepairedOutputLessTheInput)
+{
+    for (const char* preset : {"auto", "crackle"}) {
+        SCOPED_TRACE(preset);
+        const std::string arguments = std::string(" -q --preset ") + preset + " " + path("in.wav") + " ";
+        ASSERT_EQ(ferrotip("declick" + arguments + path("repaired.wav")).status, 0);
+        ASSERT_EQ(ferrotip("declick --listen difference" + arguments + path("removed.wav")).status, 0);
+        const auto input = testsupport::readSoundFile<float>(path("in.wav")).samples;
+        const auto repaired = testsupport::readSoundFile<float>(path("repaired.wav")).samples;
+        const auto removed = testsupport::readSoundFile<float>(path("removed.wav")).samples;
+        ASSERT_EQ(removed.size(), input.size());
+        std::size_t differing = 0;
+        for (std::size_t i = 0; i < input.size(); ++i) differing += removed[i] != repaired[i] - input[i] ? 1 : 0;
+        EXPECT_EQ(differing, 0u);
+    }
+}
+
 TEST_F(DeclickCommand, RefusesToOverwriteItsInput)
 {
     const auto before = testsupport::readSoundFile<float>(path("in.wav")).samples;

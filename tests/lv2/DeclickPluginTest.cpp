@@ -26,7 +26,7 @@ constexpr int engineLatency = 1926;
 constexpr int fifoBlock = 512;
 const int customPreset = static_cast<int>(declickPresets().size());
 // The default preset's chained engines, plus one engine block of FIFO.
-const int defaultLatency = defaultDeclickPreset().settings.passCount * engineLatency + fifoBlock;
+const int defaultLatency = defaultDeclickPreset().enginesAlone.passCount * engineLatency + fifoBlock;
 const std::vector<int> hostBlockSizes = {1, 32, 64, 100, 256, 1024, 4096};
 
 // Two seconds of music with clicks, seeded.
@@ -91,7 +91,7 @@ TEST(DeclickPlugin, ReportsEachPresetsChainedEnginesPlusOneEngineBlock)
             host.reactivate();
             Channels in(host.channels(), std::vector<float>(1)), out = in;
             host.run(in, out, 0, 0);
-            const int passes = preset < customPreset ? declickPresets()[preset].settings.passCount : 1;
+            const int passes = preset < customPreset ? declickPresets()[preset].enginesAlone.passCount : 1;
             EXPECT_EQ(host.latency(), passes * engineLatency + fifoBlock) << uri << " preset " << preset;
         }
     }

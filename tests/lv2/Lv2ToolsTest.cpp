@@ -29,8 +29,8 @@ constexpr int rate = 48000;
 constexpr int engineLatency = 1926;
 constexpr int fifoBlock = 512;
 constexpr int customPreset = 4;
-// The default preset runs one engine.
-constexpr int defaultLatency = engineLatency + fifoBlock;
+// The default preset, its engines alone, chains two engines.
+constexpr int defaultLatency = 2 * engineLatency + fifoBlock;
 constexpr const char* monoUri = "urn:ferrotip:lv2:declick-mono";
 constexpr const char* stereoUri = "urn:ferrotip:lv2:declick-stereo";
 
@@ -195,10 +195,10 @@ TEST_F(Lv2Tools, ApplyEqualsTheCommandLineBitForBit)
          "--block 512 --engine standard --sensitivity 5 --floor 1e-5", onePass},
         {2, custom + "-c engine 1 -c sensitivity 4 -c floor_absolute 1e-6",
          "--block 512 --engine prediction --sensitivity 4 --floor 1e-6", onePass},
-        // The default preset's pass, its floor given absolutely.
+        // The default preset's two chained passes, each pass's floor given absolutely.
         {2, "-c preset 0 -c floor_mode 1 -c floor_absolute 1e-6", "--preset auto --floor 1e-6 --no-refill", defaultLatency},
         {1, "-c preset 0 -c floor_mode 1 -c floor_absolute 1e-6 -c listen 1",
-         "--preset auto --floor 1e-6 --listen difference", defaultLatency},
+         "--preset auto --floor 1e-6 --listen difference --no-refill", defaultLatency},
         {2, "-c preset 2 -c floor_mode 1 -c floor_absolute 1e-4", "--preset clicks --floor 1e-4", onePass},
     };
     for (const Case& c : cases) {
