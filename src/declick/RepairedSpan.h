@@ -10,6 +10,7 @@ struct RepairedSpan {
     std::int64_t first = 0;
     std::int64_t last = 0;
     std::int64_t length() const { return last - first + 1; }
+    bool operator==(const RepairedSpan&) const = default;
 };
 
 // Sorts spans by first sample (then channel) and joins those of a channel that

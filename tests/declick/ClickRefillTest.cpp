@@ -129,33 +129,28 @@ TEST(ClickRefill, GivesTheSameBitsForAnyChunkingAndWhateverRanOnTheThread)
     }
 }
 
-TEST(ClickRefill, ClicksWhoseWidenedStretchesTouchAreFilledAsOne)
+// The stretches refilled for two clicks of `length` samples, at 9000 and at `second`.
+std::vector<RepairedSpan> refilledPair(int length, int second)
 {
-    Stream stream = clickedStream(1, 9000, 10, 1.5f);
-    for (int i = 0; i < 10; ++i) stream.input[0][9025 + i] += 1.5f;
-    stream.spans.push_back({0, 9025, 9034});
+    Stream stream = clickedStream(1, 9000, length, 1.5f);
+    for (int i = 0; i < length; ++i) stream.input[0][second + i] += 1.5f;
+    stream.spans.push_back({0, second, second + length - 1});
     ClickRefill refill(1, rate, frames);
     runRefill(stream, 4096, refill);
-    // Each widened by 22 samples, they touch; the click they make, 35 samples long,
-    // is widened by 12 + 24.
-    ASSERT_EQ(refill.refilled().size(), 1u);
-    EXPECT_EQ(refill.refilled()[0].first, 9000 - 36);
-    EXPECT_EQ(refill.refilled()[0].last, 9034 + 36);
+    return refill.refilled();
+}
+
+TEST(ClickRefill, ClicksWhoseWidenedStretchesTouchAreFilledAsOne)
+{
+    // Each widened by 12 + 10 samples, they touch; the click they make, 35 samples
+    // long, is widened by 12 + 24.
+    EXPECT_EQ(refilledPair(10, 9025), (std::vector<RepairedSpan>{{0, 9000 - 36, 9034 + 36}}));
 }
 
 TEST(ClickRefill, ClicksWhoseWidenedStretchesDoNotTouchAreFilledApart)
 {
-    Stream stream = clickedStream(1, 9000, 4, 1.5f);
-    for (int i = 0; i < 4; ++i) stream.input[0][9040 + i] += 1.5f;
-    stream.spans.push_back({0, 9040, 9043});
-    ClickRefill refill(1, rate, frames);
-    runRefill(stream, 4096, refill);
     // Widened by 12 + 4 each: 8984-9019 and 9024-9059.
-    ASSERT_EQ(refill.refilled().size(), 2u);
-    EXPECT_EQ(refill.refilled()[0].first, 9000 - 16);
-    EXPECT_EQ(refill.refilled()[0].last, 9003 + 16);
-    EXPECT_EQ(refill.refilled()[1].first, 9040 - 16);
-    EXPECT_EQ(refill.refilled()[1].last, 9043 + 16);
+    EXPECT_EQ(refilledPair(4, 9040), (std::vector<RepairedSpan>{{0, 9000 - 16, 9003 + 16}, {0, 9040 - 16, 9043 + 16}}));
 }
 
 }  // namespace
