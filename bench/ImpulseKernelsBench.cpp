@@ -6,6 +6,7 @@
 #include <random>
 #include <vector>
 
+#include "ar/AutocorrelationPaths.h"
 #include "declick/ImpulseKernels.h"
 
 namespace {
@@ -39,7 +40,7 @@ void windowAutocorrelation(benchmark::State& state)
     const auto samples = noise(window);
     std::vector<double> lags(order + 1);
     for (auto _ : state) {
-        impulse_kernels::autocorrelation(path, samples.data(), window, lags.data(), order);
+        autocorrelate(path, samples.data(), window, lags.data(), order);
         benchmark::DoNotOptimize(lags.data());
     }
 }

@@ -5,6 +5,7 @@
 
 #include "ar/AnalysisSegment.h"
 #include "ar/ArRecursions.h"
+#include "ar/AutocorrelationPaths.h"
 #include "ar/ClassicRand.h"
 
 namespace {
@@ -59,7 +60,7 @@ int LsarInterp::interpolate(float* samples, int start, int length, int mode)
 
     std::vector<double> analysis(span.begin(), span.begin() + n);
     addDither(analysis);
-    autocorrelate(analysis.data(), n, autocorrelation_.data(), maxOrder_);
+    autocorrelate(kernel_paths::fastestPath(), analysis.data(), n, autocorrelation_.data(), maxOrder_);
     analysis = {};
 
     if (autocorrelation_[0] > 1e-10) {

@@ -10,7 +10,7 @@
 #include <cmath>
 
 #include "ar/ArRecursions.h"
-#include "declick/ImpulseKernels.h"
+#include "ar/AutocorrelationPaths.h"
 
 template <int Order>
 class TaperedModel {
@@ -22,7 +22,7 @@ public:
     // untouched, where the stretch holds no finite energy.
     bool fit(const double* tapered, int count, double whiteFloor, Model& model)
     {
-        impulse_kernels::autocorrelation(path_, tapered, count, lags_.data(), Order);
+        autocorrelate(path_, tapered, count, lags_.data(), Order);
         if (!(lags_[0] > 0.0) || !std::isfinite(lags_[0])) return false;
         lags_[0] *= 1.0 + whiteFloor;
         std::array<double*, Order + 1> rows;
