@@ -261,7 +261,8 @@ void declickFile(const DeclickOptions& options)
         reader.keepNonFinite();
         copyFile(reader, writer, progress, options.input);
     } else {
-        const DeclickStages stages = declickStagesFor(settings, listen, continuesEdges(options), reader.sampleRate());
+        const DeclickStages stages =
+            declickStagesFor(settings, listen, continuesEdges(options), reader.sampleRate(), jobs);
         MultichannelDeclicker declicker(settings, meanSquares, options.sharedEngine, enginesListen(listen, stages),
                                         chunk, jobs);
         tally = declickStream(reader, writer, declicker, chunk, progress, options.input, stages);

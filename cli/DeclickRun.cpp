@@ -167,7 +167,7 @@ bool needsLevel(const DeclickSettings& settings, DeclickListen listen)
 bool continuesEdges(const DeclickSettingOptions& options) { return !options.sharedEngine && !options.silentEdges; }
 
 DeclickStages declickStagesFor(const DeclickSettings& settings, DeclickListen listen, bool continueEdges,
-                               int sampleRate)
+                               int sampleRate, int jobs)
 {
     DeclickStages stages;
     stages.sampleRate = sampleRate;
@@ -177,6 +177,7 @@ DeclickStages declickStagesFor(const DeclickSettings& settings, DeclickListen li
         refill.refillEngineSpans = settings.refillClicks;
         if (!settings.findImpulses) refill.impulseThreshold = 0.0;
         if (settings.fillFineCrackle) refill.fineThreshold = fineCrackleThreshold;
+        refill.jobs = jobs;
         stages.refill = refill;
     }
     if (continueEdges) stages.edge = std::max(minEdge, 2 * settings.block);

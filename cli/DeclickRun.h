@@ -103,10 +103,10 @@ struct DeclickStages {
 // shared engine, which keeps its earlier output bit for bit.
 bool continuesEdges(const DeclickSettingOptions& options);
 // The stages for these settings: the refill where the passes are followed by it for
-// this output, and, with continueEdges, edges continued by twice the block (1024
-// frames at least).
+// this output, its impulse search over `jobs` threads, and, with continueEdges, edges
+// continued by twice the block (1024 frames at least).
 DeclickStages declickStagesFor(const DeclickSettings& settings, DeclickListen listen, bool continueEdges,
-                               int sampleRate);
+                               int sampleRate, int jobs = 1);
 // What the engines are asked for under these stages: the repaired output where the
 // stages take the difference themselves.
 DeclickListen enginesListen(DeclickListen listen, const DeclickStages& stages);

@@ -206,7 +206,8 @@ std::vector<RepairedSpan> declickInto(const AudioView& audio, int rate, const De
     const std::vector<double> meanSquares = needsLevel(choice.settings, choice.listen)
                                                 ? meanSquaresOf(audio, chunk)
                                                 : std::vector<double>(static_cast<std::size_t>(audio.channels), 0.0);
-    const DeclickStages stages = declickStagesFor(choice.settings, choice.listen, choice.continueEdges, rate);
+    const DeclickStages stages =
+        declickStagesFor(choice.settings, choice.listen, choice.continueEdges, rate, choice.jobs);
     MultichannelDeclicker declicker(choice.settings, meanSquares, choice.sharedEngine,
                                     enginesListen(choice.listen, stages), chunk, choice.jobs);
     std::int64_t consumed = 0;

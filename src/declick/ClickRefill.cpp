@@ -3,8 +3,10 @@
 #include <ferrotip/ferrotip.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <limits>
+#include <thread>
 
 #include "declick/DitherScope.h"
 #include "module/MethodReach.h"
@@ -49,11 +51,16 @@ ClickRefill::ClickRefill(int channels, int sampleRate, std::int64_t total, const
       output_(static_cast<std::size_t>(channels)),
       pending_(static_cast<std::size_t>(channels)),
       ditherStates_(static_cast<std::size_t>(channels), 1u),
+      jobs_(std::max(settings.jobs, 1)),
       impulses_(static_cast<std::size_t>(channels)),
       findsFine_(settings.impulseThreshold > 0.0 && settings.fineThreshold > 0.0),
       fine_(static_cast<std::size_t>(channels))
 {
-    if (settings.impulseThreshold > 0.0) impulseFinder_.emplace(settings.impulseThreshold, settings.fineThreshold);
+    if (settings.impulseThreshold > 0.0) {
+        searches_.reserve(static_cast<std::size_t>(channels));
+        for (int c = 0; c < channels; ++c)
+            searches_.push_back({ImpulseFinder(settings.impulseThreshold, settings.fineThreshold), {}, {}, {}});
+    }
     // Output is held back until no span still to come can reach it: such a span
     // starts at least settleLag_ before the output's end, and its refill reads the
     // method's context before its widened start.
@@ -144,31 +151,54 @@ bool ClickRefill::standsOut(const RepairedSpan& span) const
 // whatever share of it the engines took.
 void ClickRefill::findImpulses(bool final)
 {
-    if (!impulseFinder_) return;
-    while (searchedTo_ < total_ &&
-           (final || outputEnd() >= searchedTo_ + ImpulseFinder::block + ImpulseFinder::context)) {
-        for (int channel = 0; channel < static_cast<int>(output_.size()); ++channel) searchBlock(channel, searchedTo_);
-        searchedTo_ += ImpulseFinder::block;
+    if (searches_.empty()) return;
+    std::int64_t end = searchedTo_;
+    while (end < total_ && (final || outputEnd() >= end + ImpulseFinder::block + ImpulseFinder::context))
+        end += ImpulseFinder::block;
+    if (end == searchedTo_) return;
+    const int channels = static_cast<int>(searches_.size());
+    const int threads = std::min(jobs_, channels);
+    // A thread costs tens of microseconds to start, a block's search a few.
+    constexpr std::int64_t minBlocksToSpread = 8;
+    if (threads == 1 || end - searchedTo_ < minBlocksToSpread * ImpulseFinder::block) {
+        for (int channel = 0; channel < channels; ++channel) searchChannel(channel, searchedTo_, end);
+    } else {
+        // Each channel's search touches only its own state and lists: which thread runs
+        // it changes nothing.
+        std::atomic<int> next{0};
+        const auto work = [&] {
+            for (int channel = next++; channel < channels; channel = next++) searchChannel(channel, searchedTo_, end);
+        };
+        std::vector<std::jthread> helpers;
+        for (int t = 1; t < threads; ++t) helpers.emplace_back(work);
+        work();
     }
+    searchedTo_ = end;
+}
+
+void ClickRefill::searchChannel(int channel, std::int64_t from, std::int64_t to)
+{
+    for (std::int64_t start = from; start < to; start += ImpulseFinder::block) searchBlock(channel, start);
 }
 
 void ClickRefill::searchBlock(int channel, std::int64_t start)
 {
+    ChannelSearch& search = searches_[static_cast<std::size_t>(channel)];
     const std::int64_t from = start - ImpulseFinder::context;
-    searchWindow_.resize(ImpulseFinder::window);
+    search.window.resize(ImpulseFinder::window);
     copySamples(input_, channel, from, ImpulseFinder::window, std::numeric_limits<std::int64_t>::max(),
-                searchWindow_.data());
+                search.window.data());
     const int validFrom = static_cast<int>(std::clamp<std::int64_t>(-from, 0, ImpulseFinder::window));
     const int validTo = static_cast<int>(std::clamp<std::int64_t>(total_ - from, 0, ImpulseFinder::window));
-    found_.clear();
-    foundFine_.clear();
-    impulseFinder_->find(std::span<const float, ImpulseFinder::window>(searchWindow_.data(), ImpulseFinder::window),
-                         validFrom, validTo, found_, findsFine_ ? &foundFine_ : nullptr);
-    for (const ImpulseFinder::Impulse& crackle : foundFine_) {
+    search.found.clear();
+    search.fine.clear();
+    search.finder.find(std::span<const float, ImpulseFinder::window>(search.window.data(), ImpulseFinder::window),
+                       validFrom, validTo, search.found, findsFine_ ? &search.fine : nullptr);
+    for (const ImpulseFinder::Impulse& crackle : search.fine) {
         const RepairedSpan span{channel, start + crackle.first - 1, start + crackle.last + 1};
         if (span.first >= 0 && span.last < total_) fine_[static_cast<std::size_t>(channel)].push_back(span);
     }
-    for (const ImpulseFinder::Impulse& impulse : found_) {
+    for (const ImpulseFinder::Impulse& impulse : search.found) {
         const RepairedSpan span{channel, start + impulse.first, std::min(start + impulse.last, total_ - 1)};
         if (span.first >= total_) continue;
         pending_[static_cast<std::size_t>(channel)].push_back(span);

@@ -18,7 +18,8 @@
 // in the order they become complete, each from output that holds the refills before
 // it, with a dither sequence per channel: the output depends only on the input and
 // the spans, not on the chunking or the thread. Allocates as it goes (not for
-// real-time paths). One thread at a time.
+// real-time paths). One thread at a time calls it; the impulse search may spread the
+// channels over `jobs` threads of its own.
 //
 // It also looks for impulses in the input (ImpulseFinder): a click that lifts every
 // bin far above the spectral floor goes through the engines' tonal part, the louder
@@ -32,7 +33,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <optional>
 #include <span>
 #include <vector>
 
@@ -57,6 +57,8 @@ public:
         double fineThreshold = 0.0;
         // Whether the engines' spans that stand out are filled again (else only impulses).
         bool refillEngineSpans = true;
+        // Threads for the impulse search, one channel each; the output does not depend on it.
+        int jobs = 1;
     };
 
     // `total` frames of `channels` channels at `sampleRate`; frames past the end are silence.
@@ -87,7 +89,15 @@ private:
         int after;           // and from start on
     };
 
+    struct ChannelSearch {
+        ImpulseFinder finder;
+        std::vector<ImpulseFinder::Impulse> found;
+        std::vector<ImpulseFinder::Impulse> fine;
+        std::vector<float> window;
+    };
+
     void findImpulses(bool final);
+    void searchChannel(int channel, std::int64_t from, std::int64_t to);
     void searchBlock(int channel, std::int64_t start);
     bool fineReady(const RepairedSpan& fine, bool final) const;
     void fillFine(int channel, std::int64_t before, bool final);
@@ -130,12 +140,10 @@ private:
     std::vector<RepairedSpan> clicks_;  // a cluster's clicks, kept between clusters
     std::vector<const float*> rows_;  // the output rows handed to the sink
     std::int64_t late_ = 0;
-    std::optional<ImpulseFinder> impulseFinder_;
+    std::vector<ChannelSearch> searches_;  // per channel; none without the impulse search
+    int jobs_;
     std::int64_t searchedTo_ = 0;                      // impulses looked for before this position
     std::vector<std::vector<RepairedSpan>> impulses_;  // per channel, not yet refilled
-    std::vector<ImpulseFinder::Impulse> found_;
-    std::vector<ImpulseFinder::Impulse> foundFine_;
-    std::vector<float> searchWindow_;
     bool findsFine_ = false;
     std::vector<std::vector<RepairedSpan>> fine_;  // per channel, not yet filled, widened
     ShortGapFill shortGapFill_;

@@ -129,6 +129,34 @@ TEST(ClickRefill, GivesTheSameBitsForAnyChunkingAndWhateverRanOnTheThread)
     }
 }
 
+// The impulse and fine crackle search spreads the channels over threads: the same
+// bits and the same stretches whatever their number and the chunking.
+TEST(ClickRefill, GivesTheSameBitsOnAnyNumberOfSearchThreads)
+{
+    Stream stream = clickedStream(3, 9000, 30, 1.5f);
+    for (std::size_t c = 0; c < stream.input.size(); ++c) {
+        stream.input[c][20000 + 7 * c] += 3.0f;  // an impulse the engines did not mark
+        for (int at = 3000; at + 2 < frames; at += 4100) stream.input[c][at + c] -= 0.05f;  // faint crackle
+    }
+    const auto run = [&](int jobs, int chunk) {
+        ClickRefill::Settings settings;
+        settings.fineThreshold = 8.0;
+        settings.jobs = jobs;
+        ClickRefill refill(3, rate, frames, settings);
+        auto result = runRefill(stream, chunk, refill);
+        // The stretches in order of channel and place (the order of refilling follows the chunks).
+        std::vector<RepairedSpan> stretches = refill.refilled();
+        std::sort(stretches.begin(), stretches.end(), [](const RepairedSpan& a, const RepairedSpan& b) {
+            return std::pair{a.channel, a.first} < std::pair{b.channel, b.first};
+        });
+        return std::pair{result, stretches};
+    };
+    const auto expected = run(1, frames);
+    EXPECT_GT(expected.second.size(), 1u);
+    for (int jobs : {1, 2, 3, 8})
+        for (int chunk : {700, 4096, frames}) EXPECT_EQ(run(jobs, chunk), expected) << jobs << " jobs, chunk " << chunk;
+}
+
 // The stretches refilled for two clicks of `length` samples, at 9000 and at `second`.
 std::vector<RepairedSpan> refilledPair(int length, int second)
 {
