@@ -4,6 +4,7 @@
 // with the engines' latency taken off.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -60,30 +61,56 @@ int declickChunk(const DeclickSettings& settings);
 // Each channel's mean square at full scale 1, summed in time order.
 class MeanSquareMeter {
 public:
-    explicit MeanSquareMeter(int channels) : sums_(static_cast<std::size_t>(channels), 0.0) {}
-    // One sample of one channel; countFrames then counts the frames so added.
-    void add(int channel, double sample) { sums_[static_cast<std::size_t>(channel)] += sample * sample; }
+    explicit MeanSquareMeter(int channels) : sums_(static_cast<std::size_t>(channels), Lanes{}) {}
+    // count samples of one channel from frame `first` on, each times scale; countFrames
+    // then counts the frames so added.
+    template <typename Sample>
+    void addRow(int channel, std::int64_t first, const Sample* samples, std::int64_t count, double scale)
+    {
+        addSquares(sums_[static_cast<std::size_t>(channel)], first, count,
+                   [&](std::int64_t t) { return static_cast<double>(samples[t]) * scale; });
+    }
     void countFrames(std::int64_t frames) { counted_ += frames; }
-    // frames interleaved frames, each sample times scale. Each channel's sum stays in a
-    // register over the chunk (in frame order, as one sample at a time would add it).
+    // The next `frames` interleaved frames, each sample times scale; counts them.
     template <typename Sample>
     void addFrames(const Sample* interleaved, std::int64_t frames, double scale)
     {
-        const int channels = static_cast<int>(sums_.size());
-        for (int c = 0; c < channels; ++c) {
-            double sum = sums_[static_cast<std::size_t>(c)];
-            for (std::int64_t t = 0; t < frames; ++t) {
-                const double sample = static_cast<double>(interleaved[t * channels + c]) * scale;
-                sum += sample * sample;
-            }
-            sums_[static_cast<std::size_t>(c)] = sum;
-        }
+        const auto channels = static_cast<std::int64_t>(sums_.size());
+        for (std::int64_t c = 0; c < channels; ++c)
+            addSquares(sums_[static_cast<std::size_t>(c)], counted_, frames,
+                       [&](std::int64_t t) { return static_cast<double>(interleaved[t * channels + c]) * scale; });
         counted_ += frames;
     }
     std::vector<double> meanSquares() const;
 
 private:
-    std::vector<double> sums_;
+    // Frame t's square adds to lane t % 4, in frame order: four chains of additions
+    // instead of one, and the same sums however the frames come in chunks.
+    static constexpr int lanes = 4;
+    using Lanes = std::array<double, lanes>;
+
+    template <typename SampleAt>
+    static void addSquares(Lanes& sums, std::int64_t first, std::int64_t count, const SampleAt& sampleAt)
+    {
+        std::int64_t t = 0;
+        for (; t < count && (first + t) % lanes != 0; ++t) {
+            const double x = sampleAt(t);
+            sums[static_cast<std::size_t>((first + t) % lanes)] += x * x;
+        }
+        Lanes local = sums;
+        for (; t + lanes <= count; t += lanes)
+            for (int lane = 0; lane < lanes; ++lane) {
+                const double x = sampleAt(t + lane);
+                local[static_cast<std::size_t>(lane)] += x * x;
+            }
+        sums = local;
+        for (; t < count; ++t) {
+            const double x = sampleAt(t);
+            sums[static_cast<std::size_t>((first + t) % lanes)] += x * x;
+        }
+    }
+
+    std::vector<Lanes> sums_;
     std::int64_t counted_ = 0;
 };
 

@@ -152,7 +152,7 @@ std::vector<double> meanSquaresOf(const AudioView& audio, int chunk)
         for (std::int64_t first = 0; first < audio.frames; first += chunk) {
             const std::int64_t end = std::min<std::int64_t>(first + chunk, audio.frames);
             audio.copyFrames(c, first, end, piece.data());
-            for (std::int64_t i = 0; i < end - first; ++i) meter.add(static_cast<int>(c), piece[i]);
+            meter.addRow(static_cast<int>(c), first, piece.data(), end - first, 1.0);
         }
     meter.countFrames(audio.frames);
     return meter.meanSquares();
