@@ -3,12 +3,11 @@
 #include <ferrotip/ferrotip.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
 #include <limits>
-#include <thread>
 
 #include "declick/DitherScope.h"
+#include "declick/SpreadOverThreads.h"
 #include "module/MethodReach.h"
 #include "module/MethodTable.h"
 
@@ -165,13 +164,7 @@ void ClickRefill::findImpulses(bool final)
     } else {
         // Each channel's search touches only its own state and lists: which thread runs
         // it changes nothing.
-        std::atomic<int> next{0};
-        const auto work = [&] {
-            for (int channel = next++; channel < channels; channel = next++) searchChannel(channel, searchedTo_, end);
-        };
-        std::vector<std::jthread> helpers;
-        for (int t = 1; t < threads; ++t) helpers.emplace_back(work);
-        work();
+        spreadOverThreads(channels, threads, [&](int channel) { searchChannel(channel, searchedTo_, end); });
     }
     searchedTo_ = end;
 }

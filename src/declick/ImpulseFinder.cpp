@@ -229,18 +229,29 @@ double scorePulses(const double* m, const std::array<double, 3>& w, double* scor
 
 }  // namespace
 
+// The matched filter at computed positions up to what the scores before `position`
+// read, within the judged range; returns that end.
+int ImpulseFinder::filterFor(int position)
+{
+    const int filterTo = std::min(position + pulseLengths - 1, matchedTo_);
+    if (filterTo > filteredTo_) {
+        impulse_kernels::predictionErrors(kernelPath_, forwardErrors_.data() + filteredTo_, model_.data(), order, 1,
+                                          matched_.data() + filteredTo_, filterTo - filteredTo_);
+        filteredTo_ = filterTo;
+    }
+    return filterTo;
+}
+
 // Scores (and the matched filter they read) at computed positions up to `position`,
-// within the judged range.
-void ImpulseFinder::scoreUpTo(int position)
+// within the judged range; returns the largest of those added.
+double ImpulseFinder::scoreUpTo(int position)
 {
     const int to = std::min(position, matchedTo_);
-    if (to <= scoredTo_) return;
-    const int filterTo = std::min(to + pulseLengths - 1, matchedTo_);
-    impulse_kernels::predictionErrors(kernelPath_, forwardErrors_.data() + filteredTo_, model_.data(), order, 1,
-                                      matched_.data() + filteredTo_, filterTo - filteredTo_);
-    filteredTo_ = filterTo;
-    scorePulses(matched_.data(), pulseWeights_, score_.data(), scoredTo_, to, matchedTo_);
+    if (to <= scoredTo_) return 0.0;
+    filterFor(to);
+    const double largest = scorePulses(matched_.data(), pulseWeights_, score_.data(), scoredTo_, to, matchedTo_);
     scoredTo_ = to;
+    return largest;
 }
 
 // Whether fine crackle may start in the block: the matched filter
@@ -260,13 +271,8 @@ bool ImpulseFinder::fineCracklePossible(int validFrom, int validTo, int count)
     if (scoreFrom >= scoreTo) return false;
     matchedTo_ = to;
     scoreFrom_ = filteredTo_ = scoredTo_ = scoreFrom;
-    const int filterTo = std::min(scoreTo + pulseLengths - 1, to);
-    impulse_kernels::predictionErrors(kernelPath_, forwardErrors_.data() + scoreFrom, model_.data(), order, 1,
-                                      matched_.data() + scoreFrom, filterTo - scoreFrom);
-    filteredTo_ = filterTo;
     std::array<double, pulseLengths> lags{};  // autocorrelation of the model's coefficients
-    for (int k = 0; k < pulseLengths; ++k)
-        for (int j = 0; j + k <= order; ++j) lags[k] += model_[j] * model_[j + k];
+    autocorrelate(model_.data(), order + 1, lags.data(), pulseLengths - 1);
     double gain = 0.0;  // a score is at most gain * max |matched_|
     for (int length = 1; length <= pulseLengths; ++length) {
         double variance = length * lags[0];
@@ -277,13 +283,10 @@ bool ImpulseFinder::fineCracklePossible(int validFrom, int validTo, int count)
     const auto passable = [&](double largestScore) {
         return !medianAtLeast(count, largestScore * medianToDeviation / fineThreshold_);
     };
+    const int filterTo = filterFor(scoreTo);
     // (A hair above the bound, for the sums' rounding.)
     const double largestMatched = largestMagnitude(matched_.data() + scoreFrom, filterTo - scoreFrom);
-    if (!passable(gain * largestMatched * (1.0 + 1e-9))) return false;
-    const double largestScore =
-        scorePulses(matched_.data(), pulseWeights_, score_.data(), scoreFrom, scoreTo, matchedTo_);
-    scoredTo_ = scoreTo;
-    return passable(largestScore);
+    return passable(gain * largestMatched * (1.0 + 1e-9)) && passable(scoreUpTo(scoreTo));
 }
 
 // First forward flag to last backward flag at fineExtentShare of the fine threshold,

@@ -97,7 +97,8 @@ private:
     void collectRuns(std::vector<Impulse>& found) const;
     std::pair<int, int> matchedRange(int validFrom, int validTo) const;
     bool fineCracklePossible(int validFrom, int validTo, int count);
-    void scoreUpTo(int position);
+    int filterFor(int position);
+    double scoreUpTo(int position);
     void findFine(int validFrom, int validTo, double level, std::vector<Impulse>& fine);
     std::pair<int, int> fineExtentOf(int runStart, int runEnd, int validFrom, int validTo, double level) const;
     std::optional<Impulse> fineIn(int runStart, int runEnd, int validFrom, int validTo, double level);

@@ -1,11 +1,10 @@
 #include "declick/MultichannelDeclicker.h"
 
 #include <algorithm>
-#include <atomic>
 #include <numeric>
-#include <thread>
 
 #include "declick/SampleRange.h"
+#include "declick/SpreadOverThreads.h"
 
 namespace {
 
@@ -64,14 +63,7 @@ void MultichannelDeclicker::process(float* const* rows, int frames)
         for (std::size_t g = 0; g < groups_.size(); ++g) processGroup(g, rows, frames);
         return;
     }
-    // Groups go to whichever thread asks next: which one runs a group does not
-    // change its output.
-    std::atomic<std::size_t> next{0};
-    auto work = [&] {
-        for (std::size_t g = next++; g < groups_.size(); g = next++) processGroup(g, rows, frames);
-    };
-    std::vector<std::jthread> helpers;
-    helpers.reserve(static_cast<std::size_t>(jobs_ - 1));
-    for (int t = 1; t < jobs_; ++t) helpers.emplace_back(work);
-    work();
+    // Which thread runs a group does not change its output.
+    spreadOverThreads(static_cast<int>(groups_.size()), jobs_,
+                      [&](int g) { processGroup(static_cast<std::size_t>(g), rows, frames); });
 }
