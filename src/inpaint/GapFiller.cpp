@@ -35,6 +35,7 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
       order(std::min(msToSamples(longest(settings, &InpaintCandidate::orderMs), sampleRate), contextSamples)),
       unitGainMaxGap(settings.unitGainMaxGapMs > 0.0 ? msToSamples(settings.unitGainMaxGapMs, sampleRate) : 0),
       errorWeightMaxGap(settings.errorWeightMaxGapMs > 0.0 ? msToSamples(settings.errorWeightMaxGapMs, sampleRate) : 0),
+      sidedMaxGap(msToSamples(settings.sidedMaxGapMs, sampleRate)),
       holdOutMaxGap(msToSamples(settings.holdOutMaxGapMs, sampleRate)),
       edgeMaxGap(msToSamples(settings.edgeMaxGapMs, sampleRate)),
       periodicMinGap(msToSamples(settings.periodicMinGapMs, sampleRate)),
@@ -52,6 +53,7 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
       normal(2 * arContext(maxGap) + maxGap, order),
       solver(maxGap, 3 * maxChannels),
       edges(maxGap, order),
+      sided(maxGap, order),
       search(maxGap >= patternMinGap ? segmentCapacity : 16, maxChannels),
       periodic(periodicFor(settings, sampleRate, order, maxChannels)),
       segments(new double[static_cast<std::size_t>(maxChannels) * segmentCapacity]()),
@@ -61,6 +63,7 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
       segmentRows(new const double*[maxChannels]()),
       column(new double[order + 1]()),
       model_(new double[order + 1]()),
+      sideModels(new double[2 * (static_cast<std::size_t>(order) + 1)]()),
       candidateFills(new double[static_cast<std::size_t>(maxFills) * 3 * maxChannels * maxGap]())
 {
     for (const InpaintCandidate& candidate : settings.candidates) {
@@ -447,6 +450,28 @@ void GapFiller::addPeriodicCandidate(int channelCount, const Layout& at)
     ++activeCandidates;
 }
 
+// The candidate's fill of the gap moved `share` of the way to the fill under one model
+// from each side (SidedLeastSquares), each estimated on its side's context alone.
+// Near the recording's ends, where a side's context is short, the fill stays.
+void GapFiller::blendSidedFill(int channelCount, const Layout& at, int context, int modelOrder, double share)
+{
+    const int g = at.gap(), p = modelOrder;
+    if (at.knownFrom > g - context || at.knownTo < g + at.length + context) return;
+    const std::size_t stride = static_cast<std::size_t>(order) + 1;
+    for (int side = 0; side < 2; ++side) {
+        estimator.begin(p);
+        for (int c = 0; c < channelCount; ++c) estimator.add(segment(c) + (side == 0 ? g - context : g + at.length), context);
+        std::copy_n(flooring.floored(estimator.model(), p, settings_.whiteFloor), p + 1, sideModels.get() + side * stride);
+    }
+    sided.setModels(sideModels.get(), sideModels.get() + stride, p, at.length);
+    for (int c = 0; c < channelCount; ++c) {
+        double* x = work.get();
+        std::copy_n(segment(c) + g - p, at.length + 2 * p, x);
+        sided.refine(solver, x, p, settings_.sidedIterations);
+        for (int i = 0; i < at.length; ++i) rows[c][i] = (1.0 - share) * rows[c][i] + share * x[p + i];
+    }
+}
+
 void GapFiller::fillFromModels(int channelCount, const Layout& at)
 {
     activeCandidates = 0;
@@ -465,6 +490,8 @@ void GapFiller::fillFromModels(int channelCount, const Layout& at)
                 const bool dropped = heldOut == 1 && pass + 1 == model.passes;
                 solveNearEdges(channelCount, at, modelOrder, !dropped);
             }
+            if (!heldOut && model.sidedShare > 0.0 && at.length <= sidedMaxGap)
+                blendSidedFill(channelCount, at, candidateContext[candidate], modelOrder, model.sidedShare);
             if (heldOut) keepCandidate(activeCandidates, channelCount, at, 1, stretches);
             else keepCandidate(activeCandidates, channelCount, at, 0, holdOut ? 1 : stretches);
         }

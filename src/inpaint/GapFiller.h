@@ -15,7 +15,9 @@
 // candidate, a gain of at most 1), which keeps an unreliable fill from doing worse
 // than silence. For short gaps the stretches are restored by models estimated without
 // them, so a model that merely fits its context well is not favoured; the shortest
-// gaps weight the fills by their relative errors there instead. From 10 ms, where
+// gaps weight the fills by their relative errors there instead. Around 10 ms the
+// short-context model's fill is half the fill under one model from each side
+// (SidedLeastSquares), which follows a voice changing across the gap. From 10 ms, where
 // both sides are clearly periodic, the pitch cycles of the two sides repeated across
 // the gap in step (PeriodicExtension) join the candidates.
 //
@@ -42,6 +44,7 @@
 #include "inpaint/NormalProduct.h"
 #include "inpaint/PatternSearch.h"
 #include "inpaint/PeriodicExtension.h"
+#include "inpaint/SidedLeastSquares.h"
 #include "inpaint/ToeplitzSolver.h"
 
 // One candidate model: its context on each side, its AR order, its model / fill
@@ -53,6 +56,10 @@ struct InpaintCandidate {
     int passes = 1;
     double maxGapMs = 0.0;
     double minGapMs = 0.0;  // and the shortest
+    // For gaps up to InpaintSettings::sidedMaxGapMs, the share of its fill of the gap
+    // taken from the fill under one model from each side (SidedLeastSquares) instead,
+    // with the same context and order.
+    double sidedShare = 0.0;
 };
 
 struct InpaintSettings {
@@ -62,7 +69,7 @@ struct InpaintSettings {
     // order, and short gaps leave the time for it. Around a 5 ms gap speech changes
     // within 30 ms, so the shortest gaps take two models of still shorter context.
     InpaintCandidate candidates[maxCandidates] = {
-        {90.0, 23.2, 1, 0.0}, {32.0, 11.6, 2, 40.0, 7.0}, {24.0, 11.6, 2, 7.0}, {16.0, 8.7, 2, 7.0}};
+        {90.0, 23.2, 1, 0.0}, {32.0, 11.6, 2, 40.0, 7.0, 0.5}, {24.0, 11.6, 2, 7.0}, {16.0, 8.7, 2, 7.0}};
     // Gaps of patternMinGapMs or more first try the similarity search over
     // patternReachMs on each side with borders of patternBorderMs: a passage whose
     // borders match the gap's as well as patternTrust fills it instead of the models
@@ -93,6 +100,10 @@ struct InpaintSettings {
     double periodicMaxMs = 12.5;
     double periodicWindowMs = 10.0;
     double periodicTrust = 0.8;
+    // A voice changes across a gap of 10 ms: a model from each side follows it, where
+    // one model of both sides blurs the two. Longer gaps lose music by it.
+    double sidedMaxGapMs = 12.0;
+    int sidedIterations = 10;  // conjugate gradient steps of the two-sided fill
     bool validate = true;  // weight the fills by their restorations of known audio
     // Gaps up to holdOutMaxGapMs restore the validation stretches from a second
     // estimate of each Burg model that leaves them out (twice the estimation work), so
@@ -105,7 +116,7 @@ struct InpaintSettings {
     // over its energy) to errorWeightPower. Longer gaps up to unitGainMaxGapMs whose
     // least-squares weights sum to unitGainTrust or more (the fill carries most of the
     // known audio) take the weights of least error that sum to one.
-    double errorWeightMaxGapMs = 7.0;
+    double errorWeightMaxGapMs = 12.0;
     int errorWeightPower = 2;
     double unitGainMaxGapMs = 12.0;
     double unitGainTrust = 0.5;
@@ -160,6 +171,7 @@ private:
     void combineCandidates(int channelCount, const Layout& at);
     void fillFromModels(int channelCount, const Layout& at);
     void addPeriodicCandidate(int channelCount, const Layout& at);
+    void blendSidedFill(int channelCount, const Layout& at, int context, int modelOrder, double share);
     double* candidateFill(int candidate, int row) const;
     void solve(int channelCount, const Layout& at, int modelOrder);
     void solveNearEdges(int channelCount, const Layout& at, int modelOrder, bool refine);
@@ -178,7 +190,7 @@ private:
     int candidateMinGap[InpaintSettings::maxCandidates] = {};
     int contextSamples;  // the longest candidate's
     int order;           // the highest candidate's
-    int unitGainMaxGap, errorWeightMaxGap;
+    int unitGainMaxGap, errorWeightMaxGap, sidedMaxGap;
     int holdOutMaxGap, edgeMaxGap, periodicMinGap, patternMinGap, patternReach, patternBorder, patternLongGap;
     int patternWideMinGap, patternWideReach;
     int maxGap_;
@@ -189,6 +201,7 @@ private:
     NormalProduct normal;
     ToeplitzSolver solver;
     EdgeLeastSquares edges;
+    SidedLeastSquares sided;
     PatternSearch search;
     PeriodicExtension periodic;
     std::unique_ptr<double[]> segments;   // maxChannels rows of segmentCapacity
@@ -198,6 +211,7 @@ private:
     std::unique_ptr<const double*[]> segmentRows;  // maxChannels
     std::unique_ptr<double[]> column;     // order + 1
     std::unique_ptr<double[]> model_;     // order + 1: the floored model of the current pass
+    std::unique_ptr<double[]> sideModels;  // 2 x (order + 1): before and after the gap
     std::unique_ptr<double[]> candidateFills;  // maxCandidates x 3 x maxChannels x maxGap
     double weights[maxFills] = {};
 };

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <cstdio>
+#include <cstdlib>
 #include <random>
 
 #include <ferrotip/ferrotip.h>
@@ -154,6 +156,26 @@ double gapSnr(const std::vector<std::vector<float>>& original,
     return 10.0 * std::log10(signal / error);
 }
 
+namespace {
+
+// One gap for study outside the program (see InpaintTable.cpp): a second of every
+// channel on each side of it, then every channel's fill.
+void dumpGap(const char* dir, const std::vector<std::vector<float>>& original,
+             const std::vector<std::vector<float>>& filled, int gapStart, int gapLength, int rate)
+{
+    static int index = 0;
+    const int side = std::min(rate, gapStart);
+    char name[512];
+    std::snprintf(name, sizeof name, "%s/gap%04d_%d_%zu_%d.f32", dir, index++, rate, original.size(), gapLength);
+    FILE* file = std::fopen(name, "wb");
+    if (!file) return;
+    for (const auto& channel : original) std::fwrite(channel.data() + gapStart - side, 4, 2 * side + gapLength, file);
+    for (const auto& channel : filled) std::fwrite(channel.data() + gapStart, 4, gapLength, file);
+    std::fclose(file);
+}
+
+}  // namespace
+
 double meanSnr(const std::vector<Recording>& recordings, const std::vector<Gap>& gaps, int margin,
                const Filler& filler)
 {
@@ -168,6 +190,7 @@ double meanSnr(const std::vector<Recording>& recordings, const std::vector<Gap>&
         for (auto& channel : window) std::fill_n(channel.begin() + margin, gap.length, 0.0f);
         filler(window, margin, gap.length, r.rate);
         sum += gapSnr(original, window, margin, gap.length);
+        if (const char* dir = std::getenv("INPAINT_DUMP")) dumpGap(dir, original, window, margin, gap.length, r.rate);
     }
     return gaps.empty() ? 0.0 : sum / gaps.size();
 }

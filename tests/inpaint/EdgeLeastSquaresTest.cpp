@@ -9,6 +9,7 @@
 #include <random>
 #include <vector>
 
+#include "inpaint/DenseAlgebra.h"
 #include "inpaint/EdgeLeastSquares.h"
 #include "inpaint/ToeplitzSolver.h"
 
@@ -16,43 +17,9 @@ namespace {
 
 constexpr int order = 6;
 
-// A stable prediction error filter from reflection coefficients (step-up recursion).
 std::vector<double> model()
 {
-    const double reflections[order] = {0.6, -0.4, 0.3, -0.2, 0.1, 0.05};
-    std::vector<double> a(order + 1, 0.0);
-    a[0] = 1.0;
-    for (int m = 1; m <= order; ++m) {
-        const std::vector<double> previous = a;
-        for (int i = 1; i < m; ++i) a[i] = previous[i] + reflections[m - 1] * previous[m - i];
-        a[m] = reflections[m - 1];
-    }
-    return a;
-}
-
-// Solves the dense system m x = b in place (Gaussian elimination, partial pivoting).
-std::vector<double> solveDense(std::vector<std::vector<double>> m, std::vector<double> b)
-{
-    const int n = static_cast<int>(b.size());
-    for (int col = 0; col < n; ++col) {
-        int pivot = col;
-        for (int row = col + 1; row < n; ++row)
-            if (std::fabs(m[row][col]) > std::fabs(m[pivot][col])) pivot = row;
-        std::swap(m[col], m[pivot]);
-        std::swap(b[col], b[pivot]);
-        for (int row = col + 1; row < n; ++row) {
-            const double f = m[row][col] / m[col][col];
-            for (int j = col; j < n; ++j) m[row][j] -= f * m[col][j];
-            b[row] -= f * b[col];
-        }
-    }
-    std::vector<double> x(n);
-    for (int i = n - 1; i >= 0; --i) {
-        double sum = b[i];
-        for (int j = i + 1; j < n; ++j) sum -= m[i][j] * x[j];
-        x[i] = sum / m[i][i];
-    }
-    return x;
+    return inpaint_test::stableModel({0.6, -0.4, 0.3, -0.2, 0.1, 0.05});
 }
 
 // The dense least-squares fill of x[gap, gap + length) from the errors whose samples
@@ -77,7 +44,7 @@ std::vector<double> denseFill(const std::vector<double>& a, const std::vector<do
             rhs[i] -= row[i] * known;
         }
     }
-    return solveDense(normal, rhs);
+    return inpaint_test::solveDense(normal, rhs);
 }
 
 void expectDenseFill(int knownFrom, int knownTo, bool backwards)
@@ -91,9 +58,7 @@ void expectDenseFill(int knownFrom, int knownTo, bool backwards)
     const std::vector<double> a = model();
     const std::vector<double> expected = denseFill(a, x, gap, length, knownFrom, knownTo, backwards);
 
-    std::vector<double> column(order + 1, 0.0);  // the model's own autocorrelation
-    for (int k = 0; k <= order; ++k)
-        for (int m = 0; m + k <= order; ++m) column[k] += a[m] * a[m + k];
+    const std::vector<double> column = inpaint_test::modelAutocorrelation(a);
     ToeplitzSolver solver(length, 1);
     EdgeLeastSquares edges(length, order);
     edges.refine(a.data(), order, column.data(), solver, x.data(), gap, length, knownFrom, knownTo, length + 5);

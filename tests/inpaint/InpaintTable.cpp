@@ -12,10 +12,13 @@
 // context:order:passes:maxGap[:minGap] in ms), INPAINT_HOLD_OUT_MS, INPAINT_PATTERN
 // (minGap:reach:border:trust), INPAINT_LONG (borderShare:longTrust:longGap),
 // INPAINT_ERROR_WEIGHTS (maxGap:power), INPAINT_UNIT_GAIN (maxGap:trust),
-// INPAINT_WHITE, INPAINT_NO_VALIDATION and INPAINT_EDGE_ITERATIONS (iterations[:maxGap])
+// INPAINT_SIDED (maxGap:iterations), INPAINT_WHITE, INPAINT_NO_VALIDATION and INPAINT_EDGE_ITERATIONS (iterations[:maxGap])
 // set the filler's parameters for experiments. INPAINT_EDGE=N ends the recording N
 // samples after each gap (INPAINT_EDGE_SIDE=before: N samples before it), and the
 // filler is told so unless INPAINT_EDGE_BLIND is set (then it takes silence past the end).
+// INPAINT_DUMP=DIR writes each gap as raw 32-bit floats (gapNNNN_RATE_CHANNELS_LENGTH.f32:
+// every channel's second before the gap, the gap and the second after it, then every
+// channel's fill) for study outside the program.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -49,8 +52,8 @@ InpaintSettings settingsFromEnvironment()
         for (int i = 0; i < InpaintSettings::maxCandidates; ++i) {
             InpaintCandidate c;
             if (i < static_cast<int>(parts.size()))
-                std::sscanf(parts[i].c_str(), "%lf:%lf:%d:%lf:%lf", &c.contextMs, &c.orderMs, &c.passes, &c.maxGapMs,
-                            &c.minGapMs);
+                std::sscanf(parts[i].c_str(), "%lf:%lf:%d:%lf:%lf:%lf", &c.contextMs, &c.orderMs, &c.passes, &c.maxGapMs,
+                            &c.minGapMs, &c.sidedShare);
             s.candidates[i] = c;
         }
     }
@@ -64,6 +67,7 @@ InpaintSettings settingsFromEnvironment()
                     &s.periodicWindowMs, &s.periodicTrust);
     if (const char* v = std::getenv("INPAINT_HOLD_OUT_MS")) s.holdOutMaxGapMs = std::atof(v);
     if (std::getenv("INPAINT_NO_VALIDATION")) s.validate = false;
+    if (const char* v = std::getenv("INPAINT_SIDED")) std::sscanf(v, "%lf:%d", &s.sidedMaxGapMs, &s.sidedIterations);
     if (const char* v = std::getenv("INPAINT_WHITE")) s.whiteFloor = std::atof(v);
     if (const char* v = std::getenv("INPAINT_EDGE_ITERATIONS")) std::sscanf(v, "%d:%lf", &s.edgeIterations, &s.edgeMaxGapMs);
     if (const char* v = std::getenv("INPAINT_ERROR_WEIGHTS"))
