@@ -33,7 +33,6 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
     : settings_(settings),
       contextSamples(msToSamples(longest(settings, &InpaintCandidate::contextMs), sampleRate)),
       order(std::min(msToSamples(longest(settings, &InpaintCandidate::orderMs), sampleRate), contextSamples)),
-      unitGainMaxGap(settings.unitGainMaxGapMs > 0.0 ? msToSamples(settings.unitGainMaxGapMs, sampleRate) : 0),
       errorWeightMaxGap(settings.errorWeightMaxGapMs > 0.0 ? msToSamples(settings.errorWeightMaxGapMs, sampleRate) : 0),
       sidedMaxGap(msToSamples(settings.sidedMaxGapMs, sampleRate)),
       holdOutMaxGap(msToSamples(settings.holdOutMaxGapMs, sampleRate)),
@@ -283,7 +282,7 @@ void GapFiller::keepCandidate(int candidate, int channelCount, const Layout& at,
 
 // The validation system: gram[i][j] = <y_i, y_j> and gram[i][k] = <y_i, x> over the
 // validation stretches, x their known audio and y_i candidate i's restorations of it.
-void GapFiller::validationSystem(int channelCount, const Layout& at, double (*gram)[maxFills + 2]) const
+void GapFiller::validationSystem(int channelCount, const Layout& at, double (*gram)[maxFills + 1]) const
 {
     const int k = activeCandidates;
     for (int row = channelCount; row < 3 * channelCount; ++row) {
@@ -308,22 +307,18 @@ void GapFiller::validationSystem(int channelCount, const Layout& at, double (*gr
 namespace {
 
 // Gaussian elimination on the small symmetric positive definite system gram (k x k)
-// with two right-hand sides, columns k and k + 1; their solutions go to first and second.
-void solveTwice(double (*gram)[InpaintSettings::maxCandidates + 3], int k, double* first, double* second)
+// with its right-hand side in column k; the solution goes to x.
+void solveSmall(double (*gram)[InpaintSettings::maxCandidates + 2], int k, double* x)
 {
     for (int col = 0; col < k; ++col)
         for (int row = col + 1; row < k; ++row) {
             const double f = gram[row][col] / gram[col][col];
-            for (int j = col; j <= k + 1; ++j) gram[row][j] -= f * gram[col][j];
+            for (int j = col; j <= k; ++j) gram[row][j] -= f * gram[col][j];
         }
     for (int i = k - 1; i >= 0; --i) {
-        double sum = gram[i][k], ones = gram[i][k + 1];
-        for (int j = i + 1; j < k; ++j) {
-            sum -= gram[i][j] * first[j];
-            ones -= gram[i][j] * second[j];
-        }
-        first[i] = sum / gram[i][i];
-        second[i] = ones / gram[i][i];
+        double sum = gram[i][k];
+        for (int j = i + 1; j < k; ++j) sum -= gram[i][j] * x[j];
+        x[i] = sum / gram[i][i];
     }
 }
 
@@ -400,9 +395,8 @@ void GapFiller::combineCandidates(int channelCount, const Layout& at)
         weightByErrors(channelCount, at);
         return;
     }
-    // Column k: the known audio's products; column k + 1: ones, for the weights of
-    // least error among those that sum to one.
-    double gram[maxFills][maxFills + 2] = {};
+    // Column k: the known audio's products.
+    double gram[maxFills][maxFills + 1] = {};
     validationSystem(channelCount, at, gram);
     double trace = 0.0;
     for (int i = 0; i < k; ++i) trace += gram[i][i];
@@ -410,20 +404,10 @@ void GapFiller::combineCandidates(int channelCount, const Layout& at)
     for (int i = 0; i < k; ++i) {
         for (int j = i + 1; j < k; ++j) gram[i][j] = gram[j][i];
         gram[i][i] += 1e-3 * trace / k;
-        gram[i][k + 1] = 1.0;
     }
-    double towardsOnes[maxFills];
-    solveTwice(gram, k, weights, towardsOnes);
-    double total = 0.0, onesTotal = 0.0;
-    for (int i = 0; i < k; ++i) {
-        total += weights[i];
-        onesTotal += towardsOnes[i];
-    }
-    if (at.length <= unitGainMaxGap && total >= settings_.unitGainTrust && onesTotal > 0.0) {
-        // The constrained solution: the free one moved along G^-1 1 until the sum is one.
-        for (int i = 0; i < k; ++i) weights[i] -= towardsOnes[i] * (total - 1.0) / onesTotal;
-        return;
-    }
+    solveSmall(gram, k, weights);
+    double total = 0.0;
+    for (int i = 0; i < k; ++i) total += weights[i];
     if (total > 1.0)  // never louder than the candidates' own scale
         for (int i = 0; i < k; ++i) weights[i] /= total;
     if (total < 0.0)

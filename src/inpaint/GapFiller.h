@@ -113,13 +113,9 @@ struct InpaintSettings {
     // on them restores the gap, so their least-squares weights shrink a good fill. Gaps
     // up to errorWeightMaxGapMs take weights that sum to one, each inversely
     // proportional to its fill's relative error on the stretches (each side's error
-    // over its energy) to errorWeightPower. Longer gaps up to unitGainMaxGapMs whose
-    // least-squares weights sum to unitGainTrust or more (the fill carries most of the
-    // known audio) take the weights of least error that sum to one.
+    // over its energy) to errorWeightPower.
     double errorWeightMaxGapMs = 12.0;
     int errorWeightPower = 2;
-    double unitGainMaxGapMs = 12.0;
-    double unitGainTrust = 0.5;
     double whiteFloor = 1e-8;  // white floor under the model's spectrum, relative to its power
     // Fills of gaps up to edgeMaxGapMs near a recording's end are refined by up to
     // edgeIterations steps of conjugate gradients towards the fill from the prediction
@@ -165,7 +161,7 @@ private:
     void addContext(int c, const Layout& at, int from, int to, bool holdOut);
     void estimate(int channelCount, const Layout& at, int context, int modelOrder, bool firstPass, bool holdOut);
     void keepCandidate(int candidate, int channelCount, const Layout& at, int firstStretch, int stretches);
-    void validationSystem(int channelCount, const Layout& at, double (*gram)[maxFills + 2]) const;
+    void validationSystem(int channelCount, const Layout& at, double (*gram)[maxFills + 1]) const;
     void relativeErrors(int channelCount, const Layout& at, double* errors) const;
     void weightByErrors(int channelCount, const Layout& at);
     void combineCandidates(int channelCount, const Layout& at);
@@ -190,7 +186,7 @@ private:
     int candidateMinGap[InpaintSettings::maxCandidates] = {};
     int contextSamples;  // the longest candidate's
     int order;           // the highest candidate's
-    int unitGainMaxGap, errorWeightMaxGap, sidedMaxGap;
+    int errorWeightMaxGap, sidedMaxGap;
     int holdOutMaxGap, edgeMaxGap, periodicMinGap, patternMinGap, patternReach, patternBorder, patternLongGap;
     int patternWideMinGap, patternWideReach;
     int maxGap_;

@@ -11,7 +11,7 @@
 // slow), inpaint, auto. INPAINT_CANDIDATES (a comma list of candidates, each
 // context:order:passes:maxGap[:minGap] in ms), INPAINT_HOLD_OUT_MS, INPAINT_PATTERN
 // (minGap:reach:border:trust), INPAINT_LONG (borderShare:longTrust:longGap),
-// INPAINT_ERROR_WEIGHTS (maxGap:power), INPAINT_UNIT_GAIN (maxGap:trust),
+// INPAINT_ERROR_WEIGHTS (maxGap:power),
 // INPAINT_SIDED (maxGap:iterations), INPAINT_WHITE, INPAINT_NO_VALIDATION and INPAINT_EDGE_ITERATIONS (iterations[:maxGap])
 // set the filler's parameters for experiments. INPAINT_EDGE=N ends the recording N
 // samples after each gap (INPAINT_EDGE_SIDE=before: N samples before it), and the
@@ -72,8 +72,6 @@ InpaintSettings settingsFromEnvironment()
     if (const char* v = std::getenv("INPAINT_EDGE_ITERATIONS")) std::sscanf(v, "%d:%lf", &s.edgeIterations, &s.edgeMaxGapMs);
     if (const char* v = std::getenv("INPAINT_ERROR_WEIGHTS"))
         std::sscanf(v, "%lf:%d", &s.errorWeightMaxGapMs, &s.errorWeightPower);
-    if (const char* v = std::getenv("INPAINT_UNIT_GAIN"))
-        std::sscanf(v, "%lf:%lf", &s.unitGainMaxGapMs, &s.unitGainTrust);
     return s;
 }
 
