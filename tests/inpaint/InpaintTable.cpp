@@ -9,11 +9,10 @@
 // Fillers: zero, m0..m6 (the module's methods), classic and gapwise (the plain
 // references; at 100 ms and above on the first --long-gaps gaps of each seed only, as they are
 // slow), inpaint, auto. INPAINT_CANDIDATES (a comma list of candidates, each
-// context:order:passes:maxGap[:minGap] in ms), INPAINT_HOLD_OUT_MS, INPAINT_PATTERN
-// (minGap:reach:border:trust), INPAINT_LONG (borderShare:longTrust:longGap),
-// INPAINT_ERROR_WEIGHTS (maxGap:power),
-// INPAINT_SIDED (maxGap:iterations), INPAINT_WHITE, INPAINT_NO_VALIDATION and INPAINT_EDGE_ITERATIONS (iterations[:maxGap])
-// set the filler's parameters for experiments. INPAINT_EDGE=N ends the recording N
+// context:order:passes:maxGap[:minGap[:sidedShare]] in ms), INPAINT_HOLD_OUT_MS,
+// INPAINT_PATTERN (minGap:reach:border:trust), INPAINT_LONG (borderShare:longTrust:longGap),
+// INPAINT_ERROR_WEIGHTS (maxGap:power), INPAINT_SIDED (maxGap:iterations), INPAINT_WHITE,
+// INPAINT_NO_VALIDATION and INPAINT_EDGE_ITERATIONS (iterations[:maxGap]) set the filler's parameters for experiments. INPAINT_EDGE=N ends the recording N
 // samples after each gap (INPAINT_EDGE_SIDE=before: N samples before it), and the
 // filler is told so unless INPAINT_EDGE_BLIND is set (then it takes silence past the end).
 // INPAINT_DUMP=DIR writes each gap as raw 32-bit floats (gapNNNN_RATE_CHANNELS_LENGTH.f32:
