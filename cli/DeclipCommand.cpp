@@ -2,9 +2,10 @@
 // them. The file streams through in chunks with one declipper frame of context on
 // each side, so memory stays flat whatever its length and the output does not
 // depend on the chunk size. Passes: one to find the clip levels (unless --level
-// gives them), one to restore; with --gain auto the restored samples wait in an
-// unnamed temporary file until the restored peak is known, and a third pass scales
-// them into the output. Unclipped samples travel in the file's own scale, so with
+// gives them), one to restore into an unnamed temporary file, and a third that
+// calibrates the restored excess over the levels (known once the whole file has been
+// restored) and applies the gain (--gain auto: just enough for the calibrated peaks
+// to fit) into the output. Unclipped samples travel in the file's own scale, so with
 // no gain they come out bit for bit.
 #include <unistd.h>
 
@@ -69,17 +70,18 @@ private:
     std::int64_t reclipped_ = 0;
 };
 
-// The restored output of pass two, parked in an unnamed temporary file.
+// The restored output of pass two, parked in an unnamed temporary file until the
+// calibration of its excess and the gain are known.
 class SpillFile {
 public:
     SpillFile() : file_(std::tmpfile(), std::fclose)
     {
-        if (!file_) throw CliError("cannot create a temporary file for --gain auto");
+        if (!file_) throw CliError("cannot create a temporary file for the restoration");
     }
     void write(const double* data, std::size_t count)
     {
         if (std::fwrite(data, sizeof(double), count, file_.get()) != count)
-            throw CliError("cannot write the temporary file for --gain auto (disk full?)");
+            throw CliError("cannot write the restoration's temporary file (disk full?)");
     }
     void rewind() { std::rewind(file_.get()); }
     std::size_t read(double* data, std::size_t count) { return std::fread(data, sizeof(double), count, file_.get()); }
@@ -126,7 +128,8 @@ void declipFile(const DeclipOptions& options)
     const auto gain = parseGain(options.gain.empty() ? (bounded ? "auto" : "0dB") : options.gain);
     const auto started = std::chrono::steady_clock::now();
 
-    const int passes = (level ? 1 : 2) + (gain ? 0 : 1);
+    // Passes: the levels (unless given), the restoration, and the calibrated output.
+    const int passes = (level ? 1 : 2) + 1;
     const std::int64_t total = reader.frames();
     Progress progress(total * passes, isatty(STDERR_FILENO) != 0 && !options.quiet);
     const std::vector<ClipLevels> levels = clipLevels(reader, level, progress);
@@ -136,32 +139,25 @@ void declipFile(const DeclipOptions& options)
     RunTracker runs(reader.channels(), !options.report.empty());
     RestorePass restore(reader, options.input, levels);
     noteLossyRewrite(reader, writer, options.input, options.output);
-    double applied = gain.value_or(1.0);
-    std::int64_t reclipped = 0;
-    if (gain) {
-        ScaledWriter scaled(writer, reader, applied);
-        restore.run([&](const double* frames, std::int64_t count) { scaled.write(frames, count); }, summary, runs,
-                    progress, restoreBase);
-        reclipped = scaled.reclipped();
-    } else {
-        SpillFile spill;
-        const std::size_t width = static_cast<std::size_t>(reader.channels());
-        restore.run([&](const double* frames, std::int64_t count) { spill.write(frames, count * width); }, summary,
-                    runs, progress, restoreBase);
-        applied = fittingGain(summary, reader, writer);
-        ScaledWriter scaled(writer, reader, applied);
-        spill.rewind();
-        std::vector<double> frames(static_cast<std::size_t>(chunkFrames) * width);
-        for (std::int64_t done = 0; done < total;) {
-            const std::int64_t count = std::min(chunkFrames, total - done);
-            if (spill.read(frames.data(), count * width) != count * width)
-                throw CliError("cannot read back the temporary file for --gain auto");
-            scaled.write(frames.data(), count);
-            done += count;
-            progress.update(restoreBase + total + done);
-        }
-        reclipped = scaled.reclipped();
+    SpillFile spill;
+    const std::size_t width = static_cast<std::size_t>(reader.channels());
+    restore.run([&](const double* frames, std::int64_t count) { spill.write(frames, count * width); }, summary, runs,
+                progress, restoreBase);
+    const double applied = gain ? *gain : fittingGain(summary, reader, writer);
+    ScaledWriter scaled(writer, reader, applied);
+    spill.rewind();
+    std::vector<double> frames(static_cast<std::size_t>(chunkFrames) * width);
+    for (std::int64_t done = 0; done < total;) {
+        const std::int64_t count = std::min(chunkFrames, total - done);
+        if (spill.read(frames.data(), count * width) != count * width)
+            throw CliError("cannot read back the restoration's temporary file");
+        for (std::size_t i = 0; i < count * width; ++i)
+            frames[i] = restore.calibrated(static_cast<int>(i % width), frames[i]);
+        scaled.write(frames.data(), count);
+        done += count;
+        progress.update(restoreBase + total + done);
     }
+    const std::int64_t reclipped = scaled.reclipped();
     if (!options.report.empty()) writeSpanReport(options.report, summary.spans, reader.sampleRate());
     writer.commit();
     progress.finish();

@@ -17,6 +17,7 @@
 #include "SpanList.h"
 #include "declip/ClipLevelFinder.h"
 #include "declip/Declipper.h"
+#include "declip/ExcessScale.h"
 
 inline constexpr std::int64_t chunkFrames = 65536;
 
@@ -121,7 +122,10 @@ std::vector<ClipLevels> clipLevels(Reader& reader, std::optional<double> level, 
 using FrameSink = std::function<void(const double* interleaved, std::int64_t frames)>;
 
 // Streams the audio through the declipper and hands the output, in the file's scale
-// and before any gain, to `sink` chunk by chunk.
+// and before any gain, to `sink` chunk by chunk. The restored excess over the clip
+// levels is calibrated only once the whole file has been seen (ExcessScale): the
+// caller passes each output sample through calibrated() afterwards. The summary's
+// peaks are the calibrated ones.
 template <typename Reader>
 class RestorePass {
 public:
@@ -136,8 +140,18 @@ public:
           raw_(static_cast<std::size_t>(capacity_) * channels_),
           rows_(channels_, std::vector<float>(capacity_)),
           restored_(channels_, std::vector<float>(chunkFrames)),
-          output_(static_cast<std::size_t>(chunkFrames) * channels_)
+          output_(static_cast<std::size_t>(chunkFrames) * channels_),
+          scales_(levels.begin(), levels.end())
     {
+    }
+
+    // A sample of the sink's output (file scale) for `channel`, with its restored
+    // excess calibrated; an unclipped sample comes back bit for bit.
+    double calibrated(int channel, double value) const
+    {
+        const float sample = static_cast<float>(value / reader_.fullScale());
+        if (levels_[channel].sign(sample) == 0) return value;
+        return static_cast<double>(scales_[channel].scaled(sample)) * reader_.fullScale();
     }
 
     template <typename Progress>
@@ -161,6 +175,11 @@ public:
             progress.update(progressBase + to);
         }
         runs.closeAll(summary);
+        for (ExcessScale& scale : scales_) {
+            scale.finish();
+            summary.positivePeak = std::max(summary.positivePeak, static_cast<double>(scale.peak(1)));
+            summary.negativePeak = std::max(summary.negativePeak, static_cast<double>(scale.peak(-1)));
+        }
     }
 
 private:
@@ -197,8 +216,11 @@ private:
                 const double value = sign == 0 ? raw_[local * channels_ + c]
                                                : static_cast<double>(restored_[c][at - from]) * reader_.fullScale();
                 output_[(at - from) * channels_ + c] = value;
-                double& peak = value > 0.0 ? summary.positivePeak : summary.negativePeak;
-                peak = std::max(peak, std::fabs(value) / reader_.fullScale());
+                scales_[c].add(rows_[c][local], restored_[c][at - from]);
+                if (sign == 0) {  // the restored peaks come calibrated at the end
+                    double& peak = value > 0.0 ? summary.positivePeak : summary.negativePeak;
+                    peak = std::max(peak, std::fabs(value) / reader_.fullScale());
+                }
                 runs.sample(c, at, sign, summary);
                 anyClipped = anyClipped || sign != 0;
             }
@@ -216,6 +238,7 @@ private:
     std::vector<std::vector<float>> rows_;  // per channel, full scale 1
     std::vector<std::vector<float>> restored_;
     std::vector<double> output_;
+    std::vector<ExcessScale> scales_;  // per channel
     std::int64_t origin_ = 0, held_ = 0;
 };
 

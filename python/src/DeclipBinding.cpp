@@ -86,6 +86,11 @@ py::tuple declip(const py::object& audioArgument, const py::object& rateArgument
                 written += count;
             },
             summary, runs, progress, 0);
+        for (std::int64_t c = 0; c < audio.channels; ++c) {
+            float* row = out + c * audio.frames;
+            for (std::int64_t f = 0; f < audio.frames; ++f)
+                row[f] = static_cast<float>(restore.calibrated(static_cast<int>(c), row[f]));
+        }
     }
     py::list spans;
     for (const SampleSpan& s : summary.spans)
