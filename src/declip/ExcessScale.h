@@ -7,9 +7,9 @@
 // magnitudes just below the level (the same ratio holds closely for a Gaussian tail).
 // Sparsity in long frames restores light clipping of speech with crests 1.3-2 times
 // too tall; each polarity's restored excess over its level is scaled down so that its
-// mean meets that estimate, and never up. A channel clipped on more than heavyShare
-// of its samples is left as restored: its level lies in the bulk of the distribution,
-// where the tail tells nothing.
+// mean meets that estimate (the mean of its own and of both polarities' pooled), and
+// never up. A channel clipped on more than heavyShare of its samples is left as
+// restored: its level lies in the bulk of the distribution, where the tail tells nothing.
 //
 // Feed every sample of one channel in order (input as clipped, and as restored), then
 // finish(); scaled() then maps each restored clipped sample to its calibrated value,
@@ -25,9 +25,9 @@ class ExcessScale {
 public:
     static constexpr float heavyShare = 0.4f;  // of a channel's samples clipped
     static constexpr float bandWidth = 0.05f;  // the density is measured in [level (1 - bandWidth), level)
-    // Fewer samples than this in a polarity's band leave it as restored: a few crests
-    // that happen to peak just under the level would otherwise pass for the tail
-    // (with 100 such samples, 4 s of speech at 15 dB lost 4.8 dB).
+    // Fewer samples than this in a band (one polarity's, or both pooled) tell nothing:
+    // a few crests that happen to peak just under the level would otherwise pass for
+    // the tail (with 100 such samples, 4 s of speech at 15 dB lost 4.8 dB).
     static constexpr std::int64_t minimumBand = 200;
 
     explicit ExcessScale(ClipLevels levels);
