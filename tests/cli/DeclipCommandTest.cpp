@@ -35,6 +35,16 @@ std::vector<float> clippedTones(double seconds, float peak, float clip)
     return data;
 }
 
+// The same tones through a soft limiter first (crests pressed towards the level), then
+// hard clipped at 1: a restoration that extrapolates round crests overshoots them, and
+// the calibration of the excess scales it back.
+std::vector<float> limitedTones(double seconds)
+{
+    std::vector<float> data = clippedTones(seconds, 1.0f, 1.0f);
+    for (float& v : data) v = std::clamp(1.1f * std::tanh(2.0f * v) / std::tanh(2.0f), -1.0f, 1.0f);
+    return data;
+}
+
 void writeAudio(const std::string& path, const std::vector<float>& interleaved, int format)
 {
     testsupport::writeSoundFile(path, interleaved, 2, 44100, format);
@@ -127,6 +137,22 @@ TEST_F(DeclipCommand, WritesFloatPeaksAboveFullScale)
     ASSERT_EQ(outcome.status, 0) << outcome.output;
     const auto out = testsupport::readSoundFile<float>(path("out.wav")).samples;
     EXPECT_GT(*std::max_element(out.begin(), out.end()), 1.1f);
+}
+
+TEST_F(DeclipCommand, TheSummarysRestoredPeakIsTheWrittenOne)
+{
+    // The restored excess is calibrated once the whole file is known; the summary and
+    // --gain auto must see the calibrated peak.
+    writeAudio(path("in.wav"), limitedTones(1.0), float32);
+    const auto outcome = ferrotip("declip " + path("in.wav") + " " + path("out.wav"));
+    ASSERT_EQ(outcome.status, 0) << outcome.output;
+    const auto at = outcome.output.find("restored peak ");
+    ASSERT_NE(at, std::string::npos) << outcome.output;
+    const double printed = std::stod(outcome.output.substr(at + 14));
+    const auto out = testsupport::readSoundFile<float>(path("out.wav")).samples;
+    float peak = 0.0f;
+    for (float v : out) peak = std::max(peak, std::fabs(v));
+    EXPECT_NEAR(printed, 20.0 * std::log10(peak), 0.006);
 }
 
 TEST_F(DeclipCommand, LowersAnIntegerFileToFitOrWarnsAtZeroDecibels)
