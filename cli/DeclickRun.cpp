@@ -196,9 +196,9 @@ int declickChunk(const DeclickSettings& settings)
 
 std::vector<double> MeanSquareMeter::meanSquares() const
 {
+    const auto frames = static_cast<double>(std::max<std::int64_t>(counted_, 1));
     std::vector<double> means;
-    for (const Lanes& sums : sums_)
-        means.push_back(((sums[0] + sums[1]) + (sums[2] + sums[3])) / static_cast<double>(std::max<std::int64_t>(counted_, 1)));
+    for (const Lanes& sums : sums_) means.push_back(((sums[0] + sums[1]) + (sums[2] + sums[3])) / frames);
     return means;
 }
 

@@ -83,4 +83,3 @@ void autocorrelate(kernel_paths::Path path, const double* samples, int count, do
 #endif
     autocorrelate(samples, count, lags, maxLag);
 }
-

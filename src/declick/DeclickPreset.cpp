@@ -45,14 +45,19 @@ constexpr DeclickSettings clicksThenCrackle{DeclickEngineKind::standard, 512,
 constexpr DeclickSettings fineCrackle{DeclickEngineKind::standard, 512, {fineCracklePass, fineCracklePass}, 1, false,
                                       true, true};
 
+// A preset whose engines run the same passes with or without what follows them.
+constexpr DeclickPreset samePasses(std::string_view name, std::string_view purpose, DeclickSettings settings)
+{
+    return {name, purpose, settings, alone(settings)};
+}
+
 constexpr std::array presets{
     DeclickPreset{"auto", "any recording: the clicks that stand out, then fine crackle; leaves clean audio as it is",
                   clicksAndCrackle, alone(clicksThenCrackle)},
-    DeclickPreset{"gentle", "clear clicks only, in one pass", onePass(gentlePass), alone(onePass(gentlePass))},
-    DeclickPreset{"clicks", "loud clicks and scratches of up to a few milliseconds, in one pass",
-                  onePass({5.0f, {true, 1e-2}}), alone(onePass({5.0f, {true, 1e-2}}))},
-    DeclickPreset{"crackle", "dense fine crackle of a few samples each, as on worn records, in one pass", fineCrackle,
-                  alone(fineCrackle)},
+    samePasses("gentle", "clear clicks only, in one pass", onePass(gentlePass)),
+    samePasses("clicks", "loud clicks and scratches of up to a few milliseconds, in one pass",
+               onePass({5.0f, {true, 1e-2}})),
+    samePasses("crackle", "dense fine crackle of a few samples each, as on worn records, in one pass", fineCrackle),
 };
 
 }  // namespace
