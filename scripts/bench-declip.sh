@@ -17,10 +17,14 @@
 #   scripts/bench-declip.sh [BUILD_DIR [KIND...]]
 #       BUILD_DIR: default build-release, with the ferrotip and declip_material targets;
 #       KIND: music, speech, speech44, voices44, dialogue (default: all five).
+#   SEED=N picks other excerpts (default 20, the material the figures in the README
+#   come from): held-out material for judging a change that was tuned on seed 20.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build=${1:-$root/build-release}
 kinds=("${@:2}")
+seed=${SEED:-20}
+[[ $seed =~ ^[0-9]+$ ]] || { echo "SEED must be a whole number, not '$seed'" >&2; exit 1; }
 [ ${#kinds[@]} -gt 0 ] || kinds=(music speech speech44 voices44 dialogue)
 ferrotip=$build/cli/ferrotip
 material=$build/bench/declip_material
@@ -56,7 +60,7 @@ for kind in "${kinds[@]}"; do
     dir=$work/$kind-$sdr
     mkdir -p "$dir"
     secs=$(seconds_at "$kind" "$sdr")
-    "$material" make "$kind" "$secs" "$sdr" "$dir"
+    "$material" make "$kind" "$secs" "$sdr" "$dir" "$seed"
     ours=$(cpu_seconds "$dir/ours.log" "$ferrotip" declip -q "$dir/clipped.wav" "$dir/ours.wav")
     theirs=$(cpu_seconds /dev/null ffmpeg -nostdin -v error -y -threads 1 -filter_threads 1 \
       -i "$dir/clipped.wav" -af adeclip -c:a pcm_f32le "$dir/ffmpeg.wav")
