@@ -4,10 +4,8 @@
 
 EdgeLeastSquares::EdgeLeastSquares(int maxGap, int maxOrder)
     : maxGap_(maxGap),
-      residual(new double[maxGap]()),
-      step(new double[maxGap]()),
-      direction(new double[maxGap]()),
-      product(new double[maxGap]()),
+      gradients(maxGap),
+      saved(new double[maxGap]()),
       rowErrors(new double[static_cast<std::size_t>(maxGap) + maxOrder]()),
       reversed(new double[maxOrder + 1]())
 {
@@ -55,25 +53,14 @@ void EdgeLeastSquares::startFromExtrapolation(const double* a, const double* c, 
 {
     const double given = energy(c, order, x, known, rows);
     const int length = gap.to - gap.from;
-    std::copy_n(x + gap.from, length, step.get());
+    std::copy_n(x + gap.from, length, saved.get());
     for (int i = 0; i < length; ++i) {
         const int t = backwards ? gap.to - 1 - i : gap.from + i, toward = backwards ? 1 : -1;
         double sum = 0.0;
         for (int k = 1; k <= order; ++k) sum += a[k] * x[t + toward * k];
         x[t] = -sum;
     }
-    if (!(energy(c, order, x, known, rows) < given)) std::copy_n(step.get(), length, x + gap.from);
-}
-
-// step = T^-1 residual; returns residual . step.
-double EdgeLeastSquares::preconditioned(const double* column, int order, ToeplitzSolver& solver, int length)
-{
-    std::copy_n(residual.get(), length, step.get());
-    double* rhs[1] = {step.get()};
-    if (!solver.solve(column, order, length, rhs, 1)) std::copy_n(residual.get(), length, step.get());
-    double sum = 0.0;
-    for (int i = 0; i < length; ++i) sum += residual[i] * step[i];
-    return sum;
+    if (!(energy(c, order, x, known, rows) < given)) std::copy_n(saved.get(), length, x + gap.from);
 }
 
 void EdgeLeastSquares::refine(const double* a, int order, const double* column, ToeplitzSolver& solver, double* x,
@@ -91,25 +78,11 @@ void EdgeLeastSquares::refine(const double* a, int order, const double* column, 
     startFromExtrapolation(a, c, order, x, {gap, gap + length}, known, rows, backwards);
     // The residual of the normal equations: minus the gradient of the kept errors' energy.
     errors(c, order, x, 0, knownFrom, knownTo, rows);
-    transposed(c, order, rows, gap, length, residual.get());
+    double* residual = gradients.residual();
+    transposed(c, order, rows, gap, length, residual);
     for (int i = 0; i < length; ++i) residual[i] = -residual[i];
-    double fit = preconditioned(column, order, solver, length);
-    const double settled = fit * 1e-12;
-    std::copy_n(step.get(), length, direction.get());
-    for (int iteration = 0; iteration < iterations && fit > settled; ++iteration) {
-        errors(c, order, direction.get(), gap, gap, gap + length, rows);
-        transposed(c, order, rows, gap, length, product.get());
-        double curvature = 0.0;
-        for (int i = 0; i < length; ++i) curvature += direction[i] * product[i];
-        if (!(curvature > 0.0)) break;
-        const double alpha = fit / curvature;
-        for (int i = 0; i < length; ++i) {
-            x[gap + i] += alpha * direction[i];
-            residual[i] -= alpha * product[i];
-        }
-        const double next = preconditioned(column, order, solver, length);
-        const double beta = next / fit;
-        fit = next;
-        for (int i = 0; i < length; ++i) direction[i] = step[i] + beta * direction[i];
-    }
+    gradients.solve(column, order, solver, x + gap, length, iterations, [&](const double* direction, double* out) {
+        errors(c, order, direction, gap, gap, gap + length, rows);
+        transposed(c, order, rows, gap, length, out);
+    });
 }

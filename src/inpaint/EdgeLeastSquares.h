@@ -3,9 +3,9 @@
 // that nothing past the end (neither silence nor a guess) pulls the fill.
 //
 // Dropping the errors that reach past the end leaves normal equations that are no
-// longer Toeplitz. They are solved by conjugate gradients, preconditioned by the full
-// Toeplitz system (ToeplitzSolver), which differs from them only by the dropped rows
-// and so leaves few iterations to do. Starts from the fill it is given.
+// longer Toeplitz. They are solved by conjugate gradients (PreconditionedGradients),
+// preconditioned by the full Toeplitz system, which differs from them only by the
+// dropped rows. Starts from the fill it is given.
 //
 // Prediction errors e(t) = sum_k a[k] x(t - k), k = 0..order. The constructor
 // allocates for gaps up to maxGap and orders up to maxOrder; refine never allocates.
@@ -15,6 +15,7 @@
 
 #include <memory>
 
+#include "inpaint/PreconditionedGradients.h"
 #include "inpaint/ToeplitzSolver.h"
 
 class EdgeLeastSquares {
@@ -39,10 +40,10 @@ private:
     double energy(const double* c, int order, const double* x, Span known, Rows rows) const;
     void startFromExtrapolation(const double* a, const double* c, int order, double* x, Span gap, Span known,
                                 Rows rows, bool backwards);
-    double preconditioned(const double* column, int order, ToeplitzSolver& solver, int length);
 
     int maxGap_;
-    std::unique_ptr<double[]> residual, step, direction, product;  // maxGap each
-    std::unique_ptr<double[]> rowErrors;                           // maxGap + maxOrder
-    std::unique_ptr<double[]> reversed;                            // maxOrder + 1
+    PreconditionedGradients gradients;
+    std::unique_ptr<double[]> saved;      // maxGap: the given fill, while its extrapolation is tried
+    std::unique_ptr<double[]> rowErrors;  // maxGap + maxOrder
+    std::unique_ptr<double[]> reversed;   // maxOrder + 1
 };

@@ -6,13 +6,6 @@
 
 namespace {
 
-double dot(const double* x, const double* y, int count)
-{
-    double sum = 0.0;
-    for (int i = 0; i < count; ++i) sum += x[i] * y[i];
-    return sum;
-}
-
 // to = x * y, or to = x * conj(y), bin by bin.
 void multiply(const double* xr, const double* xi, const double* yr, const double* yi, double* toRe, double* toIm,
               int bins, bool conjugate)
@@ -46,10 +39,7 @@ SidedLeastSquares::SidedLeastSquares(int maxGap, int maxOrder)
       errorIm(new double[size / 2 + 1]()),
       sumRe(new double[size / 2 + 1]()),
       sumIm(new double[size / 2 + 1]()),
-      residual(new double[maxGap]()),
-      step(new double[maxGap]()),
-      direction(new double[maxGap]()),
-      product(new double[maxGap]())
+      gradients(maxGap)
 {
 }
 
@@ -118,36 +108,13 @@ void SidedLeastSquares::weightedNormal(const double* d, int count, int firstRow,
     std::copy_n(work.get(), length_, out);
 }
 
-// step = P^-1 residual, P the Toeplitz system of the mean model; returns residual . step.
-double SidedLeastSquares::preconditioned(ToeplitzSolver& solver)
-{
-    std::copy_n(residual.get(), length_, step.get());
-    double* rhs[1] = {step.get()};
-    if (!solver.solve(column.get(), order_, length_, rhs, 1)) std::copy_n(residual.get(), length_, step.get());
-    return dot(residual.get(), step.get(), length_);
-}
-
 void SidedLeastSquares::refine(ToeplitzSolver& solver, double* x, int gap, int iterations)
 {
     const int n = length_, p = order_;
     // The residual of the normal equations: minus the gradient of the weighted errors' energy.
-    weightedNormal(x + gap - p, n + 2 * p, p, residual.get());
+    double* residual = gradients.residual();
+    weightedNormal(x + gap - p, n + 2 * p, p, residual);
     for (int i = 0; i < n; ++i) residual[i] = -residual[i];
-    double fit = preconditioned(solver);
-    const double settled = fit * 1e-12;
-    std::copy_n(step.get(), n, direction.get());
-    for (int iteration = 0; iteration < iterations && fit > settled; ++iteration) {
-        weightedNormal(direction.get(), n, 0, product.get());
-        const double curvature = dot(direction.get(), product.get(), n);
-        if (!(curvature > 0.0)) break;
-        const double alpha = fit / curvature;
-        for (int i = 0; i < n; ++i) {
-            x[gap + i] += alpha * direction[i];
-            residual[i] -= alpha * product[i];
-        }
-        const double next = preconditioned(solver);
-        const double beta = next / fit;
-        fit = next;
-        for (int i = 0; i < n; ++i) direction[i] = step[i] + beta * direction[i];
-    }
+    gradients.solve(column.get(), p, solver, x + gap, n, iterations,
+                    [&](const double* direction, double* out) { weightedNormal(direction, n, 0, out); });
 }

@@ -6,10 +6,10 @@
 // into the next) is then continued from each side by that side's own spectrum, where
 // one model of both sides blurs the two.
 //
-// The normal equations are not Toeplitz. They are solved by conjugate gradients,
-// preconditioned by the Toeplitz system of the two models' mean autocorrelation
-// (ToeplitzSolver), from the fill given (a one-model fill is close). Products with the
-// prediction error filters go through the FFT.
+// The normal equations are not Toeplitz. They are solved by conjugate gradients
+// (PreconditionedGradients), preconditioned by the Toeplitz system of the two models'
+// mean autocorrelation, from the fill given (a one-model fill is close). Products with
+// the prediction error filters go through the FFT.
 //
 // Prediction errors e(t) = sum_k a[k] x(t - k), k = 0..order. The constructor
 // allocates for gaps up to maxGap and orders up to maxOrder; setModels and refine never
@@ -19,6 +19,7 @@
 
 #include <memory>
 
+#include "inpaint/PreconditionedGradients.h"
 #include "inpaint/ToeplitzSolver.h"
 #include "signal/CFft_std.h"
 
@@ -36,7 +37,6 @@ public:
 private:
     void transform(const double* a, double* toRe, double* toIm);
     void weightedNormal(const double* d, int count, int firstRow, double* out);
-    double preconditioned(ToeplitzSolver& solver);
 
     int size;  // the transform's
     int order_ = 0, length_ = 0;
@@ -46,5 +46,5 @@ private:
     std::unique_ptr<double[]> weight;   // maxGap + maxOrder: w(t) of the errors touching the gap
     std::unique_ptr<double[]> work;  // size
     std::unique_ptr<double[]> inRe, inIm, errorRe, errorIm, sumRe, sumIm;  // size / 2 + 1 each
-    std::unique_ptr<double[]> residual, step, direction, product;  // maxGap each
+    PreconditionedGradients gradients;
 };
