@@ -2,10 +2,11 @@
 // them. The file streams through in chunks with one declipper frame of context on
 // each side, so memory stays flat whatever its length and the output does not
 // depend on the chunk size. Passes: one to find the clip levels (unless --level
-// gives them), one to restore into an unnamed temporary file, and a third that
-// calibrates the restored excess over the levels (known once the whole file has been
-// restored) and applies the gain (--gain auto: just enough for the calibrated peaks
-// to fit) into the output. Unclipped samples travel in the file's own scale, so with
+// gives them), one to restore into an unnamed temporary file, and two over that file
+// once the calibration of the restored excess over the levels and the share of the
+// autoregressive fill are known (after the whole file has been restored): one for
+// the finished output's peaks, one that applies the gain (--gain auto: just enough
+// for those peaks to fit) into the output. Unclipped samples travel in the file's own scale, so with
 // no gain they come out bit for bit.
 #include <unistd.h>
 
@@ -128,12 +129,13 @@ void declipFile(const DeclipOptions& options)
     const auto gain = parseGain(options.gain.empty() ? (bounded ? "auto" : "0dB") : options.gain);
     const auto started = std::chrono::steady_clock::now();
 
-    // Passes: the levels (unless given), the restoration, and the calibrated output.
-    const int passes = (level ? 1 : 2) + 1;
+    // Passes: the levels (unless given), the restoration, the peaks of the finished
+    // output, and the output.
+    const int passes = (level ? 1 : 2) + 2;
     const std::int64_t total = reader.frames();
     Progress progress(total * passes, isatty(STDERR_FILENO) != 0 && !options.quiet);
     const std::vector<ClipLevels> levels = clipLevels(reader, level, progress);
-    const std::int64_t restoreBase = level ? 0 : total;
+    std::int64_t progressBase = level ? 0 : total;
 
     ClipSummary summary;
     RunTracker runs(reader.channels(), !options.report.empty());
@@ -141,22 +143,34 @@ void declipFile(const DeclipOptions& options)
     noteLossyRewrite(reader, writer, options.input, options.output);
     SpillFile spill;
     const std::size_t width = static_cast<std::size_t>(reader.channels());
-    restore.run([&](const double* frames, std::int64_t count) { spill.write(frames, count * width); }, summary, runs,
-                progress, restoreBase);
+    restore.run(
+        [&](const double* sparse, const double* autoregressive, std::int64_t count) {
+            spill.write(sparse, count * width);
+            spill.write(autoregressive, count * width);
+        },
+        summary, runs, progress, progressBase);
+    progressBase += total;
+
+    // Reads the spill back chunk by chunk, finished, into `frames`.
+    std::vector<double> frames(static_cast<std::size_t>(chunkFrames) * width), filled(frames.size());
+    const auto readBack = [&](const std::function<void(std::int64_t)>& use) {
+        spill.rewind();
+        for (std::int64_t done = 0; done < total;) {
+            const std::int64_t count = std::min(chunkFrames, total - done);
+            if (spill.read(frames.data(), count * width) != count * width ||
+                spill.read(filled.data(), count * width) != count * width)
+                throw CliError("cannot read back the restoration's temporary file");
+            restore.finish(frames.data(), filled.data(), count);
+            use(count);
+            done += count;
+            progress.update(progressBase + done);
+        }
+        progressBase += total;
+    };
+    readBack([&](std::int64_t count) { summary.notePeaks(frames.data(), count * width, reader.fullScale()); });
     const double applied = gain ? *gain : fittingGain(summary, reader, writer);
     ScaledWriter scaled(writer, reader, applied);
-    spill.rewind();
-    std::vector<double> frames(static_cast<std::size_t>(chunkFrames) * width);
-    for (std::int64_t done = 0; done < total;) {
-        const std::int64_t count = std::min(chunkFrames, total - done);
-        if (spill.read(frames.data(), count * width) != count * width)
-            throw CliError("cannot read back the restoration's temporary file");
-        for (std::size_t i = 0; i < count * width; ++i)
-            frames[i] = restore.calibrated(static_cast<int>(i % width), frames[i]);
-        scaled.write(frames.data(), count);
-        done += count;
-        progress.update(restoreBase + total + done);
-    }
+    readBack([&](std::int64_t count) { scaled.write(frames.data(), count); });
     const std::int64_t reclipped = scaled.reclipped();
     if (!options.report.empty()) writeSpanReport(options.report, summary.spans, reader.sampleRate());
     writer.commit();

@@ -15,6 +15,7 @@
 
 #include "CliError.h"
 #include "SpanList.h"
+#include "declip/ArDeclipper.h"
 #include "declip/ClipLevelFinder.h"
 #include "declip/Declipper.h"
 #include "declip/ExcessScale.h"
@@ -34,9 +35,18 @@ std::optional<double> parseGain(const std::string& text);
 // What the restoration found, for the summary and the report.
 struct ClipSummary {
     std::int64_t runs = 0, samples = 0, instants = 0;
-    double positivePeak = 0.0, negativePeak = 0.0;  // before any gain, full scale 1
+    double positivePeak = 0.0, negativePeak = 0.0;  // of the output before any gain, full scale 1
     double peak() const { return std::max(positivePeak, negativePeak); }
     std::vector<SampleSpan> spans;
+
+    // Takes the peaks of `count` finished output samples (file scale `fullScale`).
+    void notePeaks(const double* samples, std::size_t count, double fullScale)
+    {
+        for (std::size_t i = 0; i < count; ++i) {
+            double& peak = samples[i] > 0.0 ? positivePeak : negativePeak;
+            peak = std::max(peak, std::fabs(samples[i]) / fullScale);
+        }
+    }
 };
 
 // Tracks the clipped runs of each channel across chunk boundaries.
@@ -119,13 +129,15 @@ std::vector<ClipLevels> clipLevels(Reader& reader, std::optional<double> level, 
     return findLevels(reader, progress);
 }
 
-using FrameSink = std::function<void(const double* interleaved, std::int64_t frames)>;
+// Restored frames (interleaved, file scale): the sparse restoration and the
+// autoregressive fill (NaN at the clipped samples that it leaves).
+using FrameSink = std::function<void(const double* sparse, const double* autoregressive, std::int64_t frames)>;
 
-// Streams the audio through the declipper and hands the output, in the file's scale
-// and before any gain, to `sink` chunk by chunk. The restored excess over the clip
-// levels is calibrated only once the whole file has been seen (ExcessScale): the
-// caller passes each output sample through calibrated() afterwards. The summary's
-// peaks are the calibrated ones.
+// Streams the audio through both declippers and hands their outputs, in the file's
+// scale, to `sink` chunk by chunk. How far the restored excess over the clip levels is
+// calibrated (ExcessScale), and how much of the autoregressive fill joins it, are
+// known only once the whole file has been seen: the caller then passes each output
+// sample through finished().
 template <typename Reader>
 class RestorePass {
 public:
@@ -134,24 +146,44 @@ public:
           path_(path),
           levels_(levels),
           declipper_(FrameDeclipper::Settings::forSampleRate(reader.sampleRate())),
+          arDeclipper_(ArDeclipper::Settings::forSampleRate(reader.sampleRate())),
           channels_(reader.channels()),
-          context_(declipper_.context()),
+          context_(std::max(declipper_.context(), arDeclipper_.context())),
           capacity_(chunkFrames + 2 * context_),
           raw_(static_cast<std::size_t>(capacity_) * channels_),
           rows_(channels_, std::vector<float>(capacity_)),
           restored_(channels_, std::vector<float>(chunkFrames)),
-          output_(static_cast<std::size_t>(chunkFrames) * channels_),
-          scales_(levels.begin(), levels.end())
+          filled_(channels_, std::vector<float>(chunkFrames)),
+          sparse_(static_cast<std::size_t>(chunkFrames) * channels_),
+          autoregressive_(static_cast<std::size_t>(chunkFrames) * channels_),
+          scales_(levels.begin(), levels.end()),
+          clipped_(channels_, 0),
+          arWeight_(channels_, 0.0f)
     {
     }
 
-    // A sample of the sink's output (file scale) for `channel`, with its restored
-    // excess calibrated; an unclipped sample comes back bit for bit.
-    double calibrated(int channel, double value) const
+    // The output sample (file scale) of `channel` from the sink's two: the sparse
+    // restoration with its excess calibrated and the channel's share of the
+    // autoregressive fill mixed in; an unclipped sample comes back bit for bit.
+    double finished(int channel, double sparse, double autoregressive) const
     {
-        const float sample = static_cast<float>(value / reader_.fullScale());
-        if (levels_[channel].sign(sample) == 0) return value;
-        return static_cast<double>(scales_[channel].scaled(sample)) * reader_.fullScale();
+        const double scale = reader_.fullScale();
+        const float sample = static_cast<float>(sparse / scale);
+        if (levels_[channel].sign(sample) == 0) return sparse;
+        const float calibrated = scales_[channel].scaled(sample);
+        return static_cast<double>(ArDeclipper::blended(calibrated, static_cast<float>(autoregressive / scale),
+                                                        arWeight_[channel])) *
+               scale;
+    }
+
+    // finished() over `count` interleaved frames, in place in `sparse`.
+    void finish(double* sparse, const double* autoregressive, std::int64_t count) const
+    {
+        for (std::int64_t f = 0; f < count; ++f)
+            for (int c = 0; c < channels_; ++c) {
+                const std::size_t i = static_cast<std::size_t>(f) * channels_ + c;
+                sparse[i] = finished(c, sparse[i], autoregressive[i]);
+            }
     }
 
     template <typename Progress>
@@ -166,19 +198,23 @@ public:
         for (std::int64_t from = 0; from < total; from += chunkFrames) {
             const std::int64_t to = std::min(total, from + chunkFrames);
             fill(std::min(total, to + context_));
-            for (int c = 0; c < channels_; ++c)
+            for (int c = 0; c < channels_; ++c) {
                 declipper_.restore(rows_[c].data(), held_, origin_, levels_[c], from - origin_, to - origin_,
                                    restored_[c].data());
+                if (arDeclipper_.used())
+                    arDeclipper_.restore(rows_[c].data(), held_, origin_, levels_[c], from - origin_,
+                                         to - origin_, filled_[c].data());
+            }
             interleave(from, to, summary, runs);
-            sink(output_.data(), to - from);
+            sink(sparse_.data(), autoregressive_.data(), to - from);
             drop(to - context_);
             progress.update(progressBase + to);
         }
         runs.closeAll(summary);
-        for (ExcessScale& scale : scales_) {
-            scale.finish();
-            summary.positivePeak = std::max(summary.positivePeak, static_cast<double>(scale.peak(1)));
-            summary.negativePeak = std::max(summary.negativePeak, static_cast<double>(scale.peak(-1)));
+        for (int c = 0; c < channels_; ++c) {
+            scales_[c].finish();
+            const double share = total > 0 ? static_cast<double>(clipped_[c]) / total : 0.0;
+            arWeight_[c] = arDeclipper_.weightFor(share);
         }
     }
 
@@ -213,14 +249,12 @@ private:
             bool anyClipped = false;
             for (int c = 0; c < channels_; ++c) {
                 const int sign = levels_[c].sign(rows_[c][local]);
-                const double value = sign == 0 ? raw_[local * channels_ + c]
-                                               : static_cast<double>(restored_[c][at - from]) * reader_.fullScale();
-                output_[(at - from) * channels_ + c] = value;
+                const std::size_t out = static_cast<std::size_t>(at - from) * channels_ + c;
+                const double scale = reader_.fullScale();
+                sparse_[out] = sign == 0 ? raw_[local * channels_ + c] : restored_[c][at - from] * scale;
+                autoregressive_[out] = sign == 0 ? raw_[local * channels_ + c] : filled_[c][at - from] * scale;
                 scales_[c].add(rows_[c][local], restored_[c][at - from]);
-                if (sign == 0) {  // the restored peaks come calibrated at the end
-                    double& peak = value > 0.0 ? summary.positivePeak : summary.negativePeak;
-                    peak = std::max(peak, std::fabs(value) / reader_.fullScale());
-                }
+                clipped_[c] += sign != 0 ? 1 : 0;
                 runs.sample(c, at, sign, summary);
                 anyClipped = anyClipped || sign != 0;
             }
@@ -232,13 +266,16 @@ private:
     std::string path_;
     const std::vector<ClipLevels>& levels_;
     Declipper declipper_;
+    ArDeclipper arDeclipper_;
     int channels_;
     std::int64_t context_, capacity_;
     std::vector<double> raw_;               // interleaved, file scale
     std::vector<std::vector<float>> rows_;  // per channel, full scale 1
-    std::vector<std::vector<float>> restored_;
-    std::vector<double> output_;
-    std::vector<ExcessScale> scales_;  // per channel
+    std::vector<std::vector<float>> restored_, filled_;  // per channel: sparse, autoregressive
+    std::vector<double> sparse_, autoregressive_;       // interleaved, file scale
+    std::vector<ExcessScale> scales_;                   // per channel
+    std::vector<std::int64_t> clipped_;                 // per channel
+    std::vector<float> arWeight_;                       // per channel
     std::int64_t origin_ = 0, held_ = 0;
 };
 

@@ -3,26 +3,9 @@
 #include <algorithm>
 #include <cmath>
 
-#include "signal/PortableCosine.h"
+#include "declip/FrameGrid.h"
 
 namespace {
-
-constexpr double twoPi = 6.283185307179586476925286766559;
-
-std::int64_t floorDivide(std::int64_t value, std::int64_t divisor)
-{
-    const std::int64_t quotient = value / divisor;
-    return (value % divisor != 0 && value < 0) ? quotient - 1 : quotient;
-}
-
-// Whether window[first, end) holds a clipped sample (positions outside the window
-// hold reliable zeros).
-bool holdsClipped(const float* window, std::int64_t length, std::int64_t first, std::int64_t end, ClipLevels levels)
-{
-    for (std::int64_t i = std::max<std::int64_t>(first, 0); i < std::min(end, length); ++i)
-        if (levels.sign(window[i]) != 0) return true;
-    return false;
-}
 
 FrameDeclipper::Settings withRedundancy(FrameDeclipper::Settings settings, int redundancy)
 {
@@ -38,14 +21,11 @@ Declipper::Declipper(const FrameDeclipper::Settings& settings)
       heaviest_(withRedundancy(settings, settings.heaviestRedundancy)),
       heavy_(settings),
       light_(withRedundancy(settings, 1)),
-      hann_(settings.frameLength),
+      hann_(frame_grid::periodicHann(settings.frameLength)),
       samples_(settings.frameLength),
       lower_(settings.frameLength),
       upper_(settings.frameLength)
 {
-    const int length = settings.frameLength;
-    for (int n = 0; n < length; ++n)
-        hann_[n] = static_cast<float>(0.5 - 0.5 * standardLib::cosine(twoPi * n / length));
 }
 
 // Windows the frame at window[start ..] into samples_ with its bounds; returns the
@@ -84,33 +64,21 @@ Declipper::Stats Declipper::restore(const float* window, std::int64_t length, st
     sum_.assign(count, 0.0);
     weight_.assign(count, 0.0);
 
-    // Frames on the absolute grid that overlap [from, to); only those with a clipped
-    // sample inside [from, to) matter there. Of those, a frame is solved only when its
-    // central half holds a clipped sample: every clipped sample lies in the central
-    // halves of two frames, which restore it, while a frame that holds clipped
-    // samples only near its ends (where its window is below one half) would add
-    // little to them at the full cost of a frame. Whether a frame is solved depends
-    // on its own samples only, so the result does not depend on the cut.
-    const std::int64_t quarter = frameLength() / 4;
-    const std::int64_t firstFrame = floorDivide(origin + from - frameLength() + 1, hop());
-    const std::int64_t lastFrame = floorDivide(origin + to - 1, hop());
-    for (std::int64_t index = firstFrame; index <= lastFrame; ++index) {
-        const std::int64_t start = index * hop() - origin;
-        const std::int64_t overlapFirst = std::max(start, from);
-        const std::int64_t overlapEnd = std::min(start + frameLength(), to);
-        if (!holdsClipped(window, length, overlapFirst, overlapEnd, levels) ||
-            !holdsClipped(window, length, start + quarter, start + frameLength() - quarter, levels))
-            continue;
-        const int clipped = loadFrame(window, length, start, levels);
-        stats.iterations += solverFor(clipped).restore(samples_.data(), lower_.data(), upper_.data());
-        ++stats.framesSolved;
-        // Least-squares overlap-add: each frame's estimate of w * x, weighted by w.
-        for (std::int64_t i = overlapFirst; i < overlapEnd; ++i) {
-            const double w = hann_[i - start];
-            sum_[i - from] += w * samples_[i - start];
-            weight_[i - from] += w * w;
-        }
-    }
+    // Whether a frame is solved depends on its own samples only, so the result does
+    // not depend on the cut.
+    frame_grid::forEachSolvedFrame(
+        frameLength(), 4, window, length, origin, levels, from, to,
+        [&](std::int64_t start, std::int64_t overlapFirst, std::int64_t overlapEnd) {
+            const int clipped = loadFrame(window, length, start, levels);
+            stats.iterations += solverFor(clipped).restore(samples_.data(), lower_.data(), upper_.data());
+            ++stats.framesSolved;
+            // Least-squares overlap-add: each frame's estimate of w * x, weighted by w.
+            for (std::int64_t i = overlapFirst; i < overlapEnd; ++i) {
+                const double w = hann_[i - start];
+                sum_[i - from] += w * samples_[i - start];
+                weight_[i - from] += w * w;
+            }
+        });
     for (std::int64_t i = from; i < to; ++i) {
         const float observed = window[i];
         const int sign = levels.sign(observed);

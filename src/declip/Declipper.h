@@ -1,6 +1,6 @@
 // Restores the clipped samples of one channel over any stretch of it, frame by
 // frame: Hann frames of N samples (about 0.15 s) every N/4 samples on a grid fixed to
-// absolute sample positions, and only the frames that hold a clipped sample are
+// absolute sample positions (FrameGrid), and only the frames that hold a clipped sample are
 // solved (FrameDeclipper); the others cost nothing. Heavily clipped frames (more
 // than Settings::heavyShare clipped) are solved in the oversampled DFT of the
 // settings, and those with more than Settings::heaviestShare clipped in one

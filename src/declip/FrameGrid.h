@@ -1,0 +1,60 @@
+// The frames both declippers solve: frames of `frameLength` samples every frameLength /
+// overlap (overlap 4 or 2), on a grid fixed to absolute sample positions, so that a
+// channel cut into pieces is restored with the same bits whatever the cut. Of the
+// frames that overlap the stretch being restored, only those that hold a clipped
+// sample are solved, and with overlap 4 only those whose central half holds one: every
+// clipped sample lies in the central halves of two frames, while a frame that holds
+// clipped samples only near its ends (where its window is below one half) would add
+// little to them at the full cost of a frame. Positions outside the caller's window
+// hold reliable zeros. Header only; nothing allocates but periodicHann().
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <vector>
+
+#include "declip/ClipLevels.h"
+
+namespace frame_grid {
+
+inline std::int64_t floorDivide(std::int64_t value, std::int64_t divisor)
+{
+    const std::int64_t quotient = value / divisor;
+    return (value % divisor != 0 && value < 0) ? quotient - 1 : quotient;
+}
+
+// Whether window[first, end) holds a clipped sample.
+inline bool holdsClipped(const float* window, std::int64_t length, std::int64_t first, std::int64_t end,
+                         ClipLevels levels)
+{
+    for (std::int64_t i = std::max<std::int64_t>(first, 0); i < std::min(end, length); ++i)
+        if (levels.sign(window[i]) != 0) return true;
+    return false;
+}
+
+// Calls solve(start, overlapFirst, overlapEnd) for each frame to be solved for window
+// positions [from, to), in ascending order: the frame covers window positions
+// [start, start + frameLength), of which [overlapFirst, overlapEnd) lie in [from, to).
+// window[0] is absolute sample `origin`.
+template <typename Solve>
+void forEachSolvedFrame(int frameLength, int overlap, const float* window, std::int64_t length,
+                        std::int64_t origin, ClipLevels levels, std::int64_t from, std::int64_t to, Solve&& solve)
+{
+    const std::int64_t hop = frameLength / overlap, margin = overlap == 4 ? frameLength / 4 : 0;
+    const std::int64_t firstFrame = floorDivide(origin + from - frameLength + 1, hop);
+    const std::int64_t lastFrame = floorDivide(origin + to - 1, hop);
+    for (std::int64_t index = firstFrame; index <= lastFrame; ++index) {
+        const std::int64_t start = index * hop - origin;
+        const std::int64_t overlapFirst = std::max(start, from);
+        const std::int64_t overlapEnd = std::min(start + frameLength, to);
+        if (!holdsClipped(window, length, overlapFirst, overlapEnd, levels) ||
+            !holdsClipped(window, length, start + margin, start + frameLength - margin, levels))
+            continue;
+        solve(start, overlapFirst, overlapEnd);
+    }
+}
+
+// The periodic Hann window 0.5 - 0.5 cos(2 pi n / length).
+std::vector<float> periodicHann(int length);
+
+}  // namespace frame_grid
