@@ -8,7 +8,7 @@ namespace {
 // sum a[i] b[i] over i < count in four interleaved partial sums joined in a fixed
 // order: independent lanes the compiler may run side by side, the same bits on every
 // target.
-double dot(const double* a, const double* b, int count)
+[[gnu::always_inline]] inline double dot(const double* a, const double* b, int count)
 {
     double lane[4] = {0.0, 0.0, 0.0, 0.0};
     int i = 0;
@@ -131,16 +131,29 @@ void BoundedArFill::solve(const double* frame)
 }
 
 // Writes the solution into the frame; unknowns beyond their bounds are held at them
-// and known from now on. Returns whether any was.
+// and known from now on. So are the unknowns of a cluster (unknowns closer than the
+// order to the next; clusters decouple) that holds no violation: holding samples of
+// other clusters changes neither its equations nor its factor, so its solution is
+// final. Returns whether any unknown was held.
 bool BoundedArFill::holdViolations(double* frame, const float* lower, const float* upper)
 {
     bool any = false;
-    for (std::size_t i = 0; i < position_.size(); ++i) {
-        const int at = position_[i];
-        const double value = solution_[i];
-        const bool below = value < lower[at], above = value > upper[at];
-        frame[at] = below ? lower[at] : (above ? upper[at] : value);
-        if (below || above) unknown_[at] = 0, any = true;
+    const int count = static_cast<int>(position_.size());
+    for (int first = 0; first < count;) {
+        int end = first + 1;
+        while (end < count && rowStart_[end] < end) ++end;
+        bool held = false;
+        for (int i = first; i < end; ++i) {
+            const int at = position_[i];
+            const double value = solution_[i];
+            const bool below = value < lower[at], above = value > upper[at];
+            frame[at] = below ? lower[at] : (above ? upper[at] : value);
+            if (below || above) unknown_[at] = 0, held = true;
+        }
+        if (!held)
+            for (int i = first; i < end; ++i) unknown_[position_[i]] = 0;
+        any = any || held;
+        first = end;
     }
     return any;
 }
