@@ -29,23 +29,6 @@ ArDeclipper::ArDeclipper(const Settings& settings)
 {
 }
 
-// Loads the frame at window[start ..] with its bounds (the clipped value on the
-// clipped side); returns the number of clipped samples it holds.
-int ArDeclipper::loadFrame(const float* window, std::int64_t length, std::int64_t start, ClipLevels levels)
-{
-    int clipped = 0;
-    for (int n = 0; n < frameLength(); ++n) {
-        const std::int64_t at = start + n;
-        const float x = (at >= 0 && at < length) ? window[at] : 0.0f;
-        const int sign = levels.sign(x);
-        samples_[n] = x;
-        lower_[n] = sign < 0 ? -ClipLevels::none : x;
-        upper_[n] = sign > 0 ? ClipLevels::none : x;
-        clipped += sign != 0 ? 1 : 0;
-    }
-    return clipped;
-}
-
 std::int64_t ArDeclipper::restore(const float* window, std::int64_t length, std::int64_t origin,
                                   ClipLevels levels, std::int64_t from, std::int64_t to, float* out)
 {
@@ -58,7 +41,9 @@ std::int64_t ArDeclipper::restore(const float* window, std::int64_t length, std:
     frame_grid::forEachSolvedFrame(
         frameLength(), 2, window, length, origin, levels, from, to,
         [&](std::int64_t start, std::int64_t overlapFirst, std::int64_t overlapEnd) {
-            const int clipped = loadFrame(window, length, start, levels);
+            // The model comes from the frame as observed; the window weights its estimate.
+            const int clipped = frame_grid::loadFrame(frameLength(), window, length, start, levels, nullptr,
+                                                      samples_.data(), lower_.data(), upper_.data());
             if (clipped > maxShare_ * frameLength()) return;
             fill_.fill(samples_.data(), lower_.data(), upper_.data(), hann_.data());
             ++frames;

@@ -76,8 +76,6 @@ public:
     int context() const { return frameLength(); }
 
 private:
-    int loadFrame(const float* window, std::int64_t length, std::int64_t start, ClipLevels levels);
-
     float maxShare_, weight_;
     double lightShare_;
     BoundedArFill fill_;

@@ -28,24 +28,6 @@ Declipper::Declipper(const FrameDeclipper::Settings& settings)
 {
 }
 
-// Windows the frame at window[start ..] into samples_ with its bounds; returns the
-// number of clipped samples it holds.
-int Declipper::loadFrame(const float* window, std::int64_t length, std::int64_t start, ClipLevels levels)
-{
-    int clipped = 0;
-    for (int n = 0; n < frameLength(); ++n) {
-        const std::int64_t at = start + n;
-        const float x = (at >= 0 && at < length) ? window[at] : 0.0f;
-        const float windowed = hann_[n] * x;
-        const int sign = levels.sign(x);
-        samples_[n] = windowed;
-        lower_[n] = sign < 0 ? -ClipLevels::none : windowed;
-        upper_[n] = sign > 0 ? ClipLevels::none : windowed;
-        clipped += sign != 0 ? 1 : 0;
-    }
-    return clipped;
-}
-
 // The more of a frame is clipped, the finer the DFT it is solved in.
 FrameDeclipper& Declipper::solverFor(int clipped)
 {
@@ -69,7 +51,8 @@ Declipper::Stats Declipper::restore(const float* window, std::int64_t length, st
     frame_grid::forEachSolvedFrame(
         frameLength(), 4, window, length, origin, levels, from, to,
         [&](std::int64_t start, std::int64_t overlapFirst, std::int64_t overlapEnd) {
-            const int clipped = loadFrame(window, length, start, levels);
+            const int clipped = frame_grid::loadFrame(frameLength(), window, length, start, levels, hann_.data(),
+                                                      samples_.data(), lower_.data(), upper_.data());
             stats.iterations += solverFor(clipped).restore(samples_.data(), lower_.data(), upper_.data());
             ++stats.framesSolved;
             // Least-squares overlap-add: each frame's estimate of w * x, weighted by w.

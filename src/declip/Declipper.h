@@ -48,8 +48,6 @@ public:
     int context() const { return frameLength(); }
 
 private:
-    int loadFrame(const float* window, std::int64_t length, std::int64_t start, ClipLevels levels);
-
     FrameDeclipper& solverFor(int clipped);
 
     float heavyShare_, heaviestShare_;

@@ -54,6 +54,28 @@ void forEachSolvedFrame(int frameLength, int overlap, const float* window, std::
     }
 }
 
+// Loads the frame at window[start ..] (positions outside the window hold reliable
+// zeros), each sample times weight[n] (weight null: as it is), with its bounds: a
+// reliable sample's value on both sides, a clipped one's on its inner side and an open
+// outer side. Returns the number of clipped samples.
+template <typename Sample>
+int loadFrame(int frameLength, const float* window, std::int64_t length, std::int64_t start, ClipLevels levels,
+              const float* weight, Sample* samples, float* lower, float* upper)
+{
+    int clipped = 0;
+    for (int n = 0; n < frameLength; ++n) {
+        const std::int64_t at = start + n;
+        const float x = (at >= 0 && at < length) ? window[at] : 0.0f;
+        const float value = weight ? weight[n] * x : x;
+        const int sign = levels.sign(x);
+        samples[n] = value;
+        lower[n] = sign < 0 ? -ClipLevels::none : value;
+        upper[n] = sign > 0 ? ClipLevels::none : value;
+        clipped += sign != 0 ? 1 : 0;
+    }
+    return clipped;
+}
+
 // The periodic Hann window 0.5 - 0.5 cos(2 pi n / length).
 std::vector<float> periodicHann(int length);
 

@@ -7,28 +7,13 @@
 #include <vector>
 
 #include "declip/DeclipTestSignals.h"
+#include "declip/DeclipperChecks.h"
 #include "declip/HardClipper.h"
 
 namespace {
 
 constexpr float level = 0.6f;
 
-std::vector<float> restoreInPieces(ArDeclipper& declipper, const std::vector<float>& clipped, ClipLevels levels,
-                                   std::int64_t piece)
-{
-    const auto length = static_cast<std::int64_t>(clipped.size());
-    const std::int64_t context = declipper.context();
-    std::vector<float> joined;
-    for (std::int64_t from = 0; from < length; from += piece) {
-        const std::int64_t to = std::min<std::int64_t>(length, from + piece);
-        const std::int64_t begin = std::max<std::int64_t>(0, from - context);
-        const std::int64_t end = std::min<std::int64_t>(length, to + context);
-        std::vector<float> out(to - from);
-        declipper.restore(clipped.data() + begin, end - begin, begin, levels, from - begin, to - begin, out.data());
-        joined.insert(joined.end(), out.begin(), out.end());
-    }
-    return joined;
-}
 
 // Equal as bits, NaN included.
 bool sameBits(const std::vector<float>& a, const std::vector<float>& b)
@@ -44,19 +29,8 @@ TEST(ArDeclipper, ChangesOnlyClippedSamplesAndKeepsThemBeyondTheLevel)
     const auto clean = declipsignals::tonal(20000, 21);
     const auto clipped = hardclip::clip(clean, level);
     const auto levels = ClipLevels::symmetric(level);
-    const auto restored = restoreInPieces(declipper, clipped, levels, 20000);
-    for (std::size_t n = 0; n < clipped.size(); ++n) {
-        const int sign = levels.sign(clipped[n]);
-        if (sign == 0) {
-            EXPECT_EQ(restored[n], clipped[n]) << n;
-        }
-        if (sign > 0) {
-            EXPECT_GE(restored[n], level) << n;
-        }
-        if (sign < 0) {
-            EXPECT_LE(restored[n], -level) << n;
-        }
-    }
+    const auto restored = declipchecks::restoreInPieces(declipper, clipped, levels, 20000);
+    declipchecks::expectConsistent(restored, clipped, levels);
     EXPECT_GT(hardclip::sdr(clean.data(), restored.data(), clean.size()),
               hardclip::sdr(clean.data(), clipped.data(), clean.size()) + 10.0);
 }
@@ -66,9 +40,10 @@ TEST(ArDeclipper, PiecesWithContextGiveTheSameBitsAsTheWhole)
     ArDeclipper declipper(ArDeclipper::Settings::forSampleRate(44100));
     const auto clipped = hardclip::clip(declipsignals::tonal(15000, 23), level);
     const auto levels = ClipLevels::symmetric(level);
-    const auto whole = restoreInPieces(declipper, clipped, levels, 15000);
+    const auto whole = declipchecks::restoreInPieces(declipper, clipped, levels, 15000);
     for (std::int64_t piece : {777, 4096, 5000})
-        EXPECT_TRUE(sameBits(restoreInPieces(declipper, clipped, levels, piece), whole)) << "pieces of " << piece;
+        EXPECT_TRUE(sameBits(declipchecks::restoreInPieces(declipper, clipped, levels, piece), whole))
+            << "pieces of " << piece;
 }
 
 TEST(ArDeclipper, LeavesHeavilyClippedFramesToTheSparseRestoration)

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <vector>
 
+#include "declip/DeclipperChecks.h"
 #include "declip/HardClipper.h"
 #include "declip/DeclipTestSignals.h"
 
@@ -28,18 +29,7 @@ TEST(Declipper, ChangesOnlyClippedSamplesAndKeepsThemBeyondTheLevel)
     const auto clipped = hardclip::clip(clean, level);
     const auto levels = ClipLevels::symmetric(level);
     const auto restored = restoreWhole(declipper, clipped, levels);
-    for (std::size_t n = 0; n < clipped.size(); ++n) {
-        const int sign = levels.sign(clipped[n]);
-        if (sign == 0) {
-            EXPECT_EQ(restored[n], clipped[n]) << n;
-        }
-        if (sign > 0) {
-            EXPECT_GE(restored[n], level) << n;
-        }
-        if (sign < 0) {
-            EXPECT_LE(restored[n], -level) << n;
-        }
-    }
+    declipchecks::expectConsistent(restored, clipped, levels);
     EXPECT_GT(hardclip::sdr(clean.data(), restored.data(), clean.size()),
               hardclip::sdr(clean.data(), clipped.data(), clean.size()) + 10.0);
 }
@@ -70,23 +60,6 @@ TEST(Declipper, CopiesAnUnclippedSignalWithoutSolvingAFrame)
     EXPECT_EQ(stats.framesSolved, 0);
 }
 
-// Restores `clipped` in pieces of `piece` samples, each with the declipper's context.
-std::vector<float> restoreInPieces(Declipper& declipper, const std::vector<float>& clipped, ClipLevels levels,
-                                   std::int64_t piece)
-{
-    const auto length = static_cast<std::int64_t>(clipped.size());
-    const std::int64_t context = declipper.context();
-    std::vector<float> joined;
-    for (std::int64_t from = 0; from < length; from += piece) {
-        const std::int64_t to = std::min<std::int64_t>(length, from + piece);
-        const std::int64_t begin = std::max<std::int64_t>(0, from - context);
-        const std::int64_t end = std::min<std::int64_t>(length, to + context);
-        std::vector<float> out(to - from);
-        declipper.restore(clipped.data() + begin, end - begin, begin, levels, from - begin, to - begin, out.data());
-        joined.insert(joined.end(), out.begin(), out.end());
-    }
-    return joined;
-}
 
 TEST(Declipper, FramesNearlyAllClippedGiveTheSameBitsInPieces)
 {
@@ -97,7 +70,7 @@ TEST(Declipper, FramesNearlyAllClippedGiveTheSameBitsInPieces)
     const auto clipped = hardclip::clip(declipsignals::tonal(3000, 25), low);
     const auto levels = ClipLevels::symmetric(low);
     const auto whole = restoreWhole(declipper, clipped, levels);
-    EXPECT_EQ(restoreInPieces(declipper, clipped, levels, 1000), whole);
+    EXPECT_EQ(declipchecks::restoreInPieces(declipper, clipped, levels, 1000), whole);
     EXPECT_NE(whole, clipped);
 }
 
@@ -119,7 +92,7 @@ TEST(Declipper, PiecesWithContextGiveTheSameBitsAsTheWhole)
     const auto levels = ClipLevels::symmetric(level);
     const auto whole = restoreWhole(declipper, clipped, levels);
     for (std::int64_t piece : {777, 4096, 5000})
-        EXPECT_EQ(restoreInPieces(declipper, clipped, levels, piece), whole) << "pieces of " << piece;
+        EXPECT_EQ(declipchecks::restoreInPieces(declipper, clipped, levels, piece), whole) << "pieces of " << piece;
 }
 
 TEST(Declipper, SolvesAShortRunInTheTwoFramesWhoseCentralHalvesHoldIt)
@@ -137,7 +110,7 @@ TEST(Declipper, SolvesAShortRunInTheTwoFramesWhoseCentralHalvesHoldIt)
     for (std::size_t n = 0; n < clipped.size(); ++n) raised += levels.sign(clipped[n]) != 0 && whole[n] != clipped[n];
     EXPECT_GT(raised, 0) << "the run is restored beyond the level";
     for (std::int64_t piece : {1000, 5 * hop + 1010, 11000})
-        EXPECT_EQ(restoreInPieces(declipper, clipped, levels, piece), whole) << "pieces of " << piece;
+        EXPECT_EQ(declipchecks::restoreInPieces(declipper, clipped, levels, piece), whole) << "pieces of " << piece;
 }
 
 }  // namespace
