@@ -2,12 +2,12 @@
 // them. The file streams through in chunks with one declipper frame of context on
 // each side, so memory stays flat whatever its length and the output does not
 // depend on the chunk size. Passes: one to find the clip levels (unless --level
-// gives them), one to restore into an unnamed temporary file, and two over that file
-// once the calibration of the restored excess over the levels and the share of the
+// gives them), one to restore into unnamed temporary files, and two over those once
+// the calibration of the restored excess over the levels and the share of the
 // autoregressive fill are known (after the whole file has been restored): one for
 // the finished output's peaks, one that applies the gain (--gain auto: just enough
-// for those peaks to fit) into the output. Unclipped samples travel in the file's own scale, so with
-// no gain they come out bit for bit.
+// for those peaks to fit) into the output. Unclipped samples travel in the file's
+// own scale, so with no gain they come out bit for bit.
 #include <unistd.h>
 
 #include <algorithm>
@@ -73,19 +73,20 @@ private:
 
 // The restored output of pass two, parked in an unnamed temporary file until the
 // calibration of its excess and the gain are known.
+template <typename Sample>
 class SpillFile {
 public:
     SpillFile() : file_(std::tmpfile(), std::fclose)
     {
         if (!file_) throw CliError("cannot create a temporary file for the restoration");
     }
-    void write(const double* data, std::size_t count)
+    void write(const Sample* data, std::size_t count)
     {
-        if (std::fwrite(data, sizeof(double), count, file_.get()) != count)
+        if (std::fwrite(data, sizeof(Sample), count, file_.get()) != count)
             throw CliError("cannot write the restoration's temporary file (disk full?)");
     }
     void rewind() { std::rewind(file_.get()); }
-    std::size_t read(double* data, std::size_t count) { return std::fread(data, sizeof(double), count, file_.get()); }
+    std::size_t read(Sample* data, std::size_t count) { return std::fread(data, sizeof(Sample), count, file_.get()); }
 
 private:
     std::unique_ptr<FILE, int (*)(FILE*)> file_;
@@ -141,24 +142,27 @@ void declipFile(const DeclipOptions& options)
     RunTracker runs(reader.channels(), !options.report.empty());
     RestorePass restore(reader, options.input, levels);
     noteLossyRewrite(reader, writer, options.input, options.output);
-    SpillFile spill;
+    SpillFile<double> spill;        // the sparse restoration, file scale
+    SpillFile<float> filledSpill;   // the autoregressive fill, full scale 1
     const std::size_t width = static_cast<std::size_t>(reader.channels());
     restore.run(
-        [&](const double* sparse, const double* autoregressive, std::int64_t count) {
+        [&](const double* sparse, const float* autoregressive, std::int64_t count) {
             spill.write(sparse, count * width);
-            spill.write(autoregressive, count * width);
+            filledSpill.write(autoregressive, count * width);
         },
         summary, runs, progress, progressBase);
     progressBase += total;
 
-    // Reads the spill back chunk by chunk, finished, into `frames`.
-    std::vector<double> frames(static_cast<std::size_t>(chunkFrames) * width), filled(frames.size());
+    // Reads the spills back chunk by chunk, finished, into `frames`.
+    std::vector<double> frames(static_cast<std::size_t>(chunkFrames) * width);
+    std::vector<float> filled(frames.size());
     const auto readBack = [&](const std::function<void(std::int64_t)>& use) {
         spill.rewind();
+        filledSpill.rewind();
         for (std::int64_t done = 0; done < total;) {
             const std::int64_t count = std::min(chunkFrames, total - done);
             if (spill.read(frames.data(), count * width) != count * width ||
-                spill.read(filled.data(), count * width) != count * width)
+                filledSpill.read(filled.data(), count * width) != count * width)
                 throw CliError("cannot read back the restoration's temporary file");
             restore.finish(frames.data(), filled.data(), count);
             use(count);

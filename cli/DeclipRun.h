@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
@@ -129,9 +130,9 @@ std::vector<ClipLevels> clipLevels(Reader& reader, std::optional<double> level, 
     return findLevels(reader, progress);
 }
 
-// Restored frames (interleaved, file scale): the sparse restoration and the
-// autoregressive fill (NaN at the clipped samples that it leaves).
-using FrameSink = std::function<void(const double* sparse, const double* autoregressive, std::int64_t frames)>;
+// Restored frames, interleaved: the sparse restoration in the file's scale, and the
+// autoregressive fill in full scale 1 (NaN where it has none, and at unclipped samples).
+using FrameSink = std::function<void(const double* sparse, const float* autoregressive, std::int64_t frames)>;
 
 // Streams the audio through both declippers and hands their outputs, in the file's
 // scale, to `sink` chunk by chunk. How far the restored excess over the clip levels is
@@ -153,7 +154,7 @@ public:
           raw_(static_cast<std::size_t>(capacity_) * channels_),
           rows_(channels_, std::vector<float>(capacity_)),
           restored_(channels_, std::vector<float>(chunkFrames)),
-          filled_(channels_, std::vector<float>(chunkFrames)),
+          filled_(channels_, std::vector<float>(chunkFrames, std::numeric_limits<float>::quiet_NaN())),
           sparse_(static_cast<std::size_t>(chunkFrames) * channels_),
           autoregressive_(static_cast<std::size_t>(chunkFrames) * channels_),
           scales_(levels.begin(), levels.end()),
@@ -165,19 +166,17 @@ public:
     // The output sample (file scale) of `channel` from the sink's two: the sparse
     // restoration with its excess calibrated and the channel's share of the
     // autoregressive fill mixed in; an unclipped sample comes back bit for bit.
-    double finished(int channel, double sparse, double autoregressive) const
+    double finished(int channel, double sparse, float autoregressive) const
     {
         const double scale = reader_.fullScale();
         const float sample = static_cast<float>(sparse / scale);
         if (levels_[channel].sign(sample) == 0) return sparse;
         const float calibrated = scales_[channel].scaled(sample);
-        return static_cast<double>(ArDeclipper::blended(calibrated, static_cast<float>(autoregressive / scale),
-                                                        arWeight_[channel])) *
-               scale;
+        return static_cast<double>(ArDeclipper::blended(calibrated, autoregressive, arWeight_[channel])) * scale;
     }
 
     // finished() over `count` interleaved frames, in place in `sparse`.
-    void finish(double* sparse, const double* autoregressive, std::int64_t count) const
+    void finish(double* sparse, const float* autoregressive, std::int64_t count) const
     {
         for (std::int64_t f = 0; f < count; ++f)
             for (int c = 0; c < channels_; ++c) {
@@ -252,7 +251,7 @@ private:
                 const std::size_t out = static_cast<std::size_t>(at - from) * channels_ + c;
                 const double scale = reader_.fullScale();
                 sparse_[out] = sign == 0 ? raw_[local * channels_ + c] : restored_[c][at - from] * scale;
-                autoregressive_[out] = sign == 0 ? raw_[local * channels_ + c] : filled_[c][at - from] * scale;
+                autoregressive_[out] = filled_[c][at - from];
                 scales_[c].add(rows_[c][local], restored_[c][at - from]);
                 clipped_[c] += sign != 0 ? 1 : 0;
                 runs.sample(c, at, sign, summary);
@@ -272,7 +271,8 @@ private:
     std::vector<double> raw_;               // interleaved, file scale
     std::vector<std::vector<float>> rows_;  // per channel, full scale 1
     std::vector<std::vector<float>> restored_, filled_;  // per channel: sparse, autoregressive
-    std::vector<double> sparse_, autoregressive_;       // interleaved, file scale
+    std::vector<double> sparse_;                        // interleaved, file scale
+    std::vector<float> autoregressive_;                 // interleaved, full scale 1
     std::vector<ExcessScale> scales_;                   // per channel
     std::vector<std::int64_t> clipped_;                 // per channel
     std::vector<float> arWeight_;                       // per channel

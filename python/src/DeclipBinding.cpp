@@ -77,16 +77,16 @@ py::tuple declip(const py::object& audioArgument, const py::object& rateArgument
         const std::vector<ClipLevels> levels = clipLevels(reader, level, progress);
         RunTracker runs(reader.channels(), true);
         RestorePass restore(reader, "the audio", levels);
-        // The samples are floats in full scale 1, so both outputs keep their bits as floats.
+        // The samples are floats in full scale 1, so the sparse output keeps its bits as floats.
         std::vector<float> filled(static_cast<std::size_t>(audio.channels * audio.frames));
         std::int64_t written = 0;
         restore.run(
-            [&](const double* frames, const double* autoregressive, std::int64_t count) {
+            [&](const double* frames, const float* autoregressive, std::int64_t count) {
                 for (std::int64_t f = 0; f < count; ++f)
                     for (std::int64_t c = 0; c < audio.channels; ++c) {
                         const std::int64_t at = c * audio.frames + written + f;
                         out[at] = static_cast<float>(frames[f * audio.channels + c]);
-                        filled[at] = static_cast<float>(autoregressive[f * audio.channels + c]);
+                        filled[at] = autoregressive[f * audio.channels + c];
                     }
                 written += count;
             },
