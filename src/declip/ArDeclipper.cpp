@@ -12,7 +12,7 @@ ArDeclipper::Settings ArDeclipper::Settings::forSampleRate(int sampleRate)
     // 4096 samples (93 ms at 44.1 kHz, 0.19 s at 22.05 kHz) up to 64 kHz, 8192 above.
     // At 22.05 kHz frames of 4096 restored dialogue about 0.2 dB better than 2048.
     settings.frameLength = sampleRate > 64000 ? 8192 : 4096;
-    settings.order = settings.frameLength / 128;
+    settings.order = settings.frameLength / 64;
     if (sampleRate < 16000) settings.weight = 0.0f;
     return settings;
 }

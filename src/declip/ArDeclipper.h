@@ -31,7 +31,7 @@ class ArDeclipper {
 public:
     struct Settings {
         int frameLength = 4096;
-        int order = 32;
+        int order = 64;
         float maxShare = 0.4f;  // of a frame's samples clipped
         // The fill's share in the restoration of a lightly clipped channel (up to
         // lightShare of its samples clipped), falling linearly to none at twice that;
@@ -39,7 +39,7 @@ public:
         float weight = 0.25f;
         double lightShare = 0.08;
 
-        // Frames of 4096 samples and order 32 (8192 and 64 above 64 kHz). Below
+        // Frames of 4096 samples and order 64 (8192 and 128 above 64 kHz). Below
         // 16 kHz no fill: on 8 kHz words the blend lost as often as it gained.
         static Settings forSampleRate(int sampleRate);
     };

@@ -39,16 +39,14 @@ BoundedArFill::BoundedArFill(int frameLength, int order)
 
 void BoundedArFill::fill(double* frame, const float* lower, const float* upper, const float* window)
 {
-    for (int pass = 0; pass < passes; ++pass) {
-        estimate(frame, window);
-        for (int n = 0; n < length_; ++n) unknown_[n] = lower[n] != upper[n] ? 1 : 0;
-        for (int round = 0; round < rounds; ++round) {
-            gatherUnknowns();
-            if (position_.empty()) break;
-            factor();
-            solve(frame);
-            if (!holdViolations(frame, lower, upper)) break;
-        }
+    estimate(frame, window);
+    for (int n = 0; n < length_; ++n) unknown_[n] = lower[n] != upper[n] ? 1 : 0;
+    for (int round = 0; round < rounds; ++round) {
+        gatherUnknowns();
+        if (position_.empty()) return;
+        factor();
+        solve(frame);
+        if (!holdViolations(frame, lower, upper)) return;
     }
 }
 

@@ -6,9 +6,7 @@
 // The model comes from Burg's method over the windowed frame as observed, clipped
 // samples at their clipped values: the flat crests pull its spectrum towards low
 // frequencies, so the fill it gives is rounder and lower than a sparse restoration's,
-// which it complements. A second pass estimates the model again over the frame as
-// filled and fills again (Janssen's iteration); a third sharpened the crests too far.
-// The clipped samples minimise the energy of the
+// which it complements. The clipped samples then minimise the energy of the
 // prediction error over the whole frame (the samples beyond it taken as zero),
 // sum_t (sum_m a[m] x(t - m))^2: normal equations whose matrix is the model's
 // autocorrelation at the distances between the unknowns, banded to the order, with a
@@ -28,8 +26,7 @@
 
 class BoundedArFill {
 public:
-    static constexpr int passes = 2;  // estimate and fill
-    static constexpr int rounds = 10;  // of holding violations, per pass
+    static constexpr int rounds = 10;
 
     BoundedArFill(int frameLength, int order);
 
