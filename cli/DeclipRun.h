@@ -131,7 +131,8 @@ std::vector<ClipLevels> clipLevels(Reader& reader, std::optional<double> level, 
 }
 
 // Restored frames, interleaved: the sparse restoration in the file's scale, and the
-// autoregressive fill in full scale 1 (NaN where it has none, and at unclipped samples).
+// autoregressive fill in full scale 1 (NaN where it has none; only the clipped
+// samples' values count).
 using FrameSink = std::function<void(const double* sparse, const float* autoregressive, std::int64_t frames)>;
 
 // Streams the audio through both declippers and hands their outputs, in the file's

@@ -25,8 +25,7 @@ BoundedArFill::BoundedArFill(int frameLength, int order)
       order_(order),
       burg_(frameLength, 1, order),
       windowed_(frameLength),
-      correlation_(order + 1),
-      mirrored_(2 * order + 1),
+      correlation_(2 * order + 1),
       known_(frameLength),
       unknown_(frameLength),
       position_(frameLength),
@@ -60,8 +59,7 @@ void BoundedArFill::estimate(const double* frame, const float* window)
     for (int k = 0; k <= order_; ++k) {
         double sum = 0.0;
         for (int m = 0; m + k <= order_; ++m) sum += a[m] * a[m + k];
-        correlation_[k] = sum;
-        mirrored_[order_ + k] = mirrored_[order_ - k] = sum;
+        correlation_[order_ + k] = correlation_[order_ - k] = sum;
     }
 }
 
@@ -86,13 +84,13 @@ void BoundedArFill::gatherUnknowns()
 void BoundedArFill::factor()
 {
     const int count = static_cast<int>(position_.size());
-    const double ridge = 1e-9 * correlation_[0];
+    const double ridge = 1e-9 * correlation_[order_];
     for (int i = 0; i < count; ++i) {
         double* row = factor_.data() + rowOffset_[i] - rowStart_[i];  // row[j]: L(i, j)
         for (int j = rowStart_[i]; j <= i; ++j) {
             const double* other = factor_.data() + rowOffset_[j] - rowStart_[j];
             const int first = std::max(rowStart_[i], rowStart_[j]);
-            const double sum = correlation_[position_[i] - position_[j]] + (i == j ? ridge : 0.0) -
+            const double sum = correlation_[order_ + position_[i] - position_[j]] + (i == j ? ridge : 0.0) -
                                dot(row + first, other + first, j - first);
             if (j < i) {
                 row[j] = sum / other[j];
@@ -110,12 +108,12 @@ void BoundedArFill::solve(const double* frame)
 {
     const int count = static_cast<int>(position_.size());
     // Right-hand side: minus the known samples' part of the normal equations, from
-    // the frame with its unknowns at zero and the correlation mirrored about lag 0.
+    // the frame with its unknowns at zero.
     for (int n = 0; n < length_; ++n) known_[n] = unknown_[n] ? 0.0 : frame[n];
     for (int i = 0; i < count; ++i) {
         const int at = position_[i];
         const int first = std::max(at - order_, 0), end = std::min(at + order_ + 1, length_);
-        solution_[i] = -dot(mirrored_.data() + order_ + first - at, known_.data() + first, end - first);
+        solution_[i] = -dot(correlation_.data() + order_ + first - at, known_.data() + first, end - first);
     }
     // L y = b, then L' x = y (by rows of L, each solved unknown taken out of the earlier ones).
     for (int i = 0; i < count; ++i) {

@@ -48,8 +48,7 @@ private:
     int length_, order_;
     BurgEstimator burg_;
     std::vector<double> windowed_;
-    std::vector<double> correlation_;  // the model's autocorrelation at lags 0..order
-    std::vector<double> mirrored_;     // and at lags -order..order
+    std::vector<double> correlation_;  // the model's autocorrelation at lags -order..order
     std::vector<double> known_;        // the frame with its unknowns at zero
     std::vector<char> unknown_;        // per frame sample
     std::vector<int> position_;        // the unknowns' positions, ascending

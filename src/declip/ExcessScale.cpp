@@ -17,7 +17,6 @@ void ExcessScale::add(float input, float restored)
         const float magnitude = sign > 0 ? restored : -restored;
         ++p.clipped;
         p.excess += static_cast<double>(magnitude) - p.level;
-        p.largest = std::max(p.largest, magnitude);
         return;
     }
     Polarity& p = polarity(input >= 0.0f ? 1 : -1);
@@ -65,10 +64,4 @@ float ExcessScale::scaled(float restored) const
     if (sign == 0) return restored;
     const float magnitude = calibrated(polarity(sign), sign > 0 ? restored : -restored);
     return sign > 0 ? magnitude : -magnitude;
-}
-
-float ExcessScale::peak(int sign) const
-{
-    const Polarity& p = polarity(sign);
-    return p.clipped == 0 ? 0.0f : calibrated(p, p.largest);
 }

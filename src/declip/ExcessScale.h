@@ -39,15 +39,12 @@ public:
     float factor(int sign) const { return polarity(sign).factor; }
     // A restored sample, calibrated where it lies at or beyond a level; any other as it is.
     float scaled(float restored) const;
-    // The largest calibrated magnitude of the polarity's restored samples (0 without any).
-    float peak(int sign) const;
 
 private:
     struct Polarity {
         float level = ClipLevels::none;
         std::int64_t clipped = 0, below = 0;  // samples beyond the level, and just below it
         double excess = 0.0;                  // restored excess over the level, summed
-        float largest = 0.0f;                 // largest restored magnitude
         float factor = 1.0f;
     };
     Polarity& polarity(int sign) { return sign > 0 ? positive_ : negative_; }
