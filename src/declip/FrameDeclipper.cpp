@@ -38,65 +38,84 @@ FrameDeclipper::FrameDeclipper(const Settings& settings)
       size_(settings.frameLength * settings.redundancy),
       bins_(size_ / 2 + 1),
       fft_(size_),
-      padded_(size_),
-      specRe_(bins_), specIm_(bins_), dualRe_(bins_), dualIm_(bins_), targetRe_(bins_), targetIm_(bins_),
+      spectrum_(size_), dual_(size_), target_(size_),
       magnitude_(bins_), ranked_(bins_), candidates_(bins_), selection_(bins_)
 {
 }
 
-void FrameDeclipper::analyse(const float* frame)
+namespace {
+
+constexpr unsigned int packed = standardLib::LayoutNyquistSecond;
+
+// power[b] = |X_b|^2 for the bins 0 .. half of a packed spectrum.
+void powerSpectrum(const float* spectrum, int half, float* power)
 {
-    std::copy(frame, frame + settings_.frameLength, padded_.begin());
-    std::fill(padded_.begin() + settings_.frameLength, padded_.end(), 0.0f);
-    fft_.realForward(padded_.data(), specRe_.data(), specIm_.data());
+    power[0] = spectrum[0] * spectrum[0];
+    power[half] = spectrum[1] * spectrum[1];
+    for (int bin = 1; bin < half; ++bin) {
+        const float re = spectrum[2 * bin], im = spectrum[2 * bin + 1];
+        const float squareRe = re * re;
+        const float squareIm = im * im;
+        power[bin] = squareRe + squareIm;
+    }
 }
 
-void FrameDeclipper::synthesise(float* frame)
+}  // namespace
+
+void FrameDeclipper::analyse(const float* frame)
 {
-    float* re = targetRe_.data();
-    float* im = targetIm_.data();
-    const float* dualRe = dualRe_.data();
-    const float* dualIm = dualIm_.data();
-    for (int bin = 0; bin < bins_; ++bin) {
-        re[bin] -= dualRe[bin];
-        im[bin] -= dualIm[bin];
+    std::copy(frame, frame + settings_.frameLength, spectrum_.begin());
+    std::fill(spectrum_.begin() + settings_.frameLength, spectrum_.end(), 0.0f);
+    fft_.realForwardInPlace(spectrum_.data(), packed);
+}
+
+void FrameDeclipper::synthesise()
+{
+    float* samples = spectrum_.data();
+    float* target = target_.data();
+    const float* dual = dual_.data();
+    // target_ goes on as (target_ - dual_) + dual_, rounding and all.
+    for (int i = 0; i < size_; ++i) {
+        const float difference = target[i] - dual[i];
+        samples[i] = difference;
+        target[i] = difference + dual[i];
     }
-    fft_.realInverse(re, im, padded_.data());
-    for (int bin = 0; bin < bins_; ++bin) {
-        re[bin] += dualRe[bin];
-        im[bin] += dualIm[bin];
+    fft_.realInverseInPlace(samples, packed);
+}
+
+void FrameDeclipper::project(float* frame, const float* lower, const float* upper)
+{
+    float* samples = spectrum_.data();
+    const int length = settings_.frameLength;
+    for (int n = 0; n < length; ++n) {
+        const float value = std::clamp(samples[n], lower[n], upper[n]);
+        frame[n] = value;
+        samples[n] = value;
     }
-    std::copy(padded_.begin(), padded_.begin() + settings_.frameLength, frame);
+    std::fill(samples + length, samples + size_, 0.0f);
+    fft_.realForwardInPlace(samples, packed);
 }
 
 void FrameDeclipper::keepLargest(int k)
 {
-    float* re = targetRe_.data();
-    float* im = targetIm_.data();
+    float* target = target_.data();
+    const float* spectrum = spectrum_.data();
+    const float* dual = dual_.data();
     float* magnitude = magnitude_.data();
-    const float* specRe = specRe_.data();
-    const float* specIm = specIm_.data();
-    const float* dualRe = dualRe_.data();
-    const float* dualIm = dualIm_.data();
-    const int bins = bins_;
-    // Separate passes: few enough streams per loop for the compiler to vectorise.
-    for (int bin = 0; bin < bins; ++bin) re[bin] = specRe[bin] + dualRe[bin];
-    for (int bin = 0; bin < bins; ++bin) im[bin] = specIm[bin] + dualIm[bin];
-    for (int bin = 0; bin < bins; ++bin) {
-        const float squareRe = re[bin] * re[bin];
-        const float squareIm = im[bin] * im[bin];
-        magnitude[bin] = squareRe + squareIm;
-    }
-    if (k >= bins) return;
+    const int half = bins_ - 1;
+    for (int i = 0; i < size_; ++i) target[i] = spectrum[i] + dual[i];
+    powerSpectrum(target, half, magnitude);
+    if (k >= bins_) return;
     // Keeping every bin at or above the k-th largest magnitude keeps the result
     // independent of the order among equal magnitudes.
     const float threshold = kthLargestMagnitude(k);
-    for (int bin = 0; bin < bins; ++bin) {
+    if (magnitude[0] < threshold) target[0] = 0.0f;
+    if (magnitude[half] < threshold) target[1] = 0.0f;
+    for (int bin = 1; bin < half; ++bin) {
         const bool kept = !(magnitude[bin] < threshold);
-        const float binRe = re[bin];
-        const float binIm = im[bin];
-        re[bin] = kept ? binRe : 0.0f;
-        im[bin] = kept ? binIm : 0.0f;
+        const float re = target[2 * bin], im = target[2 * bin + 1];
+        target[2 * bin] = kept ? re : 0.0f;
+        target[2 * bin + 1] = kept ? im : 0.0f;
     }
 }
 
@@ -125,31 +144,24 @@ double FrameDeclipper::updateDual()
     // domain's scale: the inner bins stand for two, DC and Nyquist for one. The
     // inner bins are summed in four interleaved partial sums, a fixed order that
     // does not wait on one long chain of additions.
-    const auto power = [&](int bin) {
-        const double re = static_cast<double>(specRe_[bin]) - targetRe_[bin];
-        const double im = static_cast<double>(specIm_[bin]) - targetIm_[bin];
-        const double squareRe = re * re;
-        const double squareIm = im * im;
-        return squareRe + squareIm;
+    const float* spectrum = spectrum_.data();
+    const float* target = target_.data();
+    const auto square = [&](int i) {
+        const double difference = static_cast<double>(spectrum[i]) - target[i];
+        return difference * difference;
     };
+    const auto power = [&](int bin) { return square(2 * bin) + square(2 * bin + 1); };
+    const int half = bins_ - 1;
     constexpr int lanes = 4;
     double partial[lanes] = {};
     int bin = 1;
-    for (; bin + lanes <= bins_ - 1; bin += lanes)
+    for (; bin + lanes <= half; bin += lanes)
         for (int lane = 0; lane < lanes; ++lane) partial[lane] += power(bin + lane);
-    for (; bin < bins_ - 1; ++bin) partial[0] += power(bin);
+    for (; bin < half; ++bin) partial[0] += power(bin);
     const double inner = (partial[0] + partial[1]) + (partial[2] + partial[3]);
-    const double energy = power(0) + 2.0 * inner + power(bins_ - 1);
-    float* dualRe = dualRe_.data();
-    float* dualIm = dualIm_.data();
-    const float* specRe = specRe_.data();
-    const float* specIm = specIm_.data();
-    const float* re = targetRe_.data();
-    const float* im = targetIm_.data();
-    for (int bin = 0; bin < bins_; ++bin) {
-        dualRe[bin] += specRe[bin] - re[bin];
-        dualIm[bin] += specIm[bin] - im[bin];
-    }
+    const double energy = square(0) + 2.0 * inner + square(1);
+    float* dual = dual_.data();
+    for (int i = 0; i < size_; ++i) dual[i] += spectrum[i] - target[i];
     return energy / size_;
 }
 
@@ -161,14 +173,9 @@ int FrameDeclipper::warmStart(double clippedShare)
 {
     const double share = std::min(0.99, 1.0 - clippedShare);
     if (!(share > 0.0)) return 0;
+    powerSpectrum(spectrum_.data(), bins_ - 1, ranked_.data());
     double total = 0.0;
-    for (int bin = 0; bin < bins_; ++bin) {
-        const float re = specRe_[bin], im = specIm_[bin];
-        const float squareRe = re * re;
-        const float squareIm = im * im;
-        ranked_[bin] = squareRe + squareIm;
-        total += ranked_[bin];
-    }
+    for (int bin = 0; bin < bins_; ++bin) total += ranked_[bin];
     // Sums the largest first. Only the top few bins usually matter, so they are
     // ranked in growing batches rather than all at once.
     double sum = 0.0;
@@ -190,8 +197,7 @@ int FrameDeclipper::restore(float* frame, const float* lower, const float* upper
     const double tolerance = static_cast<double>(settings_.tolerance) * settings_.tolerance * frameEnergy;
 
     lastThreshold_ = 0.0f;
-    std::fill(dualRe_.begin(), dualRe_.end(), 0.0f);
-    std::fill(dualIm_.begin(), dualIm_.end(), 0.0f);
+    std::fill(dual_.begin(), dual_.end(), 0.0f);
     analyse(frame);
     int iteration = 0;
     int clipped = 0;
@@ -207,9 +213,8 @@ int FrameDeclipper::restore(float* frame, const float* lower, const float* upper
     while (iteration < iterations) {
         ++iteration;
         keepLargest(k);
-        synthesise(frame);
-        for (int n = 0; n < length; ++n) frame[n] = std::clamp(frame[n], lower[n], upper[n]);
-        analyse(frame);
+        synthesise();
+        project(frame, lower, upper);
         if (updateDual() <= tolerance) break;
         // Past the bin count every bin is kept already; held there, k cannot overflow
         // when a frame never converges (samples near the float range).

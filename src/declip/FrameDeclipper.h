@@ -61,8 +61,10 @@ public:
 
 private:
     void analyse(const float* frame);           // spectrum_ = DFT of the padded frame
-    void synthesise(float* frame);              // frame = first N samples of the inverse of target_
     void keepLargest(int k);                    // target_ = H_k(spectrum_ + dual_)
+    void synthesise();                          // spectrum_ = inverse DFT of target_ - dual_
+    void project(float* frame, const float* lower, const float* upper);  // clamp it into the
+                                                // bounds, into frame too, and take its DFT again
     float kthLargestMagnitude(int k);
     double updateDual();                        // dual_ += spectrum_ - target_; returns the
                                                 // residual's energy, in the time domain's scale
@@ -72,8 +74,10 @@ private:
     int size_;   // DFT length
     int bins_;   // size_ / 2 + 1
     standardLib::CFft<float> fft_;
-    std::vector<float> padded_;
-    std::vector<float> specRe_, specIm_, dualRe_, dualIm_, targetRe_, targetIm_;
+    // Spectra in the transform's own packed layout, transformed in place: [0] the DC
+    // bin, [1] the Nyquist bin (both real), [2b] and [2b + 1] the real and imaginary
+    // parts of bin b. spectrum_ also holds the time samples between the transforms.
+    std::vector<float> spectrum_, dual_, target_;
     std::vector<float> magnitude_, ranked_, candidates_;
     float lastThreshold_ = 0.0f;
     std::vector<std::uint32_t> selection_;
