@@ -4,6 +4,8 @@
 // hold a clipped sample cost anything, so light clipping is the fast end.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
+#include <thread>
 #include <vector>
 
 #include "declip/DeclipMaterial.h"
@@ -14,6 +16,8 @@
 namespace {
 
 constexpr double seconds = 5.0;
+
+int hardwareThreads() { return std::max(1, static_cast<int>(std::thread::hardware_concurrency())); }
 
 const declipmaterial::Excerpt& music()
 {
@@ -51,6 +55,17 @@ void restoreClipped(benchmark::State& state)
     });
 }
 
+// The same on every hardware thread (wall-clock time): the frames of a call are
+// solved in parallel, with the same bits.
+void restoreClippedOnAllThreads(benchmark::State& state)
+{
+    Declipper declipper(FrameDeclipper::Settings::forSampleRate(music().sampleRate), hardwareThreads());
+    timeRestoration(state, [&](const float* clipped, std::int64_t length, ClipLevels levels, float* restored) {
+        declipper.restore(clipped, length, 0, levels, 0, length, restored);
+    });
+    state.counters["threads"] = hardwareThreads();
+}
+
 void fillClippedAutoregressively(benchmark::State& state)
 {
     ArDeclipper declipper(ArDeclipper::Settings::forSampleRate(music().sampleRate));
@@ -60,6 +75,7 @@ void fillClippedAutoregressively(benchmark::State& state)
 }
 
 BENCHMARK(restoreClipped)->ArgName("input_sdr_db")->Arg(1)->Arg(3)->Arg(5)->Arg(7)->Arg(10)->Arg(15)->Arg(20)->Unit(benchmark::kMillisecond);
+BENCHMARK(restoreClippedOnAllThreads)->ArgName("input_sdr_db")->Arg(1)->Arg(3)->Arg(5)->Arg(7)->Arg(10)->Arg(15)->Arg(20)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(fillClippedAutoregressively)->ArgName("input_sdr_db")->Arg(1)->Arg(3)->Arg(5)->Arg(7)->Arg(10)->Arg(15)->Arg(20)->Unit(benchmark::kMillisecond);
 
 }  // namespace

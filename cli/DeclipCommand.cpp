@@ -35,6 +35,7 @@ struct DeclipOptions {
     std::string gain;  // empty: auto for formats of a bounded range, 0dB for float ones
     std::string report;
     bool quiet = false;
+    int jobs = 0;  // 0: the processor's threads
 };
 
 // Writes frames scaled by `gain`; formats of a bounded range are held to it, and
@@ -140,7 +141,7 @@ void declipFile(const DeclipOptions& options)
 
     ClipSummary summary;
     RunTracker runs(reader.channels(), !options.report.empty());
-    RestorePass restore(reader, options.input, levels);
+    RestorePass restore(reader, options.input, levels, options.jobs > 0 ? options.jobs : hardwareThreads());
     noteLossyRewrite(reader, writer, options.input, options.output);
     SpillFile<double> spill;        // the sparse restoration, file scale
     SpillFile<float> filledSpill;   // the autoregressive fill, full scale 1
@@ -211,5 +212,9 @@ void addDeclipCommand(CLI::App& app)
     command->add_option("--report,-r", options->report,
                         "write the clipped runs to FILE: .txt label track, .csv or .json");
     command->add_flag("--quiet,-q", options->quiet, "no progress bar");
+    command
+        ->add_option("--jobs,-j", options->jobs,
+                     "threads that restore the frames (default: the processor's); the output does not depend on it")
+        ->check(CLI::Range(1, maxDeclipJobs));
     command->callback([options] { declipFile(*options); });
 }

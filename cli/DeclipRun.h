@@ -12,6 +12,7 @@
 #include <limits>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "CliError.h"
@@ -22,6 +23,10 @@
 #include "declip/ExcessScale.h"
 
 inline constexpr std::int64_t chunkFrames = 65536;
+inline constexpr int maxDeclipJobs = 256;
+
+// The processor's hardware threads, at least 1.
+inline int hardwareThreads() { return std::max(1, static_cast<int>(std::thread::hardware_concurrency())); }
 
 inline double fromDb(double db) { return std::pow(10.0, db / 20.0); }
 inline double toDb(double value) { return 20.0 * std::log10(value); }
@@ -139,16 +144,17 @@ using FrameSink = std::function<void(const double* sparse, const float* autoregr
 // scale, to `sink` chunk by chunk. How far the restored excess over the clip levels is
 // calibrated (ExcessScale), and how much of the autoregressive fill joins it, are
 // known only once the whole file has been seen: the caller then passes each output
-// sample through finished().
+// sample through finished(). `threads` solve the frames of each chunk; the output does
+// not depend on how many.
 template <typename Reader>
 class RestorePass {
 public:
-    RestorePass(Reader& reader, const std::string& path, const std::vector<ClipLevels>& levels)
+    RestorePass(Reader& reader, const std::string& path, const std::vector<ClipLevels>& levels, int threads = 1)
         : reader_(reader),
           path_(path),
           levels_(levels),
-          declipper_(FrameDeclipper::Settings::forSampleRate(reader.sampleRate())),
-          arDeclipper_(ArDeclipper::Settings::forSampleRate(reader.sampleRate())),
+          declipper_(FrameDeclipper::Settings::forSampleRate(reader.sampleRate()), threads),
+          arDeclipper_(ArDeclipper::Settings::forSampleRate(reader.sampleRate()), threads),
           channels_(reader.channels()),
           context_(std::max(declipper_.context(), arDeclipper_.context())),
           capacity_(chunkFrames + 2 * context_),

@@ -61,11 +61,13 @@ std::string levelText(const py::object& level)
     return argumentText(level, "level", "a str ('auto', '-0.5dBFS') or a float");
 }
 
-py::tuple declip(const py::object& audioArgument, const py::object& rateArgument, const py::object& levelArgument)
+py::tuple declip(const py::object& audioArgument, const py::object& rateArgument, const py::object& levelArgument,
+                 const py::object& jobsArgument)
 {
     const AudioView audio = audioView(audioArgument, "audio");
     const int rate = static_cast<int>(
         integerArgument(rateArgument, "rate", 1, std::numeric_limits<std::int32_t>::max()));
+    const int jobs = static_cast<int>(integerArgument(jobsArgument, "jobs", 1, maxDeclipJobs));
     const auto level = parseLevel(levelText(levelArgument), "level");
     py::array_t<float> restored(audio.shape);
     float* out = restored.mutable_data();
@@ -76,7 +78,7 @@ py::tuple declip(const py::object& audioArgument, const py::object& rateArgument
         NoProgress progress;
         const std::vector<ClipLevels> levels = clipLevels(reader, level, progress);
         RunTracker runs(reader.channels(), true);
-        RestorePass restore(reader, "the audio", levels);
+        RestorePass restore(reader, "the audio", levels, jobs);
         // The samples are floats in full scale 1, so the sparse output keeps its bits as floats.
         std::vector<float> filled(static_cast<std::size_t>(audio.channels * audio.frames));
         std::int64_t written = 0;
@@ -105,8 +107,8 @@ py::tuple declip(const py::object& audioArgument, const py::object& rateArgument
 
 void registerDeclip(py::module_& module)
 {
-    module.def("declip", &declip, py::arg("audio"), py::arg("rate"), py::arg("level") = "auto",
-               R"(declip(audio, rate, level="auto") -> (restored, spans)
+    module.def("declip", &declip, py::arg("audio"), py::arg("rate"), py::arg("level") = "auto", py::arg("jobs") = 1,
+               R"(declip(audio, rate, level="auto", jobs=1) -> (restored, spans)
 
 Restores the clipped peaks of every channel: runs at or beyond the clip level
 are refilled with values at or beyond it, with the run's sign; every other
@@ -116,6 +118,7 @@ audio   float32 numpy array shaped (channels, frames) or (frames,), read in plac
 rate    sample rate in Hz.
 level   "auto" (found per channel and polarity), a level in dBFS ("-0.5dBFS"),
         or a fraction of full scale (0.9, numpy.float32(0.9) or "0.9").
+jobs    threads that restore the frames, 1..256; the result does not depend on it.
 
 restored is a new float32 array whose peaks may exceed full scale; no gain is
 applied, as `ferrotip declip` does for float files, and the result is

@@ -74,6 +74,17 @@ def test_bad_levels_raise_the_cli_message(cli, tmp_path, level):
     assert str(raised.value) == message
 
 
+def test_jobs_share_the_frames_and_give_the_same_bits():
+    audio = clipped(32, 3 * RATE, level=0.3)
+    alone = ferrotip.declip(audio, RATE)
+    for jobs in (2, 3):
+        restored, spans = ferrotip.declip(audio, RATE, jobs=jobs)
+        assert same_bits(restored, alone[0]) and spans == alone[1]
+    for jobs in (0, 257):
+        with pytest.raises(ValueError, match="jobs"):
+            ferrotip.declip(audio, RATE, jobs=jobs)
+
+
 def test_declip_releases_the_gil_and_two_threads_give_the_bits_of_one():
     inputs = [clipped(30, 6 * RATE), clipped(31, 6 * RATE)]
     inside, (restored, _) = inside_call(lambda: ferrotip.declip(inputs[0], RATE))

@@ -7,7 +7,7 @@
 #include <limits>
 
 #include "declick/DitherScope.h"
-#include "declick/SpreadOverThreads.h"
+#include "signal/SpreadOverThreads.h"
 #include "module/MethodReach.h"
 #include "module/MethodTable.h"
 

@@ -4,7 +4,7 @@
 #include <numeric>
 
 #include "declick/SampleRange.h"
-#include "declick/SpreadOverThreads.h"
+#include "signal/SpreadOverThreads.h"
 
 namespace {
 

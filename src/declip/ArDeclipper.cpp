@@ -4,7 +4,7 @@
 #include <cmath>
 #include <limits>
 
-#include "declip/FrameGrid.h"
+#include "signal/SpreadOverThreads.h"
 
 ArDeclipper::Settings ArDeclipper::Settings::forSampleRate(int sampleRate)
 {
@@ -17,42 +17,61 @@ ArDeclipper::Settings ArDeclipper::Settings::forSampleRate(int sampleRate)
     return settings;
 }
 
-ArDeclipper::ArDeclipper(const Settings& settings)
-    : maxShare_(settings.maxShare),
+struct ArDeclipper::Worker {
+    Worker(int frameLength, int order) : fill(frameLength, order), lower(frameLength), upper(frameLength) {}
+
+    BoundedArFill fill;
+    std::vector<float> lower, upper;
+};
+
+ArDeclipper::ArDeclipper(const Settings& settings, int threads)
+    : frameLength_(settings.frameLength),
+      maxShare_(settings.maxShare),
       weight_(settings.weight),
       lightShare_(settings.lightShare),
-      fill_(settings.frameLength, settings.order),
-      hann_(frame_grid::periodicHann(settings.frameLength)),
-      samples_(settings.frameLength),
-      lower_(settings.frameLength),
-      upper_(settings.frameLength)
+      hann_(frame_grid::periodicHann(settings.frameLength))
 {
+    for (int worker = 0; worker < std::max(threads, 1); ++worker)
+        workers_.push_back(std::make_unique<Worker>(settings.frameLength, settings.order));
 }
+
+ArDeclipper::~ArDeclipper() = default;
 
 std::int64_t ArDeclipper::restore(const float* window, std::int64_t length, std::int64_t origin,
                                   ClipLevels levels, std::int64_t from, std::int64_t to, float* out)
 {
-    std::int64_t frames = 0;
+    std::int64_t solved = 0;
     const std::int64_t count = std::max<std::int64_t>(to - from, 0);
     std::copy(window + from, window + from + count, out);
-    if (!levels.any() || count == 0) return frames;
+    if (!levels.any() || count == 0) return solved;
     sum_.assign(count, 0.0);
     windowSum_.assign(count, 0.0);
-    frame_grid::forEachSolvedFrame(
-        frameLength(), 2, window, length, origin, levels, from, to,
-        [&](std::int64_t start, std::int64_t overlapFirst, std::int64_t overlapEnd) {
-            // The model comes from the frame as observed; the window weights its estimate.
-            const int clipped = frame_grid::loadFrame(frameLength(), window, length, start, levels, nullptr,
-                                                      samples_.data(), lower_.data(), upper_.data());
-            if (clipped > maxShare_ * frameLength()) return;
-            fill_.fill(samples_.data(), lower_.data(), upper_.data(), hann_.data());
-            ++frames;
-            for (std::int64_t i = overlapFirst; i < overlapEnd; ++i) {
-                const double w = hann_[i - start];
-                sum_[i - from] += w * w * samples_[i - start];
-                windowSum_[i - from] += w * w;
-            }
-        });
+    frame_grid::solvedFrames(frameLength(), 2, window, length, origin, levels, from, to, frames_);
+    const int frames = static_cast<int>(frames_.size());
+    if (fills_.size() < frames_.size() * frameLength()) fills_.resize(frames_.size() * frameLength());
+    if (filled_.size() < frames_.size()) filled_.resize(frames_.size());
+    const auto solve = [&](int index, int thread) {
+        Worker& worker = *workers_[thread];
+        double* samples = fills_.data() + static_cast<std::size_t>(index) * frameLength();
+        // The model comes from the frame as observed; the window weights its estimate.
+        const int clipped = frame_grid::loadFrame(frameLength(), window, length, frames_[index].start, levels,
+                                                  nullptr, samples, worker.lower.data(), worker.upper.data());
+        filled_[index] = clipped <= maxShare_ * frameLength();
+        if (filled_[index]) worker.fill.fill(samples, worker.lower.data(), worker.upper.data(), hann_.data());
+    };
+    spreadOverThreads(frames, static_cast<int>(workers_.size()), solve);
+
+    for (int index = 0; index < frames; ++index) {
+        if (!filled_[index]) continue;
+        ++solved;
+        const auto [start, overlapFirst, overlapEnd] = frames_[index];
+        const double* samples = fills_.data() + static_cast<std::size_t>(index) * frameLength();
+        for (std::int64_t i = overlapFirst; i < overlapEnd; ++i) {
+            const double w = hann_[i - start];
+            sum_[i - from] += w * w * samples[i - start];
+            windowSum_[i - from] += w * w;
+        }
+    }
     for (std::int64_t i = from; i < to; ++i) {
         const float observed = window[i];
         const int sign = levels.sign(observed);
@@ -66,5 +85,5 @@ std::int64_t ArDeclipper::restore(const float* window, std::int64_t length, std:
         }
         out[i - from] = sign > 0 ? std::max(restored, observed) : std::min(restored, observed);
     }
-    return frames;
+    return solved;
 }

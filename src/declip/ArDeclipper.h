@@ -15,17 +15,20 @@
 // clipped.
 //
 // Same cutting contract as Declipper: restoring [from, to) of a window needs
-// context() samples on each side and gives the same bits whatever the cut. The
-// constructor allocates; restore() does not beyond the first call with a longer
-// stretch. One thread at a time per object.
+// context() samples on each side and gives the same bits whatever the cut, and on any
+// number of threads. The constructor allocates; restore() does not beyond the first
+// call with a longer stretch (but for the helper threads it starts). One thread at a
+// time per object.
 #pragma once
 
 #include <algorithm>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "declip/BoundedArFill.h"
 #include "declip/ClipLevels.h"
+#include "declip/FrameGrid.h"
 
 class ArDeclipper {
 public:
@@ -63,7 +66,9 @@ public:
         return (1.0f - arWeight) * sparse + arWeight * autoregressive;
     }
 
-    explicit ArDeclipper(const Settings& settings);
+    // threads: how many threads solve the frames of a call (the caller's among them).
+    explicit ArDeclipper(const Settings& settings, int threads = 1);
+    ~ArDeclipper();
 
     // window: `length` samples of one channel; window[0] is absolute sample `origin`.
     // Writes out[i - from] for i in [from, to): the fill where it is clipped at
@@ -72,15 +77,19 @@ public:
     std::int64_t restore(const float* window, std::int64_t length, std::int64_t origin, ClipLevels levels,
                          std::int64_t from, std::int64_t to, float* out);
 
-    int frameLength() const { return fill_.frameLength(); }
+    int frameLength() const { return frameLength_; }
     int context() const { return frameLength(); }
 
 private:
+    struct Worker;  // one thread's fill and bounds
+
+    int frameLength_;
     float maxShare_, weight_;
     double lightShare_;
-    BoundedArFill fill_;
+    std::vector<std::unique_ptr<Worker>> workers_;
     std::vector<float> hann_;
-    std::vector<double> samples_;
-    std::vector<float> lower_, upper_;
+    std::vector<frame_grid::FrameSpan> frames_;
+    std::vector<double> fills_;  // frames_.size() frames
+    std::vector<char> filled_;   // per frame: whether it was solved
     std::vector<double> sum_, windowSum_;
 };

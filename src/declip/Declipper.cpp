@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "declip/FrameGrid.h"
+#include "signal/SpreadOverThreads.h"
 
 namespace {
 
@@ -15,26 +15,38 @@ FrameDeclipper::Settings withRedundancy(FrameDeclipper::Settings settings, int r
 
 }  // namespace
 
-Declipper::Declipper(const FrameDeclipper::Settings& settings)
-    : heavyShare_(settings.heavyShare),
-      heaviestShare_(settings.heaviestShare),
-      heaviest_(withRedundancy(settings, settings.heaviestRedundancy)),
-      heavy_(settings),
-      light_(withRedundancy(settings, 1)),
-      hann_(frame_grid::periodicHann(settings.frameLength)),
-      samples_(settings.frameLength),
-      lower_(settings.frameLength),
-      upper_(settings.frameLength)
+struct Declipper::Worker {
+    explicit Worker(const FrameDeclipper::Settings& settings)
+        : heavyShare(settings.heavyShare),
+          heaviestShare(settings.heaviestShare),
+          heaviest(withRedundancy(settings, settings.heaviestRedundancy)),
+          heavy(settings),
+          light(withRedundancy(settings, 1)),
+          lower(settings.frameLength),
+          upper(settings.frameLength)
+    {
+    }
+
+    // The more of a frame is clipped, the finer the DFT it is solved in.
+    FrameDeclipper& solverFor(int clipped)
+    {
+        const double share = static_cast<double>(clipped) / light.frameLength();
+        if (share > heaviestShare) return heaviest;
+        return share > heavyShare ? heavy : light;
+    }
+
+    float heavyShare, heaviestShare;
+    FrameDeclipper heaviest, heavy, light;
+    std::vector<float> lower, upper;
+};
+
+Declipper::Declipper(const FrameDeclipper::Settings& settings, int threads)
+    : frameLength_(settings.frameLength), hann_(frame_grid::periodicHann(settings.frameLength))
 {
+    for (int worker = 0; worker < std::max(threads, 1); ++worker) workers_.push_back(std::make_unique<Worker>(settings));
 }
 
-// The more of a frame is clipped, the finer the DFT it is solved in.
-FrameDeclipper& Declipper::solverFor(int clipped)
-{
-    const double share = static_cast<double>(clipped) / frameLength();
-    if (share > heaviestShare_) return heaviest_;
-    return share > heavyShare_ ? heavy_ : light_;
-}
+Declipper::~Declipper() = default;
 
 Declipper::Stats Declipper::restore(const float* window, std::int64_t length, std::int64_t origin,
                                     ClipLevels levels, std::int64_t from, std::int64_t to, float* out)
@@ -48,20 +60,31 @@ Declipper::Stats Declipper::restore(const float* window, std::int64_t length, st
 
     // Whether a frame is solved depends on its own samples only, so the result does
     // not depend on the cut.
-    frame_grid::forEachSolvedFrame(
-        frameLength(), 4, window, length, origin, levels, from, to,
-        [&](std::int64_t start, std::int64_t overlapFirst, std::int64_t overlapEnd) {
-            const int clipped = frame_grid::loadFrame(frameLength(), window, length, start, levels, hann_.data(),
-                                                      samples_.data(), lower_.data(), upper_.data());
-            stats.iterations += solverFor(clipped).restore(samples_.data(), lower_.data(), upper_.data());
-            ++stats.framesSolved;
-            // Least-squares overlap-add: each frame's estimate of w * x, weighted by w.
-            for (std::int64_t i = overlapFirst; i < overlapEnd; ++i) {
-                const double w = hann_[i - start];
-                sum_[i - from] += w * samples_[i - start];
-                weight_[i - from] += w * w;
-            }
-        });
+    frame_grid::solvedFrames(frameLength(), 4, window, length, origin, levels, from, to, frames_);
+    const int frames = static_cast<int>(frames_.size());
+    if (solutions_.size() < frames_.size() * frameLength()) solutions_.resize(frames_.size() * frameLength());
+    if (iterations_.size() < frames_.size()) iterations_.resize(frames_.size());
+    const auto solve = [&](int index, int thread) {
+        Worker& worker = *workers_[thread];
+        float* samples = solutions_.data() + static_cast<std::size_t>(index) * frameLength();
+        const int clipped = frame_grid::loadFrame(frameLength(), window, length, frames_[index].start, levels,
+                                                  hann_.data(), samples, worker.lower.data(), worker.upper.data());
+        iterations_[index] = worker.solverFor(clipped).restore(samples, worker.lower.data(), worker.upper.data());
+    };
+    spreadOverThreads(frames, static_cast<int>(workers_.size()), solve);
+
+    for (int index = 0; index < frames; ++index) {
+        const auto [start, overlapFirst, overlapEnd] = frames_[index];
+        const float* samples = solutions_.data() + static_cast<std::size_t>(index) * frameLength();
+        stats.iterations += iterations_[index];
+        ++stats.framesSolved;
+        // Least-squares overlap-add: each frame's estimate of w * x, weighted by w.
+        for (std::int64_t i = overlapFirst; i < overlapEnd; ++i) {
+            const double w = hann_[i - start];
+            sum_[i - from] += w * samples[i - start];
+            weight_[i - from] += w * w;
+        }
+    }
     for (std::int64_t i = from; i < to; ++i) {
         const float observed = window[i];
         const int sign = levels.sign(observed);

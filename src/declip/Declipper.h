@@ -18,15 +18,19 @@
 // samples, a caller may cut a long channel into pieces: restoring [from, to) of a
 // window needs context() samples of the channel on each side of it (samples beyond
 // the window count as reliable zeros, as at a file's ends), and then gives the same
-// bits whatever the cut. The constructor allocates; restore() does not beyond the
-// first call with a larger stretch. One thread at a time per object.
+// bits whatever the cut. The frames of a call are solved on as many threads as asked,
+// and overlap-added in their order afterwards: the same bits on any number of threads.
+// The constructor allocates; restore() does not beyond the first call with a larger
+// stretch (but for the helper threads it starts). One thread at a time per object.
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "declip/ClipLevels.h"
 #include "declip/FrameDeclipper.h"
+#include "declip/FrameGrid.h"
 
 class Declipper {
 public:
@@ -35,7 +39,9 @@ public:
         std::int64_t iterations = 0;
     };
 
-    explicit Declipper(const FrameDeclipper::Settings& settings);
+    // threads: how many threads solve the frames of a call (the caller's among them).
+    explicit Declipper(const FrameDeclipper::Settings& settings, int threads = 1);
+    ~Declipper();
 
     // window: `length` samples of one channel; window[0] is absolute sample `origin`.
     // Writes out[i - from] for i in [from, to): the restored sample where it is
@@ -43,16 +49,18 @@ public:
     Stats restore(const float* window, std::int64_t length, std::int64_t origin, ClipLevels levels,
                   std::int64_t from, std::int64_t to, float* out);
 
-    int frameLength() const { return light_.frameLength(); }
+    int frameLength() const { return frameLength_; }
     int hop() const { return frameLength() / 4; }
     int context() const { return frameLength(); }
 
 private:
-    FrameDeclipper& solverFor(int clipped);
+    struct Worker;  // one thread's solvers and bounds
 
-    float heavyShare_, heaviestShare_;
-    FrameDeclipper heaviest_, heavy_, light_;
+    int frameLength_;
+    std::vector<std::unique_ptr<Worker>> workers_;
     std::vector<float> hann_;
-    std::vector<float> samples_, lower_, upper_;
+    std::vector<frame_grid::FrameSpan> frames_;
+    std::vector<float> solutions_;  // frames_.size() frames
+    std::vector<int> iterations_;   // per frame
     std::vector<double> sum_, weight_;
 };

@@ -6,7 +6,8 @@
 // clipped sample lies in the central halves of two frames, while a frame that holds
 // clipped samples only near its ends (where its window is below one half) would add
 // little to them at the full cost of a frame. Positions outside the caller's window
-// hold reliable zeros. Header only; nothing allocates but periodicHann().
+// hold reliable zeros. Header only; nothing allocates but periodicHann() and the list
+// of frames, which grows to the most frames of a call.
 #pragma once
 
 #include <algorithm>
@@ -32,14 +33,19 @@ inline bool holdsClipped(const float* window, std::int64_t length, std::int64_t 
     return false;
 }
 
-// Calls solve(start, overlapFirst, overlapEnd) for each frame to be solved for window
-// positions [from, to), in ascending order: the frame covers window positions
-// [start, start + frameLength), of which [overlapFirst, overlapEnd) lie in [from, to).
-// window[0] is absolute sample `origin`.
-template <typename Solve>
-void forEachSolvedFrame(int frameLength, int overlap, const float* window, std::int64_t length,
-                        std::int64_t origin, ClipLevels levels, std::int64_t from, std::int64_t to, Solve&& solve)
+// A frame to be solved: it covers window positions [start, start + frameLength), of
+// which [overlapFirst, overlapEnd) lie in the stretch being restored.
+struct FrameSpan {
+    std::int64_t start, overlapFirst, overlapEnd;
+};
+
+// The frames to be solved for window positions [from, to), in ascending order, into
+// `frames` (cleared first). window[0] is absolute sample `origin`.
+inline void solvedFrames(int frameLength, int overlap, const float* window, std::int64_t length,
+                         std::int64_t origin, ClipLevels levels, std::int64_t from, std::int64_t to,
+                         std::vector<FrameSpan>& frames)
 {
+    frames.clear();
     const std::int64_t hop = frameLength / overlap, margin = overlap == 4 ? frameLength / 4 : 0;
     const std::int64_t firstFrame = floorDivide(origin + from - frameLength + 1, hop);
     const std::int64_t lastFrame = floorDivide(origin + to - 1, hop);
@@ -50,7 +56,7 @@ void forEachSolvedFrame(int frameLength, int overlap, const float* window, std::
         if (!holdsClipped(window, length, overlapFirst, overlapEnd, levels) ||
             !holdsClipped(window, length, start + margin, start + frameLength - margin, levels))
             continue;
-        solve(start, overlapFirst, overlapEnd);
+        frames.push_back({start, overlapFirst, overlapEnd});
     }
 }
 

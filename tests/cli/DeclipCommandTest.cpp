@@ -155,6 +155,19 @@ TEST_F(DeclipCommand, TheSummarysRestoredPeakIsTheWrittenOne)
     EXPECT_NEAR(printed, 20.0 * std::log10(peak), 0.006);
 }
 
+TEST_F(DeclipCommand, WritesTheSameBitsOnAnyNumberOfThreads)
+{
+    writeAudio(path("in.wav"), clippedTones(1.0, 1.6f, 1.0f), float32);
+    for (const char* jobs : {"1", "3"}) {
+        const auto outcome = ferrotip("declip -q --jobs " + std::string(jobs) + " " + path("in.wav") + " " +
+                                      path(std::string("out") + jobs + ".wav"));
+        ASSERT_EQ(outcome.status, 0) << outcome.output;
+    }
+    const auto one = testsupport::readSoundFile<float>(path("out1.wav")).samples;
+    EXPECT_EQ(testsupport::readSoundFile<float>(path("out3.wav")).samples, one);
+    EXPECT_NE(one, testsupport::readSoundFile<float>(path("in.wav")).samples);
+}
+
 TEST_F(DeclipCommand, LowersAnIntegerFileToFitOrWarnsAtZeroDecibels)
 {
     writeAudio(path("in.wav"), clippedTones(1.0, 1.6f, 1.0f), pcm16);
@@ -171,7 +184,7 @@ TEST_F(DeclipCommand, RefusesBadArgumentsAndWritesNothing)
 {
     writeAudio(path("in.wav"), clippedTones(0.2, 1.6f, 1.0f), pcm16);
     for (const std::string arguments : {"--level 2dB", "--level 0", "--level 30dBFS", "--gain 3dB", "--gain loud",
-                                        "--report runs.xml"}) {
+                                        "--report runs.xml", "--jobs 0", "--jobs many"}) {
         const auto outcome = ferrotip("declip " + path("in.wav") + " " + path("out.wav") + " " + arguments);
         EXPECT_NE(outcome.status, 0) << arguments;
         EXPECT_NE(outcome.output.find(arguments.substr(0, arguments.find(' '))), std::string::npos)

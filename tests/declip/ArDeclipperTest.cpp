@@ -46,6 +46,19 @@ TEST(ArDeclipper, PiecesWithContextGiveTheSameBitsAsTheWhole)
             << "pieces of " << piece;
 }
 
+TEST(ArDeclipper, GivesTheSameBitsOnAnyNumberOfThreads)
+{
+    ArDeclipper alone(ArDeclipper::Settings::forSampleRate(44100));
+    const auto clipped = hardclip::clip(declipsignals::tonal(30000, 27), level);
+    const auto levels = ClipLevels::symmetric(level);
+    const auto whole = declipchecks::restoreInPieces(alone, clipped, levels, 30000);
+    for (int threads : {2, 3}) {
+        ArDeclipper declipper(ArDeclipper::Settings::forSampleRate(44100), threads);
+        EXPECT_TRUE(sameBits(declipchecks::restoreInPieces(declipper, clipped, levels, 30000), whole)) << threads;
+        EXPECT_TRUE(sameBits(declipchecks::restoreInPieces(declipper, clipped, levels, 7000), whole)) << threads;
+    }
+}
+
 TEST(ArDeclipper, LeavesHeavilyClippedFramesToTheSparseRestoration)
 {
     // Clipped at 2% of the peak, every frame holds far more than 40% clipped

@@ -85,6 +85,24 @@ std::vector<float> oneShortRun(std::size_t length, std::size_t at)
     return hardclip::clip(signal, level);
 }
 
+TEST(Declipper, GivesTheSameBitsOnAnyNumberOfThreads)
+{
+    // Light, heavy and nearly wholly clipped frames (8 kHz: oversampled DFTs), whole and in pieces.
+    const auto levels = ClipLevels::symmetric(level);
+    for (float gain : {1.0f, 3.0f, 30.0f}) {
+        auto signal = declipsignals::tonal(6000, 26);
+        for (float& x : signal) x *= gain;
+        const auto clipped = hardclip::clip(signal, level);
+        Declipper alone(FrameDeclipper::Settings::forSampleRate(8000));
+        const auto whole = restoreWhole(alone, clipped, levels);
+        for (int threads : {2, 3, 5}) {
+            Declipper declipper(FrameDeclipper::Settings::forSampleRate(8000), threads);
+            EXPECT_EQ(restoreWhole(declipper, clipped, levels), whole) << gain << " on " << threads;
+            EXPECT_EQ(declipchecks::restoreInPieces(declipper, clipped, levels, 1500), whole) << gain << " on " << threads;
+        }
+    }
+}
+
 TEST(Declipper, PiecesWithContextGiveTheSameBitsAsTheWhole)
 {
     Declipper declipper(FrameDeclipper::Settings::forSampleRate(44100));

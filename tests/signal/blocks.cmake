@@ -1,6 +1,8 @@
-# Tests of the buffers, block processing, delay lines, frame processor and correlation.
+# Tests of the buffers, block processing, delay lines, frame processor, correlation and
+# the spreading of tasks over threads.
+find_package(Threads REQUIRED)
 ferrotip_add_tests(signal_blocks
-  LIBRARIES ferrotip::signal
+  LIBRARIES ferrotip::signal Threads::Threads
   SOURCES
     ${CMAKE_CURRENT_LIST_DIR}/../support/AllocationCounter.cpp
     ${CMAKE_CURRENT_LIST_DIR}/CBufferTest.cpp
@@ -11,4 +13,5 @@ ferrotip_add_tests(signal_blocks
     ${CMAKE_CURRENT_LIST_DIR}/CDelayTest.cpp
     ${CMAKE_CURRENT_LIST_DIR}/DelayClassTest.cpp
     ${CMAKE_CURRENT_LIST_DIR}/FftFrameProcessorTest.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/CorrelationTest.cpp)
+    ${CMAKE_CURRENT_LIST_DIR}/CorrelationTest.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/SpreadOverThreadsTest.cpp)
