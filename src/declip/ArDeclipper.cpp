@@ -4,7 +4,6 @@
 #include <cmath>
 #include <limits>
 
-#include "signal/SpreadOverThreads.h"
 
 ArDeclipper::Settings ArDeclipper::Settings::forSampleRate(int sampleRate)
 {
@@ -46,26 +45,22 @@ std::int64_t ArDeclipper::restore(const float* window, std::int64_t length, std:
     if (!levels.any() || count == 0) return solved;
     sum_.assign(count, 0.0);
     windowSum_.assign(count, 0.0);
-    frame_grid::solvedFrames(frameLength(), 2, window, length, origin, levels, from, to, frames_);
-    const int frames = static_cast<int>(frames_.size());
-    if (fills_.size() < frames_.size() * frameLength()) fills_.resize(frames_.size() * frameLength());
-    if (filled_.size() < frames_.size()) filled_.resize(frames_.size());
-    const auto solve = [&](int index, int thread) {
+    frames_.find(frameLength(), 2, window, length, origin, levels, from, to);
+    // A frame's result: whether it was filled.
+    frames_.solve(static_cast<int>(workers_.size()), [&](int index, int thread, double* samples) {
         Worker& worker = *workers_[thread];
-        double* samples = fills_.data() + static_cast<std::size_t>(index) * frameLength();
         // The model comes from the frame as observed; the window weights its estimate.
         const int clipped = frame_grid::loadFrame(frameLength(), window, length, frames_[index].start, levels,
                                                   nullptr, samples, worker.lower.data(), worker.upper.data());
-        filled_[index] = clipped <= maxShare_ * frameLength();
-        if (filled_[index]) worker.fill.fill(samples, worker.lower.data(), worker.upper.data(), hann_.data());
-    };
-    spreadOverThreads(frames, static_cast<int>(workers_.size()), solve);
-
-    for (int index = 0; index < frames; ++index) {
-        if (!filled_[index]) continue;
+        if (clipped > maxShare_ * frameLength()) return 0;
+        worker.fill.fill(samples, worker.lower.data(), worker.upper.data(), hann_.data());
+        return 1;
+    });
+    for (int index = 0; index < frames_.size(); ++index) {
+        if (frames_.result(index) == 0) continue;
         ++solved;
         const auto [start, overlapFirst, overlapEnd] = frames_[index];
-        const double* samples = fills_.data() + static_cast<std::size_t>(index) * frameLength();
+        const double* samples = frames_.slot(index);
         for (std::int64_t i = overlapFirst; i < overlapEnd; ++i) {
             const double w = hann_[i - start];
             sum_[i - from] += w * w * samples[i - start];

@@ -88,8 +88,6 @@ private:
     double lightShare_;
     std::vector<std::unique_ptr<Worker>> workers_;
     std::vector<float> hann_;
-    std::vector<frame_grid::FrameSpan> frames_;
-    std::vector<double> fills_;  // frames_.size() frames
-    std::vector<char> filled_;   // per frame: whether it was solved
+    frame_grid::SolvedFrames<double> frames_;  // their fills, and whether each was filled
     std::vector<double> sum_, windowSum_;
 };

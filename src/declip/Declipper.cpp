@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "signal/SpreadOverThreads.h"
 
 namespace {
 
@@ -60,23 +59,17 @@ Declipper::Stats Declipper::restore(const float* window, std::int64_t length, st
 
     // Whether a frame is solved depends on its own samples only, so the result does
     // not depend on the cut.
-    frame_grid::solvedFrames(frameLength(), 4, window, length, origin, levels, from, to, frames_);
-    const int frames = static_cast<int>(frames_.size());
-    if (solutions_.size() < frames_.size() * frameLength()) solutions_.resize(frames_.size() * frameLength());
-    if (iterations_.size() < frames_.size()) iterations_.resize(frames_.size());
-    const auto solve = [&](int index, int thread) {
+    frames_.find(frameLength(), 4, window, length, origin, levels, from, to);
+    frames_.solve(static_cast<int>(workers_.size()), [&](int index, int thread, float* samples) {
         Worker& worker = *workers_[thread];
-        float* samples = solutions_.data() + static_cast<std::size_t>(index) * frameLength();
         const int clipped = frame_grid::loadFrame(frameLength(), window, length, frames_[index].start, levels,
                                                   hann_.data(), samples, worker.lower.data(), worker.upper.data());
-        iterations_[index] = worker.solverFor(clipped).restore(samples, worker.lower.data(), worker.upper.data());
-    };
-    spreadOverThreads(frames, static_cast<int>(workers_.size()), solve);
-
-    for (int index = 0; index < frames; ++index) {
+        return worker.solverFor(clipped).restore(samples, worker.lower.data(), worker.upper.data());
+    });
+    for (int index = 0; index < frames_.size(); ++index) {
         const auto [start, overlapFirst, overlapEnd] = frames_[index];
-        const float* samples = solutions_.data() + static_cast<std::size_t>(index) * frameLength();
-        stats.iterations += iterations_[index];
+        const float* samples = frames_.slot(index);
+        stats.iterations += frames_.result(index);
         ++stats.framesSolved;
         // Least-squares overlap-add: each frame's estimate of w * x, weighted by w.
         for (std::int64_t i = overlapFirst; i < overlapEnd; ++i) {

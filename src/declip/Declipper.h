@@ -59,8 +59,6 @@ private:
     int frameLength_;
     std::vector<std::unique_ptr<Worker>> workers_;
     std::vector<float> hann_;
-    std::vector<frame_grid::FrameSpan> frames_;
-    std::vector<float> solutions_;  // frames_.size() frames
-    std::vector<int> iterations_;   // per frame
+    frame_grid::SolvedFrames<float> frames_;  // their solutions, and the iterations each took
     std::vector<double> sum_, weight_;
 };

@@ -6,8 +6,10 @@
 // clipped sample lies in the central halves of two frames, while a frame that holds
 // clipped samples only near its ends (where its window is below one half) would add
 // little to them at the full cost of a frame. Positions outside the caller's window
-// hold reliable zeros. Header only; nothing allocates but periodicHann() and the list
-// of frames, which grows to the most frames of a call.
+// hold reliable zeros. The frames of a call are independent: SolvedFrames solves them
+// on many threads at once, and the caller overlap-adds them in their order, which
+// gives the same bits on any number of threads. Header only; nothing allocates but
+// periodicHann() and SolvedFrames, which grows to the most frames of a call.
 #pragma once
 
 #include <algorithm>
@@ -15,6 +17,7 @@
 #include <vector>
 
 #include "declip/ClipLevels.h"
+#include "signal/SpreadOverThreads.h"
 
 namespace frame_grid {
 
@@ -39,26 +42,54 @@ struct FrameSpan {
     std::int64_t start, overlapFirst, overlapEnd;
 };
 
-// The frames to be solved for window positions [from, to), in ascending order, into
-// `frames` (cleared first). window[0] is absolute sample `origin`.
-inline void solvedFrames(int frameLength, int overlap, const float* window, std::int64_t length,
-                         std::int64_t origin, ClipLevels levels, std::int64_t from, std::int64_t to,
-                         std::vector<FrameSpan>& frames)
-{
-    frames.clear();
-    const std::int64_t hop = frameLength / overlap, margin = overlap == 4 ? frameLength / 4 : 0;
-    const std::int64_t firstFrame = floorDivide(origin + from - frameLength + 1, hop);
-    const std::int64_t lastFrame = floorDivide(origin + to - 1, hop);
-    for (std::int64_t index = firstFrame; index <= lastFrame; ++index) {
-        const std::int64_t start = index * hop - origin;
-        const std::int64_t overlapFirst = std::max(start, from);
-        const std::int64_t overlapEnd = std::min(start + frameLength, to);
-        if (!holdsClipped(window, length, overlapFirst, overlapEnd, levels) ||
-            !holdsClipped(window, length, start + margin, start + frameLength - margin, levels))
-            continue;
-        frames.push_back({start, overlapFirst, overlapEnd});
+// The frames to be solved for a stretch, a slot of frameLength samples for each
+// frame's solution, and an int the solution leaves.
+template <typename Sample>
+class SolvedFrames {
+public:
+    // Lists the frames to be solved for window positions [from, to), in ascending
+    // order. window[0] is absolute sample `origin`.
+    void find(int frameLength, int overlap, const float* window, std::int64_t length, std::int64_t origin,
+              ClipLevels levels, std::int64_t from, std::int64_t to)
+    {
+        frameLength_ = frameLength;
+        frames_.clear();
+        const std::int64_t hop = frameLength / overlap, margin = overlap == 4 ? frameLength / 4 : 0;
+        const std::int64_t firstFrame = floorDivide(origin + from - frameLength + 1, hop);
+        const std::int64_t lastFrame = floorDivide(origin + to - 1, hop);
+        for (std::int64_t index = firstFrame; index <= lastFrame; ++index) {
+            const std::int64_t start = index * hop - origin;
+            const std::int64_t overlapFirst = std::max(start, from);
+            const std::int64_t overlapEnd = std::min(start + frameLength, to);
+            if (!holdsClipped(window, length, overlapFirst, overlapEnd, levels) ||
+                !holdsClipped(window, length, start + margin, start + frameLength - margin, levels))
+                continue;
+            frames_.push_back({start, overlapFirst, overlapEnd});
+        }
+        if (slots_.size() < frames_.size() * frameLength) slots_.resize(frames_.size() * frameLength);
+        if (results_.size() < frames_.size()) results_.resize(frames_.size());
     }
-}
+
+    // result(index) = solve(index, thread, slot(index)) for every frame, on `threads`
+    // threads (thread: 0 .. threads - 1, for scratch of its own).
+    template <typename Solve>
+    void solve(int threads, const Solve& solve)
+    {
+        spreadOverThreads(size(), threads,
+                          [&](int index, int thread) { results_[index] = solve(index, thread, slot(index)); });
+    }
+
+    int size() const { return static_cast<int>(frames_.size()); }
+    const FrameSpan& operator[](int index) const { return frames_[index]; }
+    Sample* slot(int index) { return slots_.data() + static_cast<std::size_t>(index) * frameLength_; }
+    int result(int index) const { return results_[index]; }
+
+private:
+    int frameLength_ = 0;
+    std::vector<FrameSpan> frames_;
+    std::vector<Sample> slots_;
+    std::vector<int> results_;
+};
 
 // Loads the frame at window[start ..] (positions outside the window hold reliable
 // zeros), each sample times weight[n] (weight null: as it is), with its bounds: a
