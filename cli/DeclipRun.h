@@ -20,7 +20,7 @@
 #include "declip/ArDeclipper.h"
 #include "declip/ClipLevelFinder.h"
 #include "declip/Declipper.h"
-#include "declip/ExcessScale.h"
+#include "declip/ChannelFinisher.h"
 
 inline constexpr std::int64_t chunkFrames = 65536;
 inline constexpr int maxDeclipJobs = 256;
@@ -164,9 +164,7 @@ public:
           filled_(channels_, std::vector<float>(chunkFrames, std::numeric_limits<float>::quiet_NaN())),
           sparse_(static_cast<std::size_t>(chunkFrames) * channels_),
           autoregressive_(static_cast<std::size_t>(chunkFrames) * channels_),
-          scales_(levels.begin(), levels.end()),
-          clipped_(channels_, 0),
-          arWeight_(channels_, 0.0f)
+          finishers_(levels.begin(), levels.end())
     {
     }
 
@@ -178,8 +176,7 @@ public:
         const double scale = reader_.fullScale();
         const float sample = static_cast<float>(sparse / scale);
         if (levels_[channel].sign(sample) == 0) return sparse;
-        const float calibrated = scales_[channel].scaled(sample);
-        return static_cast<double>(ArDeclipper::blended(calibrated, autoregressive, arWeight_[channel])) * scale;
+        return static_cast<double>(finishers_[channel].finished(sample, autoregressive)) * scale;
     }
 
     // finished() over `count` interleaved frames, in place in `sparse`.
@@ -217,11 +214,7 @@ public:
             progress.update(progressBase + to);
         }
         runs.closeAll(summary);
-        for (int c = 0; c < channels_; ++c) {
-            scales_[c].finish();
-            const double share = total > 0 ? static_cast<double>(clipped_[c]) / total : 0.0;
-            arWeight_[c] = arDeclipper_.weightFor(share);
-        }
+        for (auto& finisher : finishers_) finisher.finish(arDeclipper_);
     }
 
 private:
@@ -259,8 +252,7 @@ private:
                 const double scale = reader_.fullScale();
                 sparse_[out] = sign == 0 ? raw_[local * channels_ + c] : restored_[c][at - from] * scale;
                 autoregressive_[out] = filled_[c][at - from];
-                scales_[c].add(rows_[c][local], restored_[c][at - from]);
-                clipped_[c] += sign != 0 ? 1 : 0;
+                finishers_[c].add(rows_[c][local], restored_[c][at - from]);
                 runs.sample(c, at, sign, summary);
                 anyClipped = anyClipped || sign != 0;
             }
@@ -280,9 +272,7 @@ private:
     std::vector<std::vector<float>> restored_, filled_;  // per channel: sparse, autoregressive
     std::vector<double> sparse_;                        // interleaved, file scale
     std::vector<float> autoregressive_;                 // interleaved, full scale 1
-    std::vector<ExcessScale> scales_;                   // per channel
-    std::vector<std::int64_t> clipped_;                 // per channel
-    std::vector<float> arWeight_;                       // per channel
+    std::vector<ChannelFinisher> finishers_;            // per channel
     std::int64_t origin_ = 0, held_ = 0;
 };
 

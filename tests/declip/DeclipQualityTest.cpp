@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "declip/ArDeclipper.h"
+#include "declip/ChannelFinisher.h"
 #include "declip/ClipLevelFinder.h"
 #include "declip/Declipper.h"
-#include "declip/ExcessScale.h"
 #include "declip/HardClipper.h"
 #include "declip/DeclipMaterial.h"
 
@@ -35,17 +35,10 @@ std::vector<float> declip(const std::vector<float>& clipped, ClipLevels levels, 
     ArDeclipper arDeclipper(ArDeclipper::Settings::forSampleRate(sampleRate));
     std::vector<float> filled(clipped.size());
     if (arDeclipper.used()) arDeclipper.restore(clipped.data(), length, 0, levels, 0, length, filled.data());
-    ExcessScale scale(levels);
-    std::int64_t clippedCount = 0;
-    for (std::size_t i = 0; i < clipped.size(); ++i) {
-        scale.add(clipped[i], restored[i]);
-        clippedCount += levels.sign(clipped[i]) != 0 ? 1 : 0;
-    }
-    scale.finish();
-    const float weight = arDeclipper.weightFor(static_cast<double>(clippedCount) / length);
-    for (std::size_t i = 0; i < clipped.size(); ++i)
-        if (levels.sign(clipped[i]) != 0)
-            restored[i] = ArDeclipper::blended(scale.scaled(restored[i]), filled[i], weight);
+    ChannelFinisher finisher(levels);
+    for (std::size_t i = 0; i < clipped.size(); ++i) finisher.add(clipped[i], restored[i]);
+    finisher.finish(arDeclipper);
+    for (std::size_t i = 0; i < clipped.size(); ++i) restored[i] = finisher.finished(restored[i], filled[i]);
     return restored;
 }
 
