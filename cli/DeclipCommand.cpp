@@ -36,6 +36,7 @@ struct DeclipOptions {
     std::string report;
     bool quiet = false;
     int jobs = 0;  // 0: the processor's threads
+    bool fast = false;
 };
 
 // Writes frames scaled by `gain`; formats of a bounded range are held to it, and
@@ -141,31 +142,32 @@ void declipFile(const DeclipOptions& options)
 
     ClipSummary summary;
     RunTracker runs(reader.channels(), !options.report.empty());
-    RestorePass restore(reader, options.input, levels, options.jobs > 0 ? options.jobs : hardwareThreads());
+    RestorePass restore(reader, options.input, levels, options.jobs > 0 ? options.jobs : hardwareThreads(),
+                        options.fast);
     noteLossyRewrite(reader, writer, options.input, options.output);
-    SpillFile<double> spill;        // the sparse restoration, file scale
-    SpillFile<float> filledSpill;   // the autoregressive fill, full scale 1
+    SpillFile<double> spill;                // the sparse restoration in long frames, file scale
+    SpillFile<Companions> companionSpill;   // the others, full scale 1
     const std::size_t width = static_cast<std::size_t>(reader.channels());
     restore.run(
-        [&](const double* sparse, const float* autoregressive, std::int64_t count) {
+        [&](const double* sparse, const Companions* companions, std::int64_t count) {
             spill.write(sparse, count * width);
-            filledSpill.write(autoregressive, count * width);
+            companionSpill.write(companions, count * width);
         },
         summary, runs, progress, progressBase);
     progressBase += total;
 
     // Reads the spills back chunk by chunk, finished, into `frames`.
     std::vector<double> frames(static_cast<std::size_t>(chunkFrames) * width);
-    std::vector<float> filled(frames.size());
+    std::vector<Companions> companions(frames.size());
     const auto readBack = [&](const std::function<void(std::int64_t)>& use) {
         spill.rewind();
-        filledSpill.rewind();
+        companionSpill.rewind();
         for (std::int64_t done = 0; done < total;) {
             const std::int64_t count = std::min(chunkFrames, total - done);
             if (spill.read(frames.data(), count * width) != count * width ||
-                filledSpill.read(filled.data(), count * width) != count * width)
+                companionSpill.read(companions.data(), count * width) != count * width)
                 throw CliError("cannot read back the restoration's temporary file");
-            restore.finish(frames.data(), filled.data(), count);
+            restore.finish(frames.data(), companions.data(), count);
             use(count);
             done += count;
             progress.update(progressBase + done);
@@ -212,6 +214,9 @@ void addDeclipCommand(CLI::App& app)
     command->add_option("--report,-r", options->report,
                         "write the clipped runs to FILE: .txt label track, .csv or .json");
     command->add_flag("--quiet,-q", options->quiet, "no progress bar");
+    command->add_flag("--fast", options->fast,
+                      "restore in long frames only, not also in frames half as long: about 1.6 times faster, "
+                      "0.4 dB less improvement on average");
     command
         ->add_option("--jobs,-j", options->jobs,
                      "threads that restore the frames (default: the processor's); the output does not depend on it")

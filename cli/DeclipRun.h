@@ -135,13 +135,19 @@ std::vector<ClipLevels> clipLevels(Reader& reader, std::optional<double> level, 
     return findLevels(reader, progress);
 }
 
-// Restored frames, interleaved: the sparse restoration in the file's scale, and the
-// autoregressive fill in full scale 1 (NaN where it has none; only the clipped
-// samples' values count).
-using FrameSink = std::function<void(const double* sparse, const float* autoregressive, std::int64_t frames)>;
+// What finishes a restored sample besides the sparse restoration in long frames, in
+// full scale 1 (only the clipped samples' values count): the sparse restoration in
+// frames half as long, and the autoregressive fill (NaN where it has none).
+struct Companions {
+    float shorter, autoregressive;
+};
 
-// Streams the audio through both declippers and hands their outputs, in the file's
-// scale, to `sink` chunk by chunk. How far the restored excess over the clip levels is
+// Restored frames, interleaved: the sparse restoration in long frames in the file's
+// scale, and its companions.
+using FrameSink = std::function<void(const double* sparse, const Companions* companions, std::int64_t frames)>;
+
+// Streams the audio through the declippers (the sparse one in long and in short
+// frames, and the autoregressive fill) and hands their outputs to `sink` chunk by chunk. How far the restored excess over the clip levels is
 // calibrated (ExcessScale), and how much of the autoregressive fill joins it, are
 // known only once the whole file has been seen: the caller then passes each output
 // sample through finished(). `threads` solve the frames of each chunk; the output does
@@ -149,11 +155,16 @@ using FrameSink = std::function<void(const double* sparse, const float* autoregr
 template <typename Reader>
 class RestorePass {
 public:
-    RestorePass(Reader& reader, const std::string& path, const std::vector<ClipLevels>& levels, int threads = 1)
+    // fast: the sparse restoration in long frames alone (about 1.6 times faster, 0.4 dB
+    // less on average).
+    RestorePass(Reader& reader, const std::string& path, const std::vector<ClipLevels>& levels, int threads = 1,
+                bool fast = false)
         : reader_(reader),
           path_(path),
           levels_(levels),
           declipper_(FrameDeclipper::Settings::forSampleRate(reader.sampleRate()), threads),
+          shortDeclipper_(FrameDeclipper::Settings::shorterFor(reader.sampleRate()), threads),
+          fast_(fast),
           arDeclipper_(ArDeclipper::Settings::forSampleRate(reader.sampleRate()), threads),
           channels_(reader.channels()),
           context_(std::max(declipper_.context(), arDeclipper_.context())),
@@ -161,31 +172,34 @@ public:
           raw_(static_cast<std::size_t>(capacity_) * channels_),
           rows_(channels_, std::vector<float>(capacity_)),
           restored_(channels_, std::vector<float>(chunkFrames)),
+          restoredShort_(channels_, std::vector<float>(chunkFrames)),
           filled_(channels_, std::vector<float>(chunkFrames, std::numeric_limits<float>::quiet_NaN())),
           sparse_(static_cast<std::size_t>(chunkFrames) * channels_),
-          autoregressive_(static_cast<std::size_t>(chunkFrames) * channels_),
+          companions_(static_cast<std::size_t>(chunkFrames) * channels_),
           finishers_(levels.begin(), levels.end())
     {
     }
 
-    // The output sample (file scale) of `channel` from the sink's two: the sparse
-    // restoration with its excess calibrated and the channel's share of the
-    // autoregressive fill mixed in; an unclipped sample comes back bit for bit.
-    double finished(int channel, double sparse, float autoregressive) const
+    // The output sample (file scale) of `channel` from the sink's: the two sparse
+    // restorations calibrated and averaged, with the channel's share of the
+    // autoregressive fill mixed in (ChannelFinisher); an unclipped sample comes back
+    // bit for bit.
+    double finished(int channel, double sparse, Companions companions) const
     {
         const double scale = reader_.fullScale();
         const float sample = static_cast<float>(sparse / scale);
         if (levels_[channel].sign(sample) == 0) return sparse;
-        return static_cast<double>(finishers_[channel].finished(sample, autoregressive)) * scale;
+        const float out = finishers_[channel].finished(sample, companions.shorter, companions.autoregressive);
+        return static_cast<double>(out) * scale;
     }
 
     // finished() over `count` interleaved frames, in place in `sparse`.
-    void finish(double* sparse, const float* autoregressive, std::int64_t count) const
+    void finish(double* sparse, const Companions* companions, std::int64_t count) const
     {
         for (std::int64_t f = 0; f < count; ++f)
             for (int c = 0; c < channels_; ++c) {
                 const std::size_t i = static_cast<std::size_t>(f) * channels_ + c;
-                sparse[i] = finished(c, sparse[i], autoregressive[i]);
+                sparse[i] = finished(c, sparse[i], companions[i]);
             }
     }
 
@@ -204,12 +218,18 @@ public:
             for (int c = 0; c < channels_; ++c) {
                 declipper_.restore(rows_[c].data(), held_, origin_, levels_[c], from - origin_, to - origin_,
                                    restored_[c].data());
+                // Fast, the short frames' part of the mix is the long frames' own restoration.
+                if (fast_)
+                    restoredShort_[c] = restored_[c];
+                else
+                    shortDeclipper_.restore(rows_[c].data(), held_, origin_, levels_[c], from - origin_,
+                                            to - origin_, restoredShort_[c].data());
                 if (arDeclipper_.used())
                     arDeclipper_.restore(rows_[c].data(), held_, origin_, levels_[c], from - origin_,
                                          to - origin_, filled_[c].data());
             }
             interleave(from, to, summary, runs);
-            sink(sparse_.data(), autoregressive_.data(), to - from);
+            sink(sparse_.data(), companions_.data(), to - from);
             drop(to - context_);
             progress.update(progressBase + to);
         }
@@ -251,8 +271,8 @@ private:
                 const std::size_t out = static_cast<std::size_t>(at - from) * channels_ + c;
                 const double scale = reader_.fullScale();
                 sparse_[out] = sign == 0 ? raw_[local * channels_ + c] : restored_[c][at - from] * scale;
-                autoregressive_[out] = filled_[c][at - from];
-                finishers_[c].add(rows_[c][local], restored_[c][at - from]);
+                companions_[out] = {restoredShort_[c][at - from], filled_[c][at - from]};
+                finishers_[c].add(rows_[c][local], restored_[c][at - from], restoredShort_[c][at - from]);
                 runs.sample(c, at, sign, summary);
                 anyClipped = anyClipped || sign != 0;
             }
@@ -263,15 +283,17 @@ private:
     Reader& reader_;
     std::string path_;
     const std::vector<ClipLevels>& levels_;
-    Declipper declipper_;
+    Declipper declipper_, shortDeclipper_;  // in long and in short frames
+    bool fast_;
     ArDeclipper arDeclipper_;
     int channels_;
     std::int64_t context_, capacity_;
     std::vector<double> raw_;               // interleaved, file scale
     std::vector<std::vector<float>> rows_;  // per channel, full scale 1
-    std::vector<std::vector<float>> restored_, filled_;  // per channel: sparse, autoregressive
+    std::vector<std::vector<float>> restored_, restoredShort_, filled_;  // per channel: sparse in long
+                                                                        // and short frames, autoregressive
     std::vector<double> sparse_;                        // interleaved, file scale
-    std::vector<float> autoregressive_;                 // interleaved, full scale 1
+    std::vector<Companions> companions_;                // interleaved, full scale 1
     std::vector<ChannelFinisher> finishers_;            // per channel
     std::int64_t origin_ = 0, held_ = 0;
 };

@@ -62,7 +62,7 @@ std::string levelText(const py::object& level)
 }
 
 py::tuple declip(const py::object& audioArgument, const py::object& rateArgument, const py::object& levelArgument,
-                 const py::object& jobsArgument)
+                 const py::object& jobsArgument, bool fast)
 {
     const AudioView audio = audioView(audioArgument, "audio");
     const int rate = static_cast<int>(
@@ -78,23 +78,24 @@ py::tuple declip(const py::object& audioArgument, const py::object& rateArgument
         NoProgress progress;
         const std::vector<ClipLevels> levels = clipLevels(reader, level, progress);
         RunTracker runs(reader.channels(), true);
-        RestorePass restore(reader, "the audio", levels, jobs);
+        RestorePass restore(reader, "the audio", levels, jobs, fast);
         // The samples are floats in full scale 1, so the sparse output keeps its bits as floats.
-        std::vector<float> filled(static_cast<std::size_t>(audio.channels * audio.frames));
+        std::vector<Companions> companions(static_cast<std::size_t>(audio.channels * audio.frames));
         std::int64_t written = 0;
         restore.run(
-            [&](const double* frames, const float* autoregressive, std::int64_t count) {
+            [&](const double* frames, const Companions* chunk, std::int64_t count) {
                 for (std::int64_t f = 0; f < count; ++f)
                     for (std::int64_t c = 0; c < audio.channels; ++c) {
                         const std::int64_t at = c * audio.frames + written + f;
                         out[at] = static_cast<float>(frames[f * audio.channels + c]);
-                        filled[at] = autoregressive[f * audio.channels + c];
+                        companions[at] = chunk[f * audio.channels + c];
                     }
                 written += count;
             },
             summary, runs, progress, 0);
         for (std::int64_t i = 0; i < audio.channels * audio.frames; ++i)
-            out[i] = static_cast<float>(restore.finished(static_cast<int>(i / audio.frames), out[i], filled[i]));
+            out[i] = static_cast<float>(
+                restore.finished(static_cast<int>(i / audio.frames), out[i], companions[i]));
     }
     py::list spans;
     for (const SampleSpan& s : summary.spans)
@@ -108,7 +109,8 @@ py::tuple declip(const py::object& audioArgument, const py::object& rateArgument
 void registerDeclip(py::module_& module)
 {
     module.def("declip", &declip, py::arg("audio"), py::arg("rate"), py::arg("level") = "auto", py::arg("jobs") = 1,
-               R"(declip(audio, rate, level="auto", jobs=1) -> (restored, spans)
+               py::arg("fast") = false,
+               R"(declip(audio, rate, level="auto", jobs=1, fast=False) -> (restored, spans)
 
 Restores the clipped peaks of every channel: runs at or beyond the clip level
 are refilled with values at or beyond it, with the run's sign; every other
@@ -119,6 +121,8 @@ rate    sample rate in Hz.
 level   "auto" (found per channel and polarity), a level in dBFS ("-0.5dBFS"),
         or a fraction of full scale (0.9, numpy.float32(0.9) or "0.9").
 jobs    threads that restore the frames, 1..256; the result does not depend on it.
+fast    restore in long frames only (--fast): about 1.6 times faster, 0.4 dB less
+        improvement on average.
 
 restored is a new float32 array whose peaks may exceed full scale; no gain is
 applied, as `ferrotip declip` does for float files, and the result is

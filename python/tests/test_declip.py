@@ -74,6 +74,14 @@ def test_bad_levels_raise_the_cli_message(cli, tmp_path, level):
     assert str(raised.value) == message
 
 
+def test_fast_is_bit_identical_to_the_cli_fast(cli, tmp_path):
+    audio = clipped()
+    expected, expected_spans = cli_declip(cli, tmp_path, audio, "--fast")
+    restored, spans = ferrotip.declip(audio, RATE, fast=True)
+    assert same_bits(restored, expected) and spans == expected_spans
+    assert not same_bits(restored, ferrotip.declip(audio, RATE)[0])
+
+
 def test_jobs_share_the_frames_and_give_the_same_bits():
     audio = clipped(32, 3 * RATE, level=0.3)
     alone = ferrotip.declip(audio, RATE)

@@ -1,10 +1,18 @@
-// Finishes one channel's restoration once all of it has been seen: the sparse
-// restoration's excess over the clip levels calibrated (ExcessScale), and the
-// autoregressive fill mixed in by the share the channel's clipping calls for
+// Finishes one channel's restoration once all of it has been seen: each of the two
+// sparse restorations (Declipper in frames of FrameDeclipper::Settings::forSampleRate
+// and of shorterFor) has its excess over the clip levels calibrated (ExcessScale), the
+// short frames' restoration joins the long frames' with a weight of shortShare, and the
+// autoregressive fill is mixed in by the share the channel's clipping calls for
 // (ArDeclipper::weightFor; none in heavily clipped channels).
 //
-// Feed every sample of the channel in order (as clipped, and as the sparse restoration
-// gave it), then finish(); finished() then maps each restored sample, with the fill's
+// Over 119 excerpts of all the materials at 1-20 dB the short frames' restoration at a
+// third lifted the improvement in SDR by 0.37 dB on average (dialogue up to 0.8, music
+// 0.1-0.3) and lowered it by more than 0.3 dB on one; at a half by 0.40 dB, but lowering
+// seven, music clipped to 1-7 dB whose long frames alone restored 12-13 dB among them;
+// at a quarter by 0.32 dB.
+//
+// Feed every sample of the channel in order (as clipped, and as each restoration gave
+// it), then finish(); finished() then maps each sample's restorations, with the fill's
 // at the same place, to the output. A sample that is not clipped comes back bit for
 // bit. Plain value type; nothing allocates.
 #pragma once
@@ -17,33 +25,43 @@
 
 class ChannelFinisher {
 public:
-    explicit ChannelFinisher(ClipLevels levels) : levels_(levels), scale_(levels) {}
+    static constexpr float shortShare = 1.0f / 3.0f;
 
-    void add(float input, float sparse)
+    explicit ChannelFinisher(ClipLevels levels) : levels_(levels), longScale_(levels), shortScale_(levels) {}
+
+    // input: the sample as clipped; long/short: its restorations in long and short frames.
+    void add(float input, float restoredLong, float restoredShort)
     {
-        scale_.add(input, sparse);
+        longScale_.add(input, restoredLong);
+        shortScale_.add(input, restoredShort);
         ++samples_;
         clipped_ += levels_.sign(input) != 0 ? 1 : 0;
     }
 
     void finish(const ArDeclipper& fill)
     {
-        scale_.finish();
+        longScale_.finish();
+        shortScale_.finish();
         fillWeight_ = fill.weightFor(samples_ > 0 ? static_cast<double>(clipped_) / samples_ : 0.0);
     }
 
-    // sparse: the sparse restoration of a sample; autoregressive: the fill there (NaN: none).
-    float finished(float sparse, float autoregressive) const
+    // The output sample from its two restorations and the fill there (NaN: none). Both
+    // restorations of a clipped sample lie at or beyond its level with the run's sign,
+    // and so does their mix (which lies between them) and the blend; a sample within
+    // the levels is not clipped and is returned as restoredLong gives it.
+    float finished(float restoredLong, float restoredShort, float autoregressive) const
     {
-        if (levels_.sign(sparse) == 0) return sparse;
-        return ArDeclipper::blended(scale_.scaled(sparse), autoregressive, fillWeight_);
+        if (levels_.sign(restoredLong) == 0) return restoredLong;
+        const float calibratedLong = longScale_.scaled(restoredLong);
+        const float mix = calibratedLong + shortShare * (shortScale_.scaled(restoredShort) - calibratedLong);
+        return ArDeclipper::blended(mix, autoregressive, fillWeight_);
     }
 
     float fillWeight() const { return fillWeight_; }
 
 private:
     ClipLevels levels_;
-    ExcessScale scale_;
+    ExcessScale longScale_, shortScale_;
     std::int64_t samples_ = 0, clipped_ = 0;
     float fillWeight_ = 0.0f;
 };

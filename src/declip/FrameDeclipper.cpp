@@ -6,10 +6,22 @@
 
 FrameDeclipper::Settings FrameDeclipper::Settings::forSampleRate(int sampleRate)
 {
-    Settings settings;
     int length = 256;
     // Nearest in log: step up while 0.15 s lies above the geometric midpoint.
     while (length < 8192 && sampleRate * 0.15 > length * 1.4142135623730951) length *= 2;
+    return forFrameLength(length);
+}
+
+FrameDeclipper::Settings FrameDeclipper::Settings::shorterFor(int sampleRate)
+{
+    Settings settings = forFrameLength(forSampleRate(sampleRate).frameLength / 2);
+    settings.sparsityShift = 4;
+    return settings;
+}
+
+FrameDeclipper::Settings FrameDeclipper::Settings::forFrameLength(int length)
+{
+    Settings settings;
     settings.frameLength = length;
     // A long frame already resolves frequency finely (5.4 Hz at 8192 samples and
     // 44.1 kHz): oversampling it gains little and doubles every iteration's cost,

@@ -49,6 +49,12 @@ public:
         // 4096-sample frames restore music clipped to 15-20 dB some 3 dB worse for
         // about the same cost); longer ones cost more per sample.
         static Settings forSampleRate(int sampleRate);
+        // A second restoration in frames half as long, with steps of about 6%, that
+        // joins the first (ChannelFinisher): each length errs where the other does not
+        // (a speech sound changes within a long frame, a partial needs a long one).
+        static Settings shorterFor(int sampleRate);
+        // The oversampling and the step in k for frames of `length` samples.
+        static Settings forFrameLength(int length);
     };
 
     explicit FrameDeclipper(const Settings& settings);

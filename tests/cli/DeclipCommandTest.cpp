@@ -168,6 +168,33 @@ TEST_F(DeclipCommand, WritesTheSameBitsOnAnyNumberOfThreads)
     EXPECT_NE(one, testsupport::readSoundFile<float>(path("in.wav")).samples);
 }
 
+TEST_F(DeclipCommand, FastRestoresTheSameClippedSamplesOtherwise)
+{
+    const auto clipped = clippedTones(1.0, 1.6f, 1.0f);
+    writeAudio(path("in.wav"), clipped, float32);
+    for (const char* name : {"full.wav", "fast.wav"}) {
+        const std::string fast = std::string(name) == "fast.wav" ? " --fast" : "";
+        const auto outcome = ferrotip("declip -q" + fast + " " + path("in.wav") + " " + path(name));
+        ASSERT_EQ(outcome.status, 0) << outcome.output;
+    }
+    const auto full = testsupport::readSoundFile<float>(path("full.wav")).samples;
+    const auto fast = testsupport::readSoundFile<float>(path("fast.wav")).samples;
+    ASSERT_EQ(full.size(), clipped.size());
+    ASSERT_EQ(fast.size(), clipped.size());
+    int differing = 0;
+    for (std::size_t i = 0; i < clipped.size(); ++i) {
+        if (std::fabs(clipped[i]) < 1.0f) {
+            EXPECT_EQ(full[i], clipped[i]) << i;
+            EXPECT_EQ(fast[i], clipped[i]) << i;
+        } else {
+            EXPECT_GE(std::fabs(full[i]), 1.0f) << i;
+            EXPECT_GE(std::fabs(fast[i]), 1.0f) << i;
+            differing += full[i] != fast[i];
+        }
+    }
+    EXPECT_GT(differing, 0);
+}
+
 TEST_F(DeclipCommand, LowersAnIntegerFileToFitOrWarnsAtZeroDecibels)
 {
     writeAudio(path("in.wav"), clippedTones(1.0, 1.6f, 1.0f), pcm16);
