@@ -8,7 +8,8 @@
 # Prints the improvement in SDR (dB) and the processor time (user + system, so a
 # busy machine does not skew the ratio) of each, their ratio, and the ratio of
 # adeclip's time to ferrotip's wall-clock time on all the machine's threads (ferrotip
-# solves its frames in parallel, with the same bits; adeclip runs on one), and
+# solves its frames in parallel, with the same bits; adeclip runs on one), the
+# processor-time ratio for `ferrotip declip --fast` (long frames alone), and
 # ferrotip's real-time factor at 7 dB. adeclip's cost grows with the cube of the clipped
 # samples per window (about a minute per second of music at 1 dB), so the heavy
 # clipping levels of music use excerpts of a few seconds (10 s at 10 dB), those of
@@ -56,8 +57,8 @@ cpu_seconds() {
   echo "$times" | awk '{ printf "%.3f %.3f", $1 + $2, $3 }'
 }
 
-printf '%-8s %-9s %5s | %10s %10s | %9s %9s | %7s | %9s %8s\n' material input_dB secs \
-  "ours_dSDR" "ffm_dSDR" "ours_cpu" "ffm_cpu" "speedup" "ours_wall" "wall_x"
+printf '%-8s %-9s %5s | %10s %10s | %9s %9s | %7s | %9s %8s | %8s %7s\n' material input_dB secs \
+  "ours_dSDR" "ffm_dSDR" "ours_cpu" "ffm_cpu" "speedup" "ours_wall" "wall_x" "fast_cpu" "fast_x"
 for kind in "${kinds[@]}"; do
   for sdr in "${levels[@]}"; do
     dir=$work/$kind-$sdr
@@ -66,15 +67,18 @@ for kind in "${kinds[@]}"; do
     "$material" make "$kind" "$secs" "$sdr" "$dir" "$seed"
     timing=$(cpu_seconds "$dir/ours.log" "$ferrotip" declip -q "$dir/clipped.wav" "$dir/ours.wav")
     read -r ours wall <<< "$timing"
+    timing=$(cpu_seconds "$dir/fast.log" "$ferrotip" declip -q --fast "$dir/clipped.wav" "$dir/fast.wav")
+    read -r fast _ <<< "$timing"
     timing=$(cpu_seconds /dev/null ffmpeg -nostdin -v error -y -threads 1 -filter_threads 1 \
       -i "$dir/clipped.wav" -af adeclip -c:a pcm_f32le "$dir/ffmpeg.wav")
     read -r theirs _ <<< "$timing"
     before=$("$material" sdr "$dir/clean.wav" "$dir/clipped.wav")
     after_ours=$("$material" sdr "$dir/clean.wav" "$dir/ours.wav")
     after_theirs=$("$material" sdr "$dir/clean.wav" "$dir/ffmpeg.wav")
-    printf '%-8s %-9s %5s | %10.2f %10.2f | %9.2f %9.2f | %6.1fx | %9.2f %7.1fx\n' "$kind" "$sdr" "$secs" \
-      "$(echo "$after_ours - $before" | bc -l)" "$(echo "$after_theirs - $before" | bc -l)" \
-      "$ours" "$theirs" "$(echo "$theirs / $ours" | bc -l)" "$wall" "$(echo "$theirs / $wall" | bc -l)"
+    printf '%-8s %-9s %5s | %10.2f %10.2f | %9.2f %9.2f | %6.1fx | %9.2f %7.1fx | %8.2f %6.1fx\n' "$kind" "$sdr" \
+      "$secs" "$(echo "$after_ours - $before" | bc -l)" "$(echo "$after_theirs - $before" | bc -l)" \
+      "$ours" "$theirs" "$(echo "$theirs / $ours" | bc -l)" "$wall" "$(echo "$theirs / $wall" | bc -l)" \
+      "$fast" "$(echo "$theirs / $fast" | bc -l)"
     if [ "$sdr" = 7 ]; then
       echo "$kind at 7 dB: ferrotip restores $(echo "$secs / $ours" | bc -l | xargs printf '%.1f')x real time (processor time)" >> "$work/realtime"
     fi
