@@ -147,10 +147,10 @@ struct Companions {
 using FrameSink = std::function<void(const double* sparse, const Companions* companions, std::int64_t frames)>;
 
 // Streams the audio through the declippers (the sparse one in long and in short
-// frames, and the autoregressive fill) and hands their outputs to `sink` chunk by chunk. How far the restored excess over the clip levels is
-// calibrated (ExcessScale), and how much of the autoregressive fill joins it, are
-// known only once the whole file has been seen: the caller then passes each output
-// sample through finished(). `threads` solve the frames of each chunk; the output does
+// frames, and the autoregressive fill) and hands their outputs to `sink` chunk by
+// chunk. How far each restored excess over the clip levels is calibrated, and how much
+// of the autoregressive fill joins them, are known only once the whole file has been
+// seen: the caller then passes each output sample through finished(). `threads` solve the frames of each chunk; the output does
 // not depend on how many.
 template <typename Reader>
 class RestorePass {
@@ -181,7 +181,7 @@ public:
     }
 
     // The output sample (file scale) of `channel` from the sink's: the two sparse
-    // restorations calibrated and averaged, with the channel's share of the
+    // restorations calibrated and mixed, with the channel's share of the
     // autoregressive fill mixed in (ChannelFinisher); an unclipped sample comes back
     // bit for bit.
     double finished(int channel, double sparse, Companions companions) const
