@@ -5,20 +5,17 @@
 // is the fast end.
 #include <benchmark/benchmark.h>
 
-#include <algorithm>
-#include <thread>
 #include <vector>
 
 #include "declip/DeclipMaterial.h"
 #include "declip/ArDeclipper.h"
 #include "declip/Declipper.h"
 #include "declip/HardClipper.h"
+#include "signal/SpreadOverThreads.h"
 
 namespace {
 
 constexpr double seconds = 5.0;
-
-int hardwareThreads() { return std::max(1, static_cast<int>(std::thread::hardware_concurrency())); }
 
 const declipmaterial::Excerpt& music()
 {

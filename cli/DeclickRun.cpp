@@ -4,7 +4,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <thread>
+
+#include "signal/SpreadOverThreads.h"
 
 namespace {
 
@@ -155,7 +156,7 @@ DeclickListen listenFrom(const std::string& listen)
 int jobsFor(const DeclickSettingOptions& options, int channels)
 {
     if (options.jobs > 0) return options.jobs;
-    return std::clamp(static_cast<int>(std::thread::hardware_concurrency()), 1, std::max(channels, 1));
+    return std::min(hardwareThreads(), std::max(channels, 1));
 }
 
 bool needsLevel(const DeclickSettings& settings, DeclickListen listen)

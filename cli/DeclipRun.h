@@ -12,21 +12,18 @@
 #include <limits>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "CliError.h"
 #include "SpanList.h"
 #include "declip/ArDeclipper.h"
+#include "declip/ChannelFinisher.h"
 #include "declip/ClipLevelFinder.h"
 #include "declip/Declipper.h"
-#include "declip/ChannelFinisher.h"
+#include "signal/SpreadOverThreads.h"
 
 inline constexpr std::int64_t chunkFrames = 65536;
 inline constexpr int maxDeclipJobs = 256;
-
-// The processor's hardware threads, at least 1.
-inline int hardwareThreads() { return std::max(1, static_cast<int>(std::thread::hardware_concurrency())); }
 
 inline double fromDb(double db) { return std::pow(10.0, db / 20.0); }
 inline double toDb(double value) { return 20.0 * std::log10(value); }

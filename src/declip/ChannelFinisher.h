@@ -17,8 +17,6 @@
 // bit. Plain value type; nothing allocates.
 #pragma once
 
-#include <cstdint>
-
 #include "declip/ArDeclipper.h"
 #include "declip/ClipLevels.h"
 #include "declip/ExcessScale.h"
@@ -34,15 +32,13 @@ public:
     {
         longScale_.add(input, restoredLong);
         shortScale_.add(input, restoredShort);
-        ++samples_;
-        clipped_ += levels_.sign(input) != 0 ? 1 : 0;
     }
 
     void finish(const ArDeclipper& fill)
     {
         longScale_.finish();
         shortScale_.finish();
-        fillWeight_ = fill.weightFor(samples_ > 0 ? static_cast<double>(clipped_) / samples_ : 0.0);
+        fillWeight_ = fill.weightFor(longScale_.clippedShare());
     }
 
     // The output sample from its two restorations and the fill there (NaN: none). Both
@@ -62,6 +58,5 @@ public:
 private:
     ClipLevels levels_;
     ExcessScale longScale_, shortScale_;
-    std::int64_t samples_ = 0, clipped_ = 0;
     float fillWeight_ = 0.0f;
 };

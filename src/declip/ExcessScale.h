@@ -35,6 +35,11 @@ public:
     void add(float input, float restored);
     void finish();
 
+    // The share of the samples added that were clipped (0 before any).
+    double clippedShare() const
+    {
+        return samples_ > 0 ? static_cast<double>(positive_.clipped + negative_.clipped) / samples_ : 0.0;
+    }
     // The factor on the restored excess of one polarity (sign +1 or -1), in (0, 1].
     float factor(int sign) const { return polarity(sign).factor; }
     // A restored sample, calibrated where it lies at or beyond a level; any other as it is.

@@ -14,6 +14,9 @@
 #include <type_traits>
 #include <vector>
 
+// The processor's hardware threads, at least 1: the usual number to spread over.
+inline int hardwareThreads() { return std::max(1, static_cast<int>(std::thread::hardware_concurrency())); }
+
 template <typename Task>
 void spreadOverThreads(int count, int threads, const Task& task)
 {

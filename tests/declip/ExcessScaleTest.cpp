@@ -100,3 +100,16 @@ TEST(ExcessScale, UnclippedSamplesKeepTheirBitsAndRestoredOnesStayBeyondTheLevel
 }
 
 }  // namespace
+
+namespace {
+
+TEST(ExcessScale, CountsTheClippedShareOfTheSamplesAdded)
+{
+    ExcessScale scale(ClipLevels::symmetric(0.5f));
+    EXPECT_EQ(scale.clippedShare(), 0.0);
+    for (float input : {0.5f, -0.5f, 0.2f, 0.49f, -0.1f, 0.5f, 0.0f, 0.3f})
+        scale.add(input, input >= 0.5f || input <= -0.5f ? 2.0f * input : input);
+    EXPECT_EQ(scale.clippedShare(), 3.0 / 8.0);
+}
+
+}  // namespace
