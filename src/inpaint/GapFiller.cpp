@@ -27,6 +27,11 @@ PeriodicExtension periodicFor(const InpaintSettings& settings, int rate, int ord
     return PeriodicExtension(minPeriod, maxPeriod, window, maxChannels);
 }
 
+// The repeat search's coarse pass looks at box sums of about 0.4 ms every 0.2 ms: the
+// rhythm of a repeat shows there as well as at the full rate, at a fraction of the
+// transform.
+int coarseHop(int rate) { return std::max(1, rate / 5000); }
+
 }  // namespace
 
 GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSettings settings)
@@ -44,6 +49,9 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
       patternLongGap(msToSamples(settings.patternLongGapMs, sampleRate)),
       patternWideMinGap(msToSamples(settings.patternWideMinGapMs, sampleRate)),
       patternWideReach(msToSamples(settings.patternWideReachMs, sampleRate)),
+      repetitionReach(settings.repetitionReachMs > 0.0 ? msToSamples(settings.repetitionReachMs, sampleRate) : 0),
+      repetitionMinGap(msToSamples(settings.repetitionMinGapMs, sampleRate)),
+      repetitionMaxGap(msToSamples(settings.repetitionMaxGapMs, sampleRate)),
       maxGap_(maxGap),
       maxChannels_(maxChannels),
       segmentCapacity(2 * contextLength(maxGap) + maxGap),
@@ -53,10 +61,12 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
       solver(maxGap, 3 * maxChannels),
       edges(maxGap, order),
       sided(maxGap, order),
-      search(maxGap >= patternMinGap ? segmentCapacity : 16, maxChannels),
+      search(maxGap >= patternMinGap ? 2 * patternContext(maxGap) + maxGap : 16, maxChannels),
       periodic(periodicFor(settings, sampleRate, order, maxChannels)),
+      repeats_(repetitionReach > 0 ? segmentCapacity : 16, coarseHop(sampleRate)),
       segments(new double[static_cast<std::size_t>(maxChannels) * segmentCapacity]()),
       work(new double[segmentCapacity]()),
+      saved(new double[repetitionReach > 0 ? static_cast<std::size_t>(maxChannels) * (2 * arContext(maxGap) + maxGap) : 1]()),
       rightHandSides(new double[static_cast<std::size_t>(3) * maxChannels * maxGap]()),
       rows(new double*[3 * maxChannels]()),
       segmentRows(new const double*[maxChannels]()),
@@ -84,18 +94,33 @@ int GapFiller::arContext(int length) const
     return std::max(contextSamples, validationReach);
 }
 
-int GapFiller::contextLength(int length) const
+bool GapFiller::repeats(int length) const
+{
+    return repetitionReach > 0 && length >= repetitionMinGap && length <= repetitionMaxGap;
+}
+
+// The samples on each side that the models and the similarity search of long gaps read.
+int GapFiller::patternContext(int length) const
 {
     const int reach = arContext(length);
     if (length >= patternWideMinGap) return std::max(reach, patternWideReach);
     return length >= patternMinGap ? std::max(reach, patternReach) : reach;
 }
 
+// Every gap from the shortest the repeat search serves reads its reach, the longer
+// ones too, so that the context of a longest gap serves every shorter one.
+int GapFiller::contextLength(int length) const
+{
+    const bool repeatReach = repetitionReach > 0 && length >= repetitionMinGap;
+    return std::max(patternContext(length), repeatReach ? arContext(length) + repetitionReach : 0);
+}
+
 GapFiller::Layout GapFiller::layout(int length, int before, int after) const
 {
     const int reach = contextLength(length);
     const int knownBefore = std::clamp(before, 0, reach), knownAfter = std::clamp(after, 0, reach);
-    return {length, arContext(length), reach, 2 * reach + length, reach - knownBefore, reach + length + knownAfter};
+    const int knownFrom = reach - knownBefore, knownTo = reach + length + knownAfter;
+    return {length, arContext(length), reach, 2 * reach + length, knownFrom, knownTo, knownFrom, knownTo};
 }
 
 double* GapFiller::segment(int channel) const
@@ -259,11 +284,12 @@ void GapFiller::solve(int channelCount, const Layout& at, int modelOrder)
 // true when its borders match well enough to stand for the gap.
 bool GapFiller::patternFill(int channelCount, const Layout& at)
 {
+    const int reach = patternContext(at.length);
     for (int c = 0; c < channelCount; ++c) {
-        segmentRows[c] = segment(c);
+        segmentRows[c] = segment(c) + (at.reach - reach);
         rows[c] = candidateFills.get() + static_cast<std::size_t>(c) * maxGap_;
     }
-    search.begin(segmentRows.get(), channelCount, at.total);
+    search.begin(segmentRows.get(), channelCount, 2 * reach + at.length);
     const int border = std::max(patternBorder, static_cast<int>(settings_.patternBorderShare * at.length));
     const double along = patternLongGap > patternMinGap
                              ? std::clamp(double(at.length - patternMinGap) / (patternLongGap - patternMinGap), 0.0, 1.0)
@@ -271,7 +297,7 @@ bool GapFiller::patternFill(int channelCount, const Layout& at)
     const double trust = at.length >= patternWideMinGap
                              ? settings_.patternWideTrust
                              : settings_.patternTrust + along * (settings_.patternLongTrust - settings_.patternTrust);
-    return search.fill(at.gap(), at.length, border, rows.get()) >= trust;
+    return search.fill(reach, at.length, border, rows.get()) >= trust;
 }
 
 void GapFiller::keepCandidate(int candidate, int channelCount, const Layout& at, int firstStretch, int stretches)
@@ -308,7 +334,8 @@ namespace {
 
 // Gaussian elimination on the small symmetric positive definite system gram (k x k)
 // with its right-hand side in column k; the solution goes to x.
-void solveSmall(double (*gram)[InpaintSettings::maxCandidates + 2], int k, double* x)
+template <int columns>
+void solveSmall(double (*gram)[columns], int k, double* x)
 {
     for (int col = 0; col < k; ++col)
         for (int row = col + 1; row < k; ++row) {
@@ -456,33 +483,81 @@ void GapFiller::blendSidedFill(int channelCount, const Layout& at, int context, 
     }
 }
 
+// One candidate model's fill of the gap and of the validation stretches, kept in the
+// next candidate slot.
+void GapFiller::fillCandidate(int candidate, int channelCount, const Layout& at)
+{
+    const InpaintCandidate& model = settings_.candidates[candidate];
+    const int modelOrder = orderWithin(at, candidateOrder[candidate]);
+    const int stretches = settings_.validate ? 3 : 1;
+    const bool holdOut = settings_.validate && at.length <= holdOutMaxGap;
+    for (int heldOut = holdOut ? 1 : 0; heldOut >= 0; --heldOut) {
+        for (int c = 0; c < channelCount; ++c) std::fill_n(segment(c) + at.gap(), at.length, 0.0);
+        for (int pass = 0; pass < model.passes; ++pass) {
+            estimate(channelCount, at, candidateContext[candidate], modelOrder, pass == 0, heldOut == 1);
+            // The held-out estimate's last fill of the gap is not kept: near an end
+            // it is left unrefined.
+            const bool dropped = heldOut == 1 && pass + 1 == model.passes;
+            solveNearEdges(channelCount, at, modelOrder, !dropped);
+        }
+        if (!heldOut && model.sidedShare > 0.0 && at.length <= sidedMaxGap)
+            blendSidedFill(channelCount, at, candidateContext[candidate], modelOrder, model.sidedShare);
+        if (heldOut) keepCandidate(activeCandidates, channelCount, at, 1, stretches);
+        else keepCandidate(activeCandidates, channelCount, at, 0, holdOut ? 1 : stretches);
+    }
+}
+
+// The best repeat of the model context around the gap, taken away before a model
+// fills what remains of the gap (and of the validation stretches) and added back after.
+void GapFiller::addRepetitionCandidate(int channelCount, const Layout& at)
+{
+    if (at.recordedFrom > at.arStart() || at.recordedTo < at.arEnd()) return;
+    for (int c = 0; c < channelCount; ++c) segmentRows[c] = segment(c);
+    const RepeatSearch::Match found = repeats_.find(segmentRows.get(), channelCount, at.recordedFrom, at.recordedTo,
+                                                    at.gap(), at.length, at.arReach);
+    if (found.correlation < settings_.repetitionTrust) return;
+    const int shift = found.source - at.gap();
+    for (int c = 0; c < channelCount; ++c) {
+        std::copy_n(segment(c) + at.arStart(), at.arTotal(), savedRegion(c));
+        double* s = segment(c);
+        for (int t = at.arStart(); t < at.arEnd(); ++t) s[t] = unmodelled(c, at, t) - found.gain * unmodelled(c, at, t + shift);
+    }
+    fillCandidate(0, channelCount, at);
+    const int stretches = settings_.validate ? 3 : 1;
+    for (int v = 0; v < stretches; ++v) {
+        const int from = (v == 0 ? at.gap() : validationStart(at, v - 1)) + shift;
+        for (int c = 0; c < channelCount; ++c) {
+            double* y = candidateFill(activeCandidates, v * channelCount + c);
+            for (int i = 0; i < at.length; ++i) y[i] += found.gain * unmodelled(c, at, from + i);
+        }
+    }
+    for (int c = 0; c < channelCount; ++c) std::copy_n(savedRegion(c), at.arTotal(), segment(c) + at.arStart());
+    ++activeCandidates;
+}
+
+double* GapFiller::savedRegion(int channel) const
+{
+    return saved.get() + static_cast<std::size_t>(channel) * (2 * arContext(maxGap_) + maxGap_);
+}
+
+// The segment's sample t as loaded, while the models' reach holds what the repeat
+// leaves unexplained.
+double GapFiller::unmodelled(int channel, const Layout& at, int t) const
+{
+    return t >= at.arStart() && t < at.arEnd() ? savedRegion(channel)[t - at.arStart()] : segment(channel)[t];
+}
+
 void GapFiller::fillFromModels(int channelCount, const Layout& at)
 {
     activeCandidates = 0;
     for (int candidate = 0; candidate < candidates; ++candidate) {
         if (at.length > candidateMaxGap[candidate] || at.length < candidateMinGap[candidate]) continue;
-        const InpaintCandidate& model = settings_.candidates[candidate];
-        const int modelOrder = orderWithin(at, candidateOrder[candidate]);
-        const int stretches = settings_.validate ? 3 : 1;
-        const bool holdOut = settings_.validate && at.length <= holdOutMaxGap;
-        for (int heldOut = holdOut ? 1 : 0; heldOut >= 0; --heldOut) {
-            for (int c = 0; c < channelCount; ++c) std::fill_n(segment(c) + at.gap(), at.length, 0.0);
-            for (int pass = 0; pass < model.passes; ++pass) {
-                estimate(channelCount, at, candidateContext[candidate], modelOrder, pass == 0, heldOut == 1);
-                // The held-out estimate's last fill of the gap is not kept: near an end
-                // it is left unrefined.
-                const bool dropped = heldOut == 1 && pass + 1 == model.passes;
-                solveNearEdges(channelCount, at, modelOrder, !dropped);
-            }
-            if (!heldOut && model.sidedShare > 0.0 && at.length <= sidedMaxGap)
-                blendSidedFill(channelCount, at, candidateContext[candidate], modelOrder, model.sidedShare);
-            if (heldOut) keepCandidate(activeCandidates, channelCount, at, 1, stretches);
-            else keepCandidate(activeCandidates, channelCount, at, 0, holdOut ? 1 : stretches);
-        }
+        fillCandidate(candidate, channelCount, at);
         ++activeCandidates;
     }
     clearPastEdges(channelCount, at);
     if (at.length >= periodicMinGap) addPeriodicCandidate(channelCount, at);
+    if (repeats(at.length)) addRepetitionCandidate(channelCount, at);
     combineCandidates(channelCount, at);
 }
 

@@ -44,6 +44,7 @@
 #include "inpaint/NormalProduct.h"
 #include "inpaint/PatternSearch.h"
 #include "inpaint/PeriodicExtension.h"
+#include "inpaint/RepeatSearch.h"
 #include "inpaint/SidedLeastSquares.h"
 #include "inpaint/ToeplitzSolver.h"
 
@@ -116,6 +117,18 @@ struct InpaintSettings {
     // over its energy) to errorWeightPower.
     double errorWeightMaxGapMs = 12.0;
     int errorWeightPower = 2;
+    // Gaps from repetitionMinGapMs to repetitionMaxGapMs look for the best repeat of
+    // the long model's context around them within repetitionReachMs on each side
+    // (RepeatSearch). When its borders correlate to repetitionTrust or more, the long
+    // model also fills what the repeat leaves unexplained (the audio less the scaled
+    // repeat, over the model's whole reach), and that fill plus the repeat joins the
+    // candidates: music repeats its beats and bars, and what differs from the repeat is
+    // a fainter signal that a model carries across the gap better. The validation
+    // weighs it like any other candidate.
+    double repetitionReachMs = 6000.0;
+    double repetitionTrust = 0.5;
+    double repetitionMinGapMs = 2.0;
+    double repetitionMaxGapMs = 80.0;
     double whiteFloor = 1e-8;  // white floor under the model's spectrum, relative to its power
     // Fills of gaps up to edgeMaxGapMs near a recording's end are refined by up to
     // edgeIterations steps of conjugate gradients towards the fill from the prediction
@@ -140,12 +153,13 @@ public:
     void fill(float* const* channels, int channelCount, int start, int length, int before, int after);
 
 private:
-    static constexpr int maxFills = InpaintSettings::maxCandidates + 1;  // the models' and the periodic one
+    static constexpr int maxFills = InpaintSettings::maxCandidates + 2;  // the models', the periodic and the repetition's
     // The segment holds `reach` samples on each side of the gap; the models and the
     // least-squares fills use the inner arReach of them.
     struct Layout {
         int length, arReach, reach, total;
         int knownFrom, knownTo;  // the recording's samples: [knownFrom, knownTo)
+        int recordedFrom, recordedTo;  // the same, also for long gaps (which take the rest as silence)
         int gap() const { return reach; }
         int arStart() const { return reach - arReach; }
         int arTotal() const { return 2 * arReach + length; }
@@ -167,6 +181,12 @@ private:
     void combineCandidates(int channelCount, const Layout& at);
     void fillFromModels(int channelCount, const Layout& at);
     void addPeriodicCandidate(int channelCount, const Layout& at);
+    void addRepetitionCandidate(int channelCount, const Layout& at);
+    bool repeats(int length) const;
+    int patternContext(int length) const;
+    double* savedRegion(int channel) const;
+    double unmodelled(int channel, const Layout& at, int t) const;
+    void fillCandidate(int candidate, int channelCount, const Layout& at);
     void blendSidedFill(int channelCount, const Layout& at, int context, int modelOrder, double share);
     double* candidateFill(int candidate, int row) const;
     void solve(int channelCount, const Layout& at, int modelOrder);
@@ -189,6 +209,7 @@ private:
     int errorWeightMaxGap, sidedMaxGap;
     int holdOutMaxGap, edgeMaxGap, periodicMinGap, patternMinGap, patternReach, patternBorder, patternLongGap;
     int patternWideMinGap, patternWideReach;
+    int repetitionReach, repetitionMinGap, repetitionMaxGap;
     int maxGap_;
     int maxChannels_;
     int segmentCapacity;
@@ -200,8 +221,10 @@ private:
     SidedLeastSquares sided;
     PatternSearch search;
     PeriodicExtension periodic;
+    RepeatSearch repeats_;
     std::unique_ptr<double[]> segments;   // maxChannels rows of segmentCapacity
     std::unique_ptr<double[]> work;       // segmentCapacity
+    std::unique_ptr<double[]> saved;      // maxChannels rows of the models' reach, when repeating
     std::unique_ptr<double[]> rightHandSides;  // 3 * maxChannels rows of maxGap
     std::unique_ptr<double*[]> rows;      // 3 * maxChannels right-hand sides
     std::unique_ptr<const double*[]> segmentRows;  // maxChannels
@@ -210,4 +233,5 @@ private:
     std::unique_ptr<double[]> sideModels;  // 2 x (order + 1): before and after the gap
     std::unique_ptr<double[]> candidateFills;  // maxCandidates x 3 x maxChannels x maxGap
     double weights[maxFills] = {};
+
 };

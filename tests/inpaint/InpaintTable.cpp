@@ -64,6 +64,9 @@ InpaintSettings settingsFromEnvironment()
     if (const char* v = std::getenv("INPAINT_PERIODIC"))
         std::sscanf(v, "%lf:%lf:%lf:%lf:%lf", &s.periodicMinGapMs, &s.periodicMinMs, &s.periodicMaxMs,
                     &s.periodicWindowMs, &s.periodicTrust);
+    if (const char* v = std::getenv("INPAINT_REPEAT"))
+        std::sscanf(v, "%lf:%lf:%lf:%lf", &s.repetitionReachMs, &s.repetitionTrust, &s.repetitionMinGapMs,
+                    &s.repetitionMaxGapMs);
     if (const char* v = std::getenv("INPAINT_HOLD_OUT_MS")) s.holdOutMaxGapMs = std::atof(v);
     if (std::getenv("INPAINT_NO_VALIDATION")) s.validate = false;
     if (const char* v = std::getenv("INPAINT_SIDED")) std::sscanf(v, "%lf:%d", &s.sidedMaxGapMs, &s.sidedIterations);

@@ -1,0 +1,165 @@
+#include "inpaint/RepeatSearch.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "inpaint/TransformSize.h"
+
+RepeatSearch::RepeatSearch(int maxLength, int hop)
+    : maxLength_(maxLength),
+      hop_(std::max(1, hop)),
+      size(transformSizeFor(maxLength / hop_ + 1)),
+      fft(size),
+      blocks(new double[size]()),
+      blockEnergy(new double[size + 1]()),
+      pattern(new double[size]()),
+      re(new double[size / 2 + 1]()),
+      im(new double[size / 2 + 1]()),
+      patternRe(new double[size / 2 + 1]()),
+      patternIm(new double[size / 2 + 1]())
+{
+}
+
+namespace {
+
+int ceilDiv(int a, int b) { return a >= 0 ? (a + b - 1) / b : -((-a) / b); }
+int floorDiv(int a, int b) { return a >= 0 ? a / b : -((-a + b - 1) / b); }
+
+}  // namespace
+
+// The shifts of the best few matches of the borders' box sums, at least a quarter of
+// the template apart, best first.
+RepeatSearch::Coarse RepeatSearch::coarseShifts(const double* const* segments, int channelCount, int from, int to,
+                                                int hole, int length, int border)
+{
+    Coarse coarse{{}, 0};
+    // Block m sums samples from + m h to from + m h + 2 h - 1: boxes twice the hop,
+    // so that a repeat between two hops still lines up with a block within a
+    // quarter of its width.
+    const int h = hop_;
+    const int count = std::max(0, (to - from - 2 * h) / h + 1);
+    // The template's blocks: those wholly within the border before the hole
+    // [beforeFrom, beforeTo) and within the one after it [afterFrom, afterTo).
+    const int beforeFrom = std::max(0, ceilDiv(hole - border - from, h));
+    const int beforeTo = floorDiv(hole - from, h) - 1;
+    const int afterFrom = ceilDiv(hole + length - from, h);
+    const int afterTo = std::min(count, floorDiv(hole + length + border - from, h) - 1);
+    if (beforeTo <= beforeFrom || afterTo <= afterFrom) return coarse;
+    const int span = afterTo - beforeFrom;
+
+    std::fill_n(blocks.get(), size, 0.0);
+    for (int m = 0; m < count; ++m) {
+        double sum = 0.0;
+        for (int c = 0; c < channelCount; ++c)
+            for (int j = 0; j < 2 * h; ++j) sum += segments[c][from + m * h + j];
+        blocks[m] = sum;
+    }
+    blockEnergy[0] = 0.0;
+    for (int m = 0; m < count; ++m) blockEnergy[m + 1] = blockEnergy[m] + blocks[m] * blocks[m];
+
+    std::fill_n(pattern.get(), size, 0.0);
+    std::copy(blocks.get() + beforeFrom, blocks.get() + beforeTo, pattern.get());
+    std::copy(blocks.get() + afterFrom, blocks.get() + afterTo, pattern.get() + (afterFrom - beforeFrom));
+    const double patternEnergy = (blockEnergy[beforeTo] - blockEnergy[beforeFrom]) +
+                                 (blockEnergy[afterTo] - blockEnergy[afterFrom]);
+    if (!(patternEnergy > 0.0)) return coarse;
+
+    // correlation[u] = sum over j of pattern[j] blocks[u + j]: no wrap for u <= count - span.
+    const int bins = size / 2 + 1;
+    fft.realForward(blocks.get(), re.get(), im.get());
+    fft.realForward(pattern.get(), patternRe.get(), patternIm.get());
+    for (int k = 0; k < bins; ++k) {
+        const double r = re[k] * patternRe[k] + im[k] * patternIm[k];
+        const double i = im[k] * patternRe[k] - re[k] * patternIm[k];
+        re[k] = r;
+        im[k] = i;
+    }
+    fft.realInverse(re.get(), im.get(), pattern.get());
+
+    // Each window's score in place of its correlation (0 where it holds the hole or
+    // is silent), then the best few, apart.
+    double* score = pattern.get();
+    const int beforeLength = beforeTo - beforeFrom, afterOffset = afterFrom - beforeFrom;
+    const int windows = count - span + 1;
+    for (int u = 0; u < windows; ++u) {
+        const double energy = (blockEnergy[u + beforeLength] - blockEnergy[u]) +
+                              (blockEnergy[u + span] - blockEnergy[u + afterOffset]);
+        const bool holdsHole = u < afterFrom && u + span > beforeTo;
+        score[u] = holdsHole || !(energy > 1e-12 * patternEnergy) ? 0.0 : score[u] / std::sqrt(energy * patternEnergy);
+    }
+    const int separation = std::max(2, span / 4);
+    for (; coarse.count < shortlist; ++coarse.count) {
+        int best = -1;
+        double bestScore = 0.0;
+        for (int u = 0; u < windows; ++u)
+            if (score[u] > bestScore) {
+                bestScore = score[u];
+                best = u;
+            }
+        if (best < 0) break;
+        coarse.shifts[coarse.count] = (best - beforeFrom) * h;
+        std::fill(score + std::max(0, best - separation), score + std::min(windows, best + separation + 1), 0.0);
+    }
+    return coarse;
+}
+
+namespace {
+
+// Sums over the hole's two borders, on every channel, of x(t) y(t + shift) and of
+// y(t + shift)^2.
+struct BorderSums {
+    double product = 0.0, energy = 0.0;
+};
+
+BorderSums borderSums(const double* const* segments, int channelCount, int hole, int length, int border, int shift)
+{
+    BorderSums sums;
+    for (int c = 0; c < channelCount; ++c) {
+        const double* x = segments[c];
+        for (int side = 0; side < 2; ++side) {
+            const int first = side == 0 ? hole - border : hole + length;
+            for (int t = first; t < first + border; ++t) {
+                const double y = x[t + shift];
+                sums.product += x[t] * y;
+                sums.energy += y * y;
+            }
+        }
+    }
+    return sums;
+}
+
+}  // namespace
+
+// The best shift within a hop of `shift`, by the borders' exact correlation.
+RepeatSearch::Match RepeatSearch::refine(const double* const* segments, int channelCount, int from, int to, int hole,
+                                         int length, int border, int shift, double templateEnergy) const
+{
+    Match best;
+    for (int s = shift - hop_; s <= shift + hop_; ++s) {
+        const int first = hole - border + s;
+        if (first < from || first + 2 * border + length > to) continue;
+        if (s > -(length + border) && s < length + border) continue;  // overlaps the hole
+        const BorderSums sums = borderSums(segments, channelCount, hole, length, border, s);
+        if (!(sums.energy > 1e-12 * templateEnergy)) continue;
+        const double score = sums.product / std::sqrt(sums.energy * templateEnergy);
+        if (score > best.correlation) best = {hole + s, sums.product / sums.energy, score};
+    }
+    return best;
+}
+
+RepeatSearch::Match RepeatSearch::find(const double* const* segments, int channelCount, int from, int to, int hole,
+                                       int length, int border)
+{
+    to = std::min(to, from + maxLength_);
+    border = std::min({border, hole - from, to - hole - length});
+    if (border <= 0 || channelCount <= 0) return {};
+    const double templateEnergy = borderSums(segments, channelCount, hole, length, border, 0).energy;
+    if (!(templateEnergy > 0.0)) return {};
+    const Coarse coarse = coarseShifts(segments, channelCount, from, to, hole, length, border);
+    Match best;
+    for (int k = 0; k < coarse.count; ++k) {
+        const Match m = refine(segments, channelCount, from, to, hole, length, border, coarse.shifts[k], templateEnergy);
+        if (m.correlation > best.correlation) best = m;
+    }
+    return best;
+}

@@ -1,0 +1,53 @@
+// Finds where the sound around a hole repeats: the shift whose borders (`border`
+// samples before and after a hole of the same length) best match the hole's own
+// borders by normalised correlation over all channels, seconds away if need be (music
+// repeats its beats and bars). A coarse search on the channels' sum in box sums of
+// 2 `hop` samples every `hop` lists the likeliest shifts from one transform of the
+// segment and one of the borders; the best of them is then refined sample by sample
+// at the full rate, where only a few hundred correlations remain to be summed.
+//
+// The constructor allocates for segments up to maxLength samples; find never does.
+// Double arithmetic in plain loops and the signal library's transform: the same bits
+// on every instruction-set path. One thread at a time per object.
+#pragma once
+
+#include <memory>
+
+#include "signal/CFft_std.h"
+
+class RepeatSearch {
+public:
+    struct Match {
+        int source = 0;            // the repeat's first sample in place of the hole's
+        double gain = 0.0;         // its least-squares gain on the borders
+        double correlation = 0.0;  // the borders' normalised correlation; 0: none found
+    };
+
+    RepeatSearch(int maxLength, int hop);
+
+    // The best repeat within segments[c][from .. to) of the hole [hole, hole + length)
+    // with its borders; the repeat and its borders never overlap the hole. The hole's
+    // samples are never read.
+    Match find(const double* const* segments, int channelCount, int from, int to, int hole, int length,
+               int border);
+
+private:
+    static constexpr int shortlist = 4;
+    struct Coarse {
+        int shifts[shortlist];
+        int count;
+    };
+    Coarse coarseShifts(const double* const* segments, int channelCount, int from, int to, int hole, int length,
+                        int border);
+    Match refine(const double* const* segments, int channelCount, int from, int to, int hole, int length,
+                 int border, int shift, double templateEnergy) const;
+
+    int maxLength_;
+    int hop_;
+    int size;  // the coarse transform's
+    standardLib::standard::CFft_std<double> fft;
+    std::unique_ptr<double[]> blocks;        // size: the decimated channels' sum
+    std::unique_ptr<double[]> blockEnergy;   // size + 1 running sums of squares of blocks
+    std::unique_ptr<double[]> pattern;       // size
+    std::unique_ptr<double[]> re, im, patternRe, patternIm;  // size / 2 + 1
+};
