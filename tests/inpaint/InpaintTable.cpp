@@ -12,6 +12,7 @@
 // context:order:passes:maxGap[:minGap[:sidedShare]] in ms), INPAINT_HOLD_OUT_MS,
 // INPAINT_PATTERN (minGap:reach:border:trust), INPAINT_LONG (borderShare:longTrust:longGap),
 // INPAINT_ERROR_WEIGHTS (maxGap:power), INPAINT_SIDED (maxGap:iterations), INPAINT_WHITE,
+// INPAINT_REPEAT (reach:trust:minGap:maxGap in ms; reach 0: no repeat search),
 // INPAINT_NO_VALIDATION and INPAINT_EDGE_ITERATIONS (iterations[:maxGap]) set the filler's
 // parameters for experiments. INPAINT_EDGE=N ends the recording N samples after each gap
 // (INPAINT_EDGE_SIDE=before: N samples before it), and the filler is told so unless INPAINT_EDGE_BLIND is set (then it takes silence past the end).
