@@ -66,7 +66,7 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
       repeats_(repetitionReach > 0 ? segmentCapacity : 16, coarseHop(sampleRate)),
       segments(new double[static_cast<std::size_t>(maxChannels) * segmentCapacity]()),
       work(new double[segmentCapacity]()),
-      saved(new double[repetitionReach > 0 ? static_cast<std::size_t>(maxChannels) * (2 * arContext(maxGap) + maxGap) : 1]()),
+      saved(new double[repetitionReach > 0 ? static_cast<std::size_t>(maxChannels) * savedStride() : 1]()),
       rightHandSides(new double[static_cast<std::size_t>(3) * maxChannels * maxGap]()),
       rows(new double*[3 * maxChannels]()),
       segmentRows(new const double*[maxChannels]()),
@@ -507,8 +507,9 @@ void GapFiller::fillCandidate(int candidate, int channelCount, const Layout& at)
     }
 }
 
-// The best repeat of the model context around the gap, taken away before a model
-// fills what remains of the gap (and of the validation stretches) and added back after.
+// The best repeat of the models' reach around the gap, taken away before the long
+// model (the first candidate) fills what remains of the gap and of the validation
+// stretches, and added back after.
 void GapFiller::addRepetitionCandidate(int channelCount, const Layout& at)
 {
     if (at.recordedFrom > at.arStart() || at.recordedTo < at.arEnd()) return;
@@ -520,7 +521,8 @@ void GapFiller::addRepetitionCandidate(int channelCount, const Layout& at)
     for (int c = 0; c < channelCount; ++c) {
         std::copy_n(segment(c) + at.arStart(), at.arTotal(), savedRegion(c));
         double* s = segment(c);
-        for (int t = at.arStart(); t < at.arEnd(); ++t) s[t] = unmodelled(c, at, t) - found.gain * unmodelled(c, at, t + shift);
+        for (int t = at.arStart(); t < at.arEnd(); ++t)
+            s[t] = unmodelled(c, at, t) - found.gain * unmodelled(c, at, t + shift);
     }
     fillCandidate(0, channelCount, at);
     const int stretches = settings_.validate ? 3 : 1;
@@ -535,9 +537,12 @@ void GapFiller::addRepetitionCandidate(int channelCount, const Layout& at)
     ++activeCandidates;
 }
 
+// The models' reach of the longest gap.
+int GapFiller::savedStride() const { return 2 * arContext(maxGap_) + maxGap_; }
+
 double* GapFiller::savedRegion(int channel) const
 {
-    return saved.get() + static_cast<std::size_t>(channel) * (2 * arContext(maxGap_) + maxGap_);
+    return saved.get() + static_cast<std::size_t>(channel) * savedStride();
 }
 
 // The segment's sample t as loaded, while the models' reach holds what the repeat

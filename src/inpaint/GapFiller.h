@@ -21,6 +21,10 @@
 // both sides are clearly periodic, the pitch cycles of the two sides repeated across
 // the gap in step (PeriodicExtension) join the candidates.
 //
+// From 2 to 80 ms the passage up to 6 s away whose surroundings best repeat the gap's
+// (RepeatSearch) is taken away before the long model fills the rest, and added back:
+// one more candidate, for music, which repeats its beats and bars.
+//
 // Long gaps first look for a passage of the surrounding second whose borders match
 // the gap's (PatternSearch); a close match replaces the models' fill.
 //
@@ -153,7 +157,8 @@ public:
     void fill(float* const* channels, int channelCount, int start, int length, int before, int after);
 
 private:
-    static constexpr int maxFills = InpaintSettings::maxCandidates + 2;  // the models', the periodic and the repetition's
+    // The models', the periodic and the repetition's.
+    static constexpr int maxFills = InpaintSettings::maxCandidates + 2;
     // The segment holds `reach` samples on each side of the gap; the models and the
     // least-squares fills use the inner arReach of them.
     struct Layout {
@@ -184,6 +189,7 @@ private:
     void addRepetitionCandidate(int channelCount, const Layout& at);
     bool repeats(int length) const;
     int patternContext(int length) const;
+    int savedStride() const;
     double* savedRegion(int channel) const;
     double unmodelled(int channel, const Layout& at, int t) const;
     void fillCandidate(int candidate, int channelCount, const Layout& at);

@@ -158,7 +158,8 @@ RepeatSearch::Match RepeatSearch::find(const double* const* segments, int channe
     const Coarse coarse = coarseShifts(segments, channelCount, from, to, hole, length, border);
     Match best;
     for (int k = 0; k < coarse.count; ++k) {
-        const Match m = refine(segments, channelCount, from, to, hole, length, border, coarse.shifts[k], templateEnergy);
+        const Match m =
+            refine(segments, channelCount, from, to, hole, length, border, coarse.shifts[k], templateEnergy);
         if (m.correlation > best.correlation) best = m;
     }
     return best;
