@@ -3,6 +3,9 @@
 // timed); BM_InpaintNearTheEnd the same 100 samples before the recording's end.
 // BM_InpaintReference fills the same 50 ms gap with the plain gap-wise
 // reference (Burg estimate, banded Cholesky), for the ratio of the two in one run.
+// BM_RepeatSearch finds the repeat of a 50 ms gap's 90 ms borders 6 s on each side
+// (coarse box sums, then the full rate); BM_RepeatSearchAtFullRate does the same with
+// the full-rate transform search of long gaps, for the ratio of the two.
 #include <benchmark/benchmark.h>
 
 #include <cmath>
@@ -10,7 +13,9 @@
 #include <vector>
 
 #include "inpaint/GapFiller.h"
+#include "inpaint/PatternSearch.h"
 #include "inpaint/ReferenceInpainters.h"
+#include "inpaint/RepeatSearch.h"
 
 namespace {
 
@@ -80,5 +85,43 @@ void BM_InpaintReference(benchmark::State& state)
     }
 }
 BENCHMARK(BM_InpaintReference)->Arg(50)->Unit(benchmark::kMillisecond)->Iterations(1);
+
+// 6 s on each side of a 50 ms gap, as doubles; the gap's 90 ms borders.
+struct RepeatSetup {
+    static constexpr int gap = rate / 20, reach = 6 * rate, border = 90 * rate / 1000;
+    RepeatSetup()
+    {
+        const auto material = stereoMaterial(2 * reach + gap);
+        for (int c = 0; c < 2; ++c) {
+            samples[c].assign(material[c].begin(), material[c].end());
+            std::fill_n(samples[c].begin() + reach, gap, 0.0);
+            rows[c] = samples[c].data();
+        }
+    }
+    int count() const { return static_cast<int>(samples[0].size()); }
+    std::vector<double> samples[2];
+    const double* rows[2];
+};
+
+void BM_RepeatSearch(benchmark::State& state)
+{
+    RepeatSetup s;
+    RepeatSearch search(s.count(), rate / 5000);
+    for (auto _ : state) benchmark::DoNotOptimize(search.find(s.rows, 2, 0, s.count(), s.reach, s.gap, s.border));
+}
+BENCHMARK(BM_RepeatSearch)->Unit(benchmark::kMillisecond);
+
+void BM_RepeatSearchAtFullRate(benchmark::State& state)
+{
+    RepeatSetup s;
+    PatternSearch search(s.count(), 2);
+    std::vector<double> out[2] = {std::vector<double>(s.gap), std::vector<double>(s.gap)};
+    double* outRows[2] = {out[0].data(), out[1].data()};
+    for (auto _ : state) {
+        search.begin(s.rows, 2, s.count());
+        benchmark::DoNotOptimize(search.fill(s.reach, s.gap, s.border, outRows));
+    }
+}
+BENCHMARK(BM_RepeatSearchAtFullRate)->Unit(benchmark::kMillisecond);
 
 }  // namespace
