@@ -69,6 +69,27 @@ double PatternSearch::correlationAt(int hole, int length, int border)
     return windowEnergy(hole - border, length, border);
 }
 
+// The score of the window starting at u, from its correlation in work[u].
+double PatternSearch::scoreAt(int u, int hole, int length, int border, double templateEnergy) const
+{
+    if (u < hole + length && u + 2 * border + length > hole) return 0.0;
+    const double e = windowEnergy(u, length, border);
+    if (!(e > 1e-12 * templateEnergy)) return 0.0;
+    return work[u] / std::sqrt(e * templateEnergy);
+}
+
+double* PatternSearch::scores(int hole, int length, int border, int& windows)
+{
+    windows = 0;
+    border = std::min(border, hole);
+    if (border <= 0 || hole + length + border > count_) return nullptr;
+    const double templateEnergy = correlationAt(hole, length, border);
+    if (!(templateEnergy > 0.0)) return nullptr;
+    windows = count_ - (2 * border + length) + 1;
+    for (int u = 0; u < windows; ++u) work[u] = scoreAt(u, hole, length, border, templateEnergy);
+    return work.get();
+}
+
 double PatternSearch::fill(int hole, int length, int border, double* const* out)
 {
     for (int c = 0; c < channels; ++c) std::fill_n(out[c], length, 0.0);
@@ -80,10 +101,7 @@ double PatternSearch::fill(int hole, int length, int border, double* const* out)
     int best = -1;
     double bestScore = 0.0;
     for (int u = 0; u + span <= count_; ++u) {
-        if (u < hole + length && u + span > hole) continue;
-        const double e = windowEnergy(u, length, border);
-        if (!(e > 1e-12 * templateEnergy)) continue;
-        const double score = work[u] / std::sqrt(e * templateEnergy);
+        const double score = scoreAt(u, hole, length, border, templateEnergy);
         if (score > bestScore) {
             bestScore = score;
             best = u;

@@ -25,10 +25,17 @@ public:
     // Returns the match's normalised correlation, or 0 (and writes zeros) when no
     // source fits.
     double fill(int hole, int length, int border, double* const* out);
+    // The same search's scores, for other selections: the normalised correlation of the
+    // hole's borders with the borders of every window of the same shape starting at u,
+    // for u < windows (0 where the window holds part of the hole or is silent).
+    // In the search's own buffer, which the caller may overwrite, until the next call;
+    // nullptr with windows = 0 when no source fits.
+    double* scores(int hole, int length, int border, int& windows);
 
 private:
     double correlationAt(int hole, int length, int border);
     double windowEnergy(int u, int length, int border) const;
+    double scoreAt(int u, int hole, int length, int border, double templateEnergy) const;
 
     int size;
     int maxChannels_;

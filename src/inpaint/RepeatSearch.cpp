@@ -3,20 +3,11 @@
 #include <algorithm>
 #include <cmath>
 
-#include "inpaint/TransformSize.h"
-
 RepeatSearch::RepeatSearch(int maxLength, int hop)
     : maxLength_(maxLength),
       hop_(std::max(1, hop)),
-      size(transformSizeFor(maxLength / hop_ + 1)),
-      fft(size),
-      blocks(new double[size]()),
-      blockEnergy(new double[size + 1]()),
-      pattern(new double[size]()),
-      re(new double[size / 2 + 1]()),
-      im(new double[size / 2 + 1]()),
-      patternRe(new double[size / 2 + 1]()),
-      patternIm(new double[size / 2 + 1]())
+      blocks(new double[maxLength / hop_ + 1]()),
+      blockSearch(maxLength / hop_ + 1, 1)
 {
 }
 
@@ -38,56 +29,24 @@ RepeatSearch::Coarse RepeatSearch::coarseShifts(const double* const* segments, i
     // quarter of its width.
     const int h = hop_;
     const int count = std::max(0, (to - from - 2 * h) / h + 1);
-    // The template's blocks: those wholly within the border before the hole
-    // [beforeFrom, beforeTo) and within the one after it [afterFrom, afterTo).
-    const int beforeFrom = std::max(0, ceilDiv(hole - border - from, h));
-    const int beforeTo = floorDiv(hole - from, h) - 1;
-    const int afterFrom = ceilDiv(hole + length - from, h);
-    const int afterTo = std::min(count, floorDiv(hole + length + border - from, h) - 1);
-    if (beforeTo <= beforeFrom || afterTo <= afterFrom) return coarse;
-    const int span = afterTo - beforeFrom;
-
-    std::fill_n(blocks.get(), size, 0.0);
     for (int m = 0; m < count; ++m) {
         double sum = 0.0;
         for (int c = 0; c < channelCount; ++c)
             for (int j = 0; j < 2 * h; ++j) sum += segments[c][from + m * h + j];
         blocks[m] = sum;
     }
-    blockEnergy[0] = 0.0;
-    for (int m = 0; m < count; ++m) blockEnergy[m + 1] = blockEnergy[m] + blocks[m] * blocks[m];
-
-    std::fill_n(pattern.get(), size, 0.0);
-    std::copy(blocks.get() + beforeFrom, blocks.get() + beforeTo, pattern.get());
-    std::copy(blocks.get() + afterFrom, blocks.get() + afterTo, pattern.get() + (afterFrom - beforeFrom));
-    const double patternEnergy = (blockEnergy[beforeTo] - blockEnergy[beforeFrom]) +
-                                 (blockEnergy[afterTo] - blockEnergy[afterFrom]);
-    if (!(patternEnergy > 0.0)) return coarse;
-
-    // correlation[u] = sum over j of pattern[j] blocks[u + j]: no wrap for u <= count - span.
-    const int bins = size / 2 + 1;
-    fft.realForward(blocks.get(), re.get(), im.get());
-    fft.realForward(pattern.get(), patternRe.get(), patternIm.get());
-    for (int k = 0; k < bins; ++k) {
-        const double r = re[k] * patternRe[k] + im[k] * patternIm[k];
-        const double i = im[k] * patternRe[k] - re[k] * patternIm[k];
-        re[k] = r;
-        im[k] = i;
-    }
-    fft.realInverse(re.get(), im.get(), pattern.get());
-
-    // Each window's score in place of its correlation (0 where it holds the hole or
-    // is silent), then the best few, apart.
-    double* score = pattern.get();
-    const int beforeLength = beforeTo - beforeFrom, afterOffset = afterFrom - beforeFrom;
-    const int windows = count - span + 1;
-    for (int u = 0; u < windows; ++u) {
-        const double energy = (blockEnergy[u + beforeLength] - blockEnergy[u]) +
-                              (blockEnergy[u + span] - blockEnergy[u + afterOffset]);
-        const bool holdsHole = u < afterFrom && u + span > beforeTo;
-        score[u] = holdsHole || !(energy > 1e-12 * patternEnergy) ? 0.0 : score[u] / std::sqrt(energy * patternEnergy);
-    }
-    const int separation = std::max(2, span / 4);
+    // The hole in blocks: from the first block that reaches into it to the first
+    // wholly after it; the borders: as many blocks as lie wholly within both sides.
+    const int holeFrom = floorDiv(hole - from, h) - 1, holeTo = ceilDiv(hole + length - from, h);
+    const int blockBorder = std::min(holeFrom - std::max(0, ceilDiv(hole - border - from, h)),
+                                     floorDiv(hole + length + border - from, h) - 1 - holeTo);
+    if (holeFrom < 0 || blockBorder <= 0) return coarse;
+    const double* blockRows[1] = {blocks.get()};
+    blockSearch.begin(blockRows, 1, count);
+    int windows = 0;
+    double* score = blockSearch.scores(holeFrom, holeTo - holeFrom, blockBorder, windows);
+    if (!score) return coarse;
+    const int separation = std::max(2, (2 * blockBorder + holeTo - holeFrom) / 4);
     for (; coarse.count < shortlist; ++coarse.count) {
         int best = -1;
         double bestScore = 0.0;
@@ -97,7 +56,7 @@ RepeatSearch::Coarse RepeatSearch::coarseShifts(const double* const* segments, i
                 best = u;
             }
         if (best < 0) break;
-        coarse.shifts[coarse.count] = (best - beforeFrom) * h;
+        coarse.shifts[coarse.count] = (best - (holeFrom - blockBorder)) * h;
         std::fill(score + std::max(0, best - separation), score + std::min(windows, best + separation + 1), 0.0);
     }
     return coarse;

@@ -2,9 +2,9 @@
 // samples before and after a hole of the same length) best match the hole's own
 // borders by normalised correlation over all channels, seconds away if need be (music
 // repeats its beats and bars). A coarse search on the channels' sum in box sums of
-// 2 `hop` samples every `hop` lists the likeliest shifts from one transform of the
-// segment and one of the borders; the best of them is then refined sample by sample
-// at the full rate, where only a few hundred correlations remain to be summed.
+// 2 `hop` samples every `hop` (the similarity search of long gaps, PatternSearch, on
+// those blocks) lists the likeliest shifts; the best of them is then refined sample by
+// sample at the full rate, where only a few hundred correlations remain to be summed.
 //
 // The constructor allocates for segments up to maxLength samples; find never does.
 // Double arithmetic in plain loops and the signal library's transform: the same bits
@@ -13,7 +13,7 @@
 
 #include <memory>
 
-#include "signal/CFft_std.h"
+#include "inpaint/PatternSearch.h"
 
 class RepeatSearch {
 public:
@@ -44,10 +44,6 @@ private:
 
     int maxLength_;
     int hop_;
-    int size;  // the coarse transform's
-    standardLib::standard::CFft_std<double> fft;
-    std::unique_ptr<double[]> blocks;        // size: the decimated channels' sum
-    std::unique_ptr<double[]> blockEnergy;   // size + 1 running sums of squares of blocks
-    std::unique_ptr<double[]> pattern;       // size
-    std::unique_ptr<double[]> re, im, patternRe, patternIm;  // size / 2 + 1
+    std::unique_ptr<double[]> blocks;  // maxLength / hop: the channels' sum in boxes
+    PatternSearch blockSearch;         // over the blocks
 };

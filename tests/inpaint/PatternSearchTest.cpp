@@ -67,6 +67,36 @@ TEST(PatternSearch, NoRoomMeansNoMatch)
     for (double v : fill) ASSERT_EQ(v, 0.0);
 }
 
+// Every window's score is the normalised correlation of its borders with the hole's,
+// summed plainly; windows over the hole score 0.
+TEST(PatternSearch, ScoresEveryWindowByItsBordersCorrelation)
+{
+    const int count = 3000, hole = 1400, length = 100, border = 200, span = 2 * border + length;
+    auto x = repeatingNoise(count, 611, 4);
+    for (int i = 0; i < count; ++i) x[i] += 0.2 * std::sin(0.37 * i * i / count);  // no exact repeat
+    std::fill_n(x.begin() + hole, length, 0.0);
+    PatternSearch search(count, 1);
+    const double* segments[1] = {x.data()};
+    search.begin(segments, 1, count);
+    int windows = 0;
+    const double* scores = search.scores(hole, length, border, windows);
+    ASSERT_EQ(windows, count - span + 1);
+    for (int u = 0; u < windows; ++u) {
+        if (u < hole + length && u + span > hole) {
+            ASSERT_EQ(scores[u], 0.0) << u;
+            continue;
+        }
+        double product = 0.0, here = 0.0, there = 0.0;
+        for (int j = 0; j < span; ++j) {
+            if (j >= border && j < border + length) continue;
+            product += x[hole - border + j] * x[u + j];
+            here += x[hole - border + j] * x[hole - border + j];
+            there += x[u + j] * x[u + j];
+        }
+        ASSERT_NEAR(scores[u], product / std::sqrt(here * there), 1e-9) << u;
+    }
+}
+
 // A 100 ms gap in repeating stereo noise: the filler takes the repetition.
 TEST(GapFiller, LongGapInRepeatingSoundTakesTheRepetition)
 {
