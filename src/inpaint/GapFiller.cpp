@@ -41,6 +41,8 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
       errorWeightMaxGap(settings.errorWeightMaxGapMs > 0.0 ? msToSamples(settings.errorWeightMaxGapMs, sampleRate) : 0),
       sidedMaxGap(msToSamples(settings.sidedMaxGapMs, sampleRate)),
       holdOutMaxGap(msToSamples(settings.holdOutMaxGapMs, sampleRate)),
+      nextToGapMaxGap(settings.nextToGapMaxGapMs > 0.0 ? msToSamples(settings.nextToGapMaxGapMs, sampleRate) : 0),
+      nextToGapWidth(msToSamples(settings.nextToGapWidthMs, sampleRate)),
       edgeMaxGap(msToSamples(settings.edgeMaxGapMs, sampleRate)),
       periodicMinGap(msToSamples(settings.periodicMinGapMs, sampleRate)),
       patternMinGap(msToSamples(settings.patternMinGapMs, sampleRate)),
@@ -58,7 +60,7 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
       estimator(maxChannels * (2 * contextSamples + maxGap), 6 * maxChannels, order),
       flooring(order),
       normal(2 * arContext(maxGap) + maxGap, order),
-      solver(maxGap, 3 * maxChannels),
+      solver(std::max(maxGap, std::min(maxGap, nextToGapMaxGap) + 2 * nextToGapWidth), 3 * maxChannels),
       edges(maxGap, order),
       sided(maxGap, order),
       search(maxGap >= patternMinGap ? 2 * patternContext(maxGap) + maxGap : 16, maxChannels),
@@ -67,13 +69,13 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
       segments(new double[static_cast<std::size_t>(maxChannels) * segmentCapacity]()),
       work(new double[segmentCapacity]()),
       saved(new double[repetitionReach > 0 ? static_cast<std::size_t>(maxChannels) * savedStride() : 1]()),
-      rightHandSides(new double[static_cast<std::size_t>(3) * maxChannels * maxGap]()),
-      rows(new double*[3 * maxChannels]()),
+      rightHandSides(new double[static_cast<std::size_t>(maxChannels) * (3 * maxGap + solver.maxSize())]()),
+      rows(new double*[maxRows * maxChannels]()),
       segmentRows(new const double*[maxChannels]()),
       column(new double[order + 1]()),
       model_(new double[order + 1]()),
       sideModels(new double[2 * (static_cast<std::size_t>(order) + 1)]()),
-      candidateFills(new double[static_cast<std::size_t>(maxFills) * 3 * maxChannels * maxGap]())
+      candidateFills(new double[static_cast<std::size_t>(maxFills) * maxRows * maxChannels * maxGap]())
 {
     for (const InpaintCandidate& candidate : settings.candidates) {
         if (candidate.contextMs <= 0.0) break;
@@ -120,7 +122,9 @@ GapFiller::Layout GapFiller::layout(int length, int before, int after) const
     const int reach = contextLength(length);
     const int knownBefore = std::clamp(before, 0, reach), knownAfter = std::clamp(after, 0, reach);
     const int knownFrom = reach - knownBefore, knownTo = reach + length + knownAfter;
-    return {length, arContext(length), reach, 2 * reach + length, knownFrom, knownTo, knownFrom, knownTo};
+    Layout at{length, arContext(length), reach, 2 * reach + length, knownFrom, knownTo, knownFrom, knownTo, {}, 0, false};
+    setStretches(at);
+    return at;
 }
 
 double* GapFiller::segment(int channel) const
@@ -128,22 +132,43 @@ double* GapFiller::segment(int channel) const
     return segments.get() + static_cast<std::size_t>(channel) * segmentCapacity;
 }
 
+// Up to nextToGapMaxGap the stretches lie next to the gap; longer gaps have theirs, of
+// their own length, an order away, beyond the reach of the gap's prediction errors.
+void GapFiller::setStretches(Layout& at) const
+{
+    at.stretches = 0;
+    at.nextToGap = at.length <= nextToGapMaxGap;
+    if (!settings_.validate) return;
+    const int g = at.gap(), length = at.length;
+    const int width = std::min(length, nextToGapWidth);
+    at.stretch[0] = at.nextToGap ? Stretch{g - width, width} : Stretch{g - order - length, length};
+    at.stretch[1] = at.nextToGap ? Stretch{g + length, width} : Stretch{g + length + order, length};
+    at.stretches = 2;
+}
+
+// Samples in a candidate's row: the gap's length, or its stretch's.
+int GapFiller::rowLength(const Layout& at, int row, int channelCount) const
+{
+    return row < channelCount ? at.length : at.stretch[row / channelCount - 1].length;
+}
+
 double* GapFiller::rightHandSide(int row) const
 {
     return rightHandSides.get() + static_cast<std::size_t>(row) * maxGap_;
 }
 
-// side 0: before the gap, 1: after it.
-int GapFiller::validationStart(const Layout& at, int side) const
+// A channel's fill of the widened gap.
+double* GapFiller::widenedRow(int channel) const
 {
-    return side == 0 ? at.gap() - order - at.length : at.gap() + at.length + order;
+    return rightHandSides.get() + static_cast<std::size_t>(3) * maxChannels_ * maxGap_ +
+           static_cast<std::size_t>(channel) * solver.maxSize();
 }
 
 // Whether a validation stretch and the audio its restoration reads lie in the recording.
-bool GapFiller::validationSideKnown(const Layout& at, int side) const
+bool GapFiller::stretchKnown(const Layout& at, int i) const
 {
-    const int v = validationStart(at, side);
-    return at.holds(v - order, v + at.length + order);
+    const Stretch& v = at.stretch[i];
+    return at.holds(v.start - order, v.start + v.length + order);
 }
 
 // Past the recording's ends the segment holds silence again for the searches that
@@ -174,14 +199,13 @@ void GapFiller::addContext(int c, const Layout& at, int from, int to, bool holdO
     const double* s = segment(c);
     from = std::max(from, at.knownFrom);
     to = std::min(to, at.knownTo);
-    if (holdOut && settings_.validate)
-        for (int side = 0; side < 2; ++side) {
-            const int v = validationStart(at, side);
-            if (v < to && v + at.length > from) {  // any overlap, also of a stretch's tail
-                if (v > from) estimator.add(s + from, v - from);
-                from = v + at.length;
-            }
+    for (int i = 0; i < at.stretches && holdOut; ++i) {  // in the order they lie
+        const Stretch& v = at.stretch[i];
+        if (v.start < to && v.start + v.length > from) {  // any overlap, also of a stretch's tail
+            if (v.start > from) estimator.add(s + from, v.start - from);
+            from = v.start + v.length;
         }
+    }
     if (to > from) estimator.add(s + from, to - from);
 }
 
@@ -240,15 +264,15 @@ void GapFiller::continuePastEdges(int channelCount, const Layout& at, int modelO
 // Near an end, the solve takes the audio past it as the model's continuation of the
 // recording, and the fill (unless `refine` is off: a fill that is dropped) is then
 // refined towards the one that minimises only the prediction errors within it.
-void GapFiller::solveNearEdges(int channelCount, const Layout& at, int modelOrder, bool refine)
+void GapFiller::solveNearEdges(int channelCount, const Layout& at, int modelOrder, bool refine, bool widen)
 {
     const bool nearEdge = at.knownFrom > at.gap() - modelOrder || at.knownTo < at.gap() + at.length + modelOrder;
     if (!nearEdge) {
-        solve(channelCount, at, modelOrder);
+        solve(channelCount, at, modelOrder, widen);
         return;
     }
     continuePastEdges(channelCount, at, modelOrder);
-    solve(channelCount, at, modelOrder);
+    solve(channelCount, at, modelOrder, widen);
     for (int c = 0; c < channelCount && refine; ++c) {
         edges.refine(model_.get(), modelOrder, column.get(), solver, segment(c), at.gap(), at.length, at.knownFrom,
                      at.knownTo, settings_.edgeIterations);
@@ -257,27 +281,49 @@ void GapFiller::solveNearEdges(int channelCount, const Layout& at, int modelOrde
 }
 
 // The least-squares fill of the gap (and of the validation stretches) given the model:
-// T x = -(A^T A s)[gap] with the unknowns zero in s, T[i][j] = c[|i - j|].
-void GapFiller::solve(int channelCount, const Layout& at, int modelOrder)
+// T x = -(A^T A s)[gap] with the unknowns zero in s, T[i][j] = c[|i - j|]. The far
+// stretches are holes of their own, beyond the reach of the gap's prediction errors;
+// those next to the gap are filled with it as one widened hole, whose fill of the gap
+// is the one kept.
+void GapFiller::solve(int channelCount, const Layout& at, int modelOrder, bool widen)
 {
-    const int stretches = settings_.validate ? 3 : 1;
+    std::copy_n(normal.modelAutocorrelation(), modelOrder + 1, column.get());
+    if (widen && at.widened()) solveWidened(channelCount, at, modelOrder);
+    const int holes = 1 + at.farStretches();
     for (int c = 0; c < channelCount; ++c) {
         double* q = work.get();
         std::copy_n(segment(c) + at.arStart(), at.arTotal(), q);
         std::fill_n(q + at.arReach, at.length, 0.0);
-        for (int side = 0; side + 1 < stretches; ++side)
-            std::fill_n(q + validationStart(at, side) - at.arStart(), at.length, 0.0);
+        for (int i = 0; i + 1 < holes; ++i) std::fill_n(q + at.stretch[i].start - at.arStart(), at.length, 0.0);
         normal.apply(q, at.arTotal(), q);
-        for (int v = 0; v < stretches; ++v) {
-            const double* from = q + (v == 0 ? at.gap() : validationStart(at, v - 1)) - at.arStart();
+        for (int v = 0; v < holes; ++v) {
+            const double* from = q + (v == 0 ? at.gap() : at.stretch[v - 1].start) - at.arStart();
             double* rhs = rightHandSide(v * channelCount + c);
             for (int i = 0; i < at.length; ++i) rhs[i] = -from[i];
             rows[v * channelCount + c] = rhs;
         }
     }
-    std::copy_n(normal.modelAutocorrelation(), modelOrder + 1, column.get());
-    solver.solve(column.get(), modelOrder, at.length, rows.get(), stretches * channelCount);
+    solver.solve(column.get(), modelOrder, at.length, rows.get(), holes * channelCount);
     for (int c = 0; c < channelCount; ++c) std::copy_n(rows[c], at.length, segment(c) + at.gap());
+}
+
+// The gap widened by the stretches next to it, one hole: the rows of those stretches.
+void GapFiller::solveWidened(int channelCount, const Layout& at, int modelOrder)
+{
+    const Stretch& before = at.stretch[0];
+    const int hole = before.length + at.length + at.stretch[1].length;
+    double** widened = rows.get() + channelCount;
+    for (int c = 0; c < channelCount; ++c) {
+        double* q = work.get();
+        std::copy_n(segment(c) + at.arStart(), at.arTotal(), q);
+        std::fill_n(q + (before.start - at.arStart()), hole, 0.0);
+        normal.apply(q, at.arTotal(), q);
+        double* rhs = widenedRow(c);
+        for (int i = 0; i < hole; ++i) rhs[i] = -q[before.start - at.arStart() + i];
+        widened[c] = rhs;
+    }
+    solver.solve(column.get(), modelOrder, hole, widened, channelCount);
+    for (int c = 0; c < channelCount; ++c) widened[channelCount + c] = widened[c] + before.length + at.length;
 }
 
 // The similarity search's fill of the gap, written to the first candidate's rows;
@@ -300,10 +346,10 @@ bool GapFiller::patternFill(int channelCount, const Layout& at)
     return search.fill(reach, at.length, border, rows.get()) >= trust;
 }
 
-void GapFiller::keepCandidate(int candidate, int channelCount, const Layout& at, int firstStretch, int stretches)
+void GapFiller::keepCandidate(int candidate, int channelCount, const Layout& at, int firstRow, int endRow)
 {
-    for (int r = firstStretch * channelCount; r < stretches * channelCount; ++r)
-        std::copy_n(rows[r], at.length, candidateFill(candidate, r));
+    for (int r = firstRow * channelCount; r < endRow * channelCount; ++r)
+        std::copy_n(rows[r], rowLength(at, r, channelCount), candidateFill(candidate, r));
 }
 
 // The validation system: gram[i][j] = <y_i, y_j> and gram[i][k] = <y_i, x> over the
@@ -311,20 +357,21 @@ void GapFiller::keepCandidate(int candidate, int channelCount, const Layout& at,
 void GapFiller::validationSystem(int channelCount, const Layout& at, double (*gram)[maxFills + 1]) const
 {
     const int k = activeCandidates;
-    for (int row = channelCount; row < 3 * channelCount; ++row) {
-        const int side = row / channelCount - 1, c = row % channelCount;
-        if (!validationSideKnown(at, side)) continue;
-        const double* x = segment(c) + validationStart(at, side);
+    for (int row = channelCount; row < (1 + at.stretches) * channelCount; ++row) {
+        const int stretch = row / channelCount - 1, c = row % channelCount;
+        if (!stretchKnown(at, stretch)) continue;
+        const double* x = segment(c) + at.stretch[stretch].start;
+        const int w = at.stretch[stretch].length;
         for (int i = 0; i < k; ++i) {
             const double* yi = candidateFill(i, row);
             for (int j = 0; j <= i; ++j) {
                 const double* yj = candidateFill(j, row);
                 double sum = 0.0;
-                for (int t = 0; t < at.length; ++t) sum += yi[t] * yj[t];
+                for (int t = 0; t < w; ++t) sum += yi[t] * yj[t];
                 gram[i][j] += sum;
             }
             double sum = 0.0;
-            for (int t = 0; t < at.length; ++t) sum += yi[t] * x[t];
+            for (int t = 0; t < w; ++t) sum += yi[t] * x[t];
             gram[i][k] += sum;
         }
     }
@@ -356,20 +403,21 @@ void solveSmall(double (*gram)[columns], int k, double* x)
 void GapFiller::relativeErrors(int channelCount, const Layout& at, double* errors) const
 {
     for (int i = 0; i < activeCandidates; ++i) errors[i] = 0.0;
-    for (int side = 0; side < 2; ++side) {
-        if (!validationSideKnown(at, side)) continue;
+    for (int side = 0; side < at.stretches; ++side) {
+        if (!stretchKnown(at, side)) continue;
+        const int w = at.stretch[side].length;
         double energy = 0.0;
         for (int c = 0; c < channelCount; ++c) {
-            const double* x = segment(c) + validationStart(at, side);
-            for (int t = 0; t < at.length; ++t) energy += x[t] * x[t];
+            const double* x = segment(c) + at.stretch[side].start;
+            for (int t = 0; t < w; ++t) energy += x[t] * x[t];
         }
         if (!(energy > 0.0)) continue;
         for (int i = 0; i < activeCandidates; ++i) {
             double error = 0.0;
             for (int c = 0; c < channelCount; ++c) {
-                const double* x = segment(c) + validationStart(at, side);
+                const double* x = segment(c) + at.stretch[side].start;
                 const double* y = candidateFill(i, (side + 1) * channelCount + c);
-                for (int t = 0; t < at.length; ++t) error += (y[t] - x[t]) * (y[t] - x[t]);
+                for (int t = 0; t < w; ++t) error += (y[t] - x[t]) * (y[t] - x[t]);
             }
             errors[i] += error / energy;
         }
@@ -443,7 +491,7 @@ void GapFiller::combineCandidates(int channelCount, const Layout& at)
 
 double* GapFiller::candidateFill(int candidate, int row) const
 {
-    return candidateFills.get() + (static_cast<std::size_t>(candidate) * 3 * maxChannels_ + row) * maxGap_;
+    return candidateFills.get() + (static_cast<std::size_t>(candidate) * maxRows * maxChannels_ + row) * maxGap_;
 }
 
 // The period repetition's fill of the gap and of the validation stretches (which sit
@@ -451,12 +499,23 @@ double* GapFiller::candidateFill(int candidate, int row) const
 void GapFiller::addPeriodicCandidate(int channelCount, const Layout& at)
 {
     for (int c = 0; c < channelCount; ++c) segmentRows[c] = segment(c);
-    const int stretches = settings_.validate ? 3 : 1;
-    for (int v = 0; v < stretches; ++v) {
+    for (int v = 0; v <= at.farStretches(); ++v) {
         for (int c = 0; c < channelCount; ++c) rows[c] = candidateFill(activeCandidates, v * channelCount + c);
         const double periodicity = periodic.fill(segmentRows.get(), channelCount,
-                                                 v == 0 ? at.gap() : validationStart(at, v - 1), at.length, rows.get());
+                                                 v == 0 ? at.gap() : at.stretch[v - 1].start, at.length, rows.get());
         if (v == 0 && periodicity < settings_.periodicTrust) return;
+    }
+    if (at.widened()) {  // the stretches next to the gap, as part of the widened hole
+        const Stretch& before = at.stretch[0];
+        const Stretch& after = at.stretch[1];
+        for (int c = 0; c < channelCount; ++c) rows[c] = widenedRow(c);
+        periodic.fill(segmentRows.get(), channelCount, before.start, before.length + at.length + after.length,
+                      rows.get());
+        for (int c = 0; c < channelCount; ++c) {
+            std::copy_n(rows[c], before.length, candidateFill(activeCandidates, channelCount + c));
+            std::copy_n(rows[c] + before.length + at.length, after.length,
+                        candidateFill(activeCandidates, 2 * channelCount + c));
+        }
     }
     ++activeCandidates;
 }
@@ -489,16 +548,19 @@ void GapFiller::fillCandidate(int candidate, int channelCount, const Layout& at)
 {
     const InpaintCandidate& model = settings_.candidates[candidate];
     const int modelOrder = orderWithin(at, candidateOrder[candidate]);
-    const int stretches = settings_.validate ? 3 : 1;
+    const int stretches = 1 + at.stretches;  // rows
     const bool holdOut = settings_.validate && at.length <= holdOutMaxGap;
     for (int heldOut = holdOut ? 1 : 0; heldOut >= 0; --heldOut) {
+        // Without a held-out round the one estimate still leaves out the stretches
+        // next to the gap, which its fill restores.
+        const bool leaveOut = heldOut == 1 || (!holdOut && at.widened());
         for (int c = 0; c < channelCount; ++c) std::fill_n(segment(c) + at.gap(), at.length, 0.0);
         for (int pass = 0; pass < model.passes; ++pass) {
-            estimate(channelCount, at, candidateContext[candidate], modelOrder, pass == 0, heldOut == 1);
+            estimate(channelCount, at, candidateContext[candidate], modelOrder, pass == 0, leaveOut);
             // The held-out estimate's last fill of the gap is not kept: near an end
             // it is left unrefined.
             const bool dropped = heldOut == 1 && pass + 1 == model.passes;
-            solveNearEdges(channelCount, at, modelOrder, !dropped);
+            solveNearEdges(channelCount, at, modelOrder, !dropped, leaveOut);
         }
         if (!heldOut && model.sidedShare > 0.0 && at.length <= sidedMaxGap)
             blendSidedFill(channelCount, at, candidateContext[candidate], modelOrder, model.sidedShare);
@@ -525,12 +587,12 @@ void GapFiller::addRepetitionCandidate(int channelCount, const Layout& at)
             s[t] = unmodelled(c, at, t) - found.gain * unmodelled(c, at, t + shift);
     }
     fillCandidate(0, channelCount, at);
-    const int stretches = settings_.validate ? 3 : 1;
-    for (int v = 0; v < stretches; ++v) {
-        const int from = (v == 0 ? at.gap() : validationStart(at, v - 1)) + shift;
+    for (int v = 0; v <= at.stretches; ++v) {
+        const int from = (v == 0 ? at.gap() : at.stretch[v - 1].start) + shift;
+        const int length = v == 0 ? at.length : at.stretch[v - 1].length;
         for (int c = 0; c < channelCount; ++c) {
             double* y = candidateFill(activeCandidates, v * channelCount + c);
-            for (int i = 0; i < at.length; ++i) y[i] += found.gain * unmodelled(c, at, from + i);
+            for (int i = 0; i < length; ++i) y[i] += found.gain * unmodelled(c, at, from + i);
         }
     }
     for (int c = 0; c < channelCount; ++c) std::copy_n(savedRegion(c), at.arTotal(), segment(c) + at.arStart());

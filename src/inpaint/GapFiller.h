@@ -8,14 +8,16 @@
 // the gap, pooled over the channels; a white floor under its spectrum keeps the
 // solve regular. Further passes (if asked) take the model across the current fill.
 // One banded Toeplitz system, solved by Levinson's recursion with FFT products for
-// the right-hand sides, serves every channel. The same model also fills two stretches
-// of known audio of the gap's length just outside the gap's reach. With several
-// candidate models (context, order, passes), each gives a fill, and the least-squares
-// weights that would have restored those known stretches best combine them (with one
+// the right-hand sides, serves every channel. With several candidate models (context,
+// order, passes), each gives a fill, and each also restores known audio that its
+// model never saw: up to 80 ms the 5 ms on each side right next to the gap, filled
+// with it as one widened hole from the same context. Up to 40 ms the fills are then
+// combined by weights that sum to one, each inversely proportional to the square of
+// its relative error on that audio (a soft choice of the model that suits the sound);
+// longer gaps by the least-squares weights that would have restored it best (with one
 // candidate, a gain of at most 1), which keeps an unreliable fill from doing worse
-// than silence. For short gaps the stretches are restored by models estimated without
-// them, so a model that merely fits its context well is not favoured; the shortest
-// gaps weight the fills by their relative errors there instead. Around 10 ms the
+// than silence. Gaps the similarity search below leaves to the models from 80 ms on
+// restore stretches of their own length an order away instead. Around 10 ms the
 // short-context model's fill is half the fill under one model from each side
 // (SidedLeastSquares), which follows a voice changing across the gap. From 10 ms, where
 // both sides are clearly periodic, the pitch cycles of the two sides repeated across
@@ -110,16 +112,25 @@ struct InpaintSettings {
     double sidedMaxGapMs = 12.0;
     int sidedIterations = 10;  // conjugate gradient steps of the two-sided fill
     bool validate = true;  // weight the fills by their restorations of known audio
-    // Gaps up to holdOutMaxGapMs restore the validation stretches from a second
-    // estimate of each Burg model that leaves them out (twice the estimation work), so
-    // the weights judge each model on audio it did not fit.
+    // Gaps up to nextToGapMaxGapMs are judged on the audio right next to them, the
+    // most telling of what the gap held: nextToGapWidthMs (at most the gap's length)
+    // on each side, which each candidate restores as part of the gap widened by both,
+    // from the context the gap's own fill reads. Models never see those stretches.
+    // Longer gaps (whose similarity search found no match) restore stretches of the
+    // gap's length an order away from it, each a hole of its own.
+    double nextToGapMaxGapMs = 80.0;
+    double nextToGapWidthMs = 5.0;
+    // Gaps up to holdOutMaxGapMs estimate each model twice: once without the
+    // validation stretches, for their restorations, and once with them, for the gap's
+    // fill (the stretches next to the gap are the nearest audio it has). Longer gaps
+    // estimate once, without the stretches next to the gap (or with the far ones).
     double holdOutMaxGapMs = 40.0;
     // A held-out model restores the validation stretches less well than the model fit
     // on them restores the gap, so their least-squares weights shrink a good fill. Gaps
     // up to errorWeightMaxGapMs take weights that sum to one, each inversely
     // proportional to its fill's relative error on the stretches (each side's error
     // over its energy) to errorWeightPower.
-    double errorWeightMaxGapMs = 12.0;
+    double errorWeightMaxGapMs = 40.0;
     int errorWeightPower = 2;
     // Gaps from repetitionMinGapMs to repetitionMaxGapMs look for the best repeat of
     // the long model's context around them within repetitionReachMs on each side
@@ -161,10 +172,25 @@ private:
     static constexpr int maxFills = InpaintSettings::maxCandidates + 2;
     // The segment holds `reach` samples on each side of the gap; the models and the
     // least-squares fills use the inner arReach of them.
+    // A stretch of known audio that the candidates restore for their weights: an order
+    // away from the gap (a hole of its own) or next to it (part of the widened gap).
+    struct Stretch {
+        int start, length;
+    };
+    static constexpr int maxStretches = 2;  // before the gap, after it
+    // Rows per channel of a candidate's fills: the gap's, then each stretch's.
+    static constexpr int maxRows = 1 + maxStretches;
     struct Layout {
         int length, arReach, reach, total;
         int knownFrom, knownTo;  // the recording's samples: [knownFrom, knownTo)
         int recordedFrom, recordedTo;  // the same, also for long gaps (which take the rest as silence)
+        // The validation stretches (none without validation), next to the gap or an
+        // order away from it.
+        Stretch stretch[maxStretches];
+        int stretches;
+        bool nextToGap;
+        int farStretches() const { return nextToGap ? 0 : stretches; }
+        bool widened() const { return nextToGap && stretches > 0; }
         int gap() const { return reach; }
         int arStart() const { return reach - arReach; }
         int arTotal() const { return 2 * arReach + length; }
@@ -179,7 +205,7 @@ private:
     void load(float* const* channels, int channelCount, int start, const Layout& at);
     void addContext(int c, const Layout& at, int from, int to, bool holdOut);
     void estimate(int channelCount, const Layout& at, int context, int modelOrder, bool firstPass, bool holdOut);
-    void keepCandidate(int candidate, int channelCount, const Layout& at, int firstStretch, int stretches);
+    void keepCandidate(int candidate, int channelCount, const Layout& at, int firstRow, int endRow);
     void validationSystem(int channelCount, const Layout& at, double (*gram)[maxFills + 1]) const;
     void relativeErrors(int channelCount, const Layout& at, double* errors) const;
     void weightByErrors(int channelCount, const Layout& at);
@@ -195,13 +221,16 @@ private:
     void fillCandidate(int candidate, int channelCount, const Layout& at);
     void blendSidedFill(int channelCount, const Layout& at, int context, int modelOrder, double share);
     double* candidateFill(int candidate, int row) const;
-    void solve(int channelCount, const Layout& at, int modelOrder);
-    void solveNearEdges(int channelCount, const Layout& at, int modelOrder, bool refine);
+    void solve(int channelCount, const Layout& at, int modelOrder, bool widen);
+    void solveWidened(int channelCount, const Layout& at, int modelOrder);
+    void solveNearEdges(int channelCount, const Layout& at, int modelOrder, bool refine, bool widen);
+    void setStretches(Layout& at) const;
+    int rowLength(const Layout& at, int row, int channelCount) const;
+    double* widenedRow(int channel) const;
     void continuePastEdges(int channelCount, const Layout& at, int modelOrder);
-    bool validationSideKnown(const Layout& at, int side) const;
+    bool stretchKnown(const Layout& at, int i) const;
     void clearPastEdges(int channelCount, const Layout& at);
     int orderWithin(const Layout& at, int modelOrder) const;
-    int validationStart(const Layout& at, int side) const;
 
     InpaintSettings settings_;
     int candidates = 0;
@@ -213,7 +242,7 @@ private:
     int contextSamples;  // the longest candidate's
     int order;           // the highest candidate's
     int errorWeightMaxGap, sidedMaxGap;
-    int holdOutMaxGap, edgeMaxGap, periodicMinGap, patternMinGap, patternReach, patternBorder, patternLongGap;
+    int holdOutMaxGap, nextToGapMaxGap, nextToGapWidth, edgeMaxGap, periodicMinGap, patternMinGap, patternReach, patternBorder, patternLongGap;
     int patternWideMinGap, patternWideReach;
     int repetitionReach, repetitionMinGap, repetitionMaxGap;
     int maxGap_;
@@ -231,13 +260,14 @@ private:
     std::unique_ptr<double[]> segments;   // maxChannels rows of segmentCapacity
     std::unique_ptr<double[]> work;       // segmentCapacity
     std::unique_ptr<double[]> saved;      // maxChannels rows of the models' reach, when repeating
-    std::unique_ptr<double[]> rightHandSides;  // 3 * maxChannels rows of maxGap
-    std::unique_ptr<double*[]> rows;      // 3 * maxChannels right-hand sides
+    // 3 * maxChannels rows of maxGap, then maxChannels widened gaps
+    std::unique_ptr<double[]> rightHandSides;
+    std::unique_ptr<double*[]> rows;      // maxRows * maxChannels right-hand sides
     std::unique_ptr<const double*[]> segmentRows;  // maxChannels
     std::unique_ptr<double[]> column;     // order + 1
     std::unique_ptr<double[]> model_;     // order + 1: the floored model of the current pass
     std::unique_ptr<double[]> sideModels;  // 2 x (order + 1): before and after the gap
-    std::unique_ptr<double[]> candidateFills;  // maxCandidates x 3 x maxChannels x maxGap
+    std::unique_ptr<double[]> candidateFills;  // maxFills x maxRows x maxChannels x maxGap
     double weights[maxFills] = {};
 
 };

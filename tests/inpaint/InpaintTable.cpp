@@ -13,6 +13,8 @@
 // INPAINT_PATTERN (minGap:reach:border:trust), INPAINT_LONG (borderShare:longTrust:longGap),
 // INPAINT_ERROR_WEIGHTS (maxGap:power), INPAINT_SIDED (maxGap:iterations), INPAINT_WHITE,
 // INPAINT_REPEAT (reach:trust:minGap:maxGap in ms; reach 0: no repeat search),
+// INPAINT_NEXT_TO_GAP (maxGap:width in ms of the validation next to the gap; maxGap 0:
+// stretches an order away at every length),
 // INPAINT_NO_VALIDATION and INPAINT_EDGE_ITERATIONS (iterations[:maxGap]) set the filler's
 // parameters for experiments. INPAINT_EDGE=N ends the recording N samples after each gap
 // (INPAINT_EDGE_SIDE=before: N samples before it), and the filler is told so unless INPAINT_EDGE_BLIND is set (then it takes silence past the end).
@@ -69,6 +71,8 @@ InpaintSettings settingsFromEnvironment()
         std::sscanf(v, "%lf:%lf:%lf:%lf", &s.repetitionReachMs, &s.repetitionTrust, &s.repetitionMinGapMs,
                     &s.repetitionMaxGapMs);
     if (const char* v = std::getenv("INPAINT_HOLD_OUT_MS")) s.holdOutMaxGapMs = std::atof(v);
+    if (const char* v = std::getenv("INPAINT_NEXT_TO_GAP"))
+        std::sscanf(v, "%lf:%lf", &s.nextToGapMaxGapMs, &s.nextToGapWidthMs);
     if (std::getenv("INPAINT_NO_VALIDATION")) s.validate = false;
     if (const char* v = std::getenv("INPAINT_SIDED")) std::sscanf(v, "%lf:%d", &s.sidedMaxGapMs, &s.sidedIterations);
     if (const char* v = std::getenv("INPAINT_WHITE")) s.whiteFloor = std::atof(v);

@@ -68,7 +68,7 @@ struct Floor {
 // 5 ms music 12.0 and speech 14.1 before the weights that sum to one, and music 12.3 and
 // speech 15.6 before the short-context models weighted by their relative errors, which
 // these guard).
-constexpr Floor floors[] = {{5, 11.8, 16.3}, {20, 9.8, 23.3}, {50, 1.8, -0.5}, {100, 0.8, 7.6}};
+constexpr Floor floors[] = {{5, 10.0, 17.5}, {20, 10.2, 24.0}, {50, 2.9, -0.5}, {100, 0.8, 7.6}};
 // The instrumented build fills one gap per length: there only a sane figure counts.
 constexpr bool figuresCount = gapsPerLength == 3;
 constexpr double saneFloor = -6.0;
