@@ -164,11 +164,14 @@ double* GapFiller::widenedRow(int channel) const
            static_cast<std::size_t>(channel) * solver.maxSize();
 }
 
-// Whether a validation stretch and the audio its restoration reads lie in the recording.
+// Whether a validation stretch and the audio its restoration reads lie in the recording:
+// an order on both sides of a stretch of its own, on its outer side for one beside the
+// gap (the inner side is the gap).
 bool GapFiller::stretchKnown(const Layout& at, int i) const
 {
     const Stretch& v = at.stretch[i];
-    return at.holds(v.start - order, v.start + v.length + order);
+    const int before = at.nextToGap && i == 1 ? 0 : order, after = at.nextToGap && i == 0 ? 0 : order;
+    return at.holds(v.start - before, v.start + v.length + after);
 }
 
 // Past the recording's ends the segment holds silence again for the searches that
