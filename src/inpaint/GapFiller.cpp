@@ -60,7 +60,7 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
       estimator(maxChannels * (2 * contextSamples + maxGap), 6 * maxChannels, order),
       flooring(order),
       normal(2 * arContext(maxGap) + maxGap, order),
-      solver(std::max(maxGap, std::min(maxGap, nextToGapMaxGap) + 2 * nextToGapWidth), 3 * maxChannels),
+      solver(std::max(maxGap, std::min(maxGap, nextToGapMaxGap) + 2 * nextToGapWidth), maxRows * maxChannels),
       edges(maxGap, order),
       sided(maxGap, order),
       search(maxGap >= patternMinGap ? 2 * patternContext(maxGap) + maxGap : 16, maxChannels),
@@ -69,7 +69,7 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
       segments(new double[static_cast<std::size_t>(maxChannels) * segmentCapacity]()),
       work(new double[segmentCapacity]()),
       saved(new double[repetitionReach > 0 ? static_cast<std::size_t>(maxChannels) * savedStride() : 1]()),
-      rightHandSides(new double[static_cast<std::size_t>(maxChannels) * (3 * maxGap + solver.maxSize())]()),
+      rightHandSides(new double[static_cast<std::size_t>(maxChannels) * (maxRows * maxGap + solver.maxSize())]()),
       rows(new double*[maxRows * maxChannels]()),
       segmentRows(new const double*[maxChannels]()),
       column(new double[order + 1]()),
@@ -160,8 +160,17 @@ double* GapFiller::rightHandSide(int row) const
 // A channel's fill of the widened gap.
 double* GapFiller::widenedRow(int channel) const
 {
-    return rightHandSides.get() + static_cast<std::size_t>(3) * maxChannels_ * maxGap_ +
+    return rightHandSides.get() + static_cast<std::size_t>(maxRows) * maxChannels_ * maxGap_ +
            static_cast<std::size_t>(channel) * solver.maxSize();
+}
+
+// The rows of the stretches beside the gap: the ends of each channel's widened fill.
+void GapFiller::pointAtWidenedStretches(int channelCount, const Layout& at)
+{
+    for (int c = 0; c < channelCount; ++c) {
+        rows[channelCount + c] = widenedRow(c);
+        rows[2 * channelCount + c] = widenedRow(c) + at.stretch[0].length + at.length;
+    }
 }
 
 // Whether a validation stretch and the audio its restoration reads lie in the recording:
@@ -326,7 +335,7 @@ void GapFiller::solveWidened(int channelCount, const Layout& at, int modelOrder)
         widened[c] = rhs;
     }
     solver.solve(column.get(), modelOrder, hole, widened, channelCount);
-    for (int c = 0; c < channelCount; ++c) widened[channelCount + c] = widened[c] + before.length + at.length;
+    pointAtWidenedStretches(channelCount, at);
 }
 
 // The similarity search's fill of the gap, written to the first candidate's rows;
@@ -497,8 +506,9 @@ double* GapFiller::candidateFill(int candidate, int row) const
     return candidateFills.get() + (static_cast<std::size_t>(candidate) * maxRows * maxChannels_ + row) * maxGap_;
 }
 
-// The period repetition's fill of the gap and of the validation stretches (which sit
-// an order, more than its reach, away from the gap).
+// The period repetition's fill of the gap and of the validation stretches: each far
+// one a hole of its own (an order, more than its reach, away from the gap), those
+// beside the gap as the ends of the widened hole.
 void GapFiller::addPeriodicCandidate(int channelCount, const Layout& at)
 {
     for (int c = 0; c < channelCount; ++c) segmentRows[c] = segment(c);
@@ -508,17 +518,12 @@ void GapFiller::addPeriodicCandidate(int channelCount, const Layout& at)
                                                  v == 0 ? at.gap() : at.stretch[v - 1].start, at.length, rows.get());
         if (v == 0 && periodicity < settings_.periodicTrust) return;
     }
-    if (at.widened()) {  // the stretches next to the gap, as part of the widened hole
-        const Stretch& before = at.stretch[0];
-        const Stretch& after = at.stretch[1];
+    if (at.widened()) {
         for (int c = 0; c < channelCount; ++c) rows[c] = widenedRow(c);
-        periodic.fill(segmentRows.get(), channelCount, before.start, before.length + at.length + after.length,
-                      rows.get());
-        for (int c = 0; c < channelCount; ++c) {
-            std::copy_n(rows[c], before.length, candidateFill(activeCandidates, channelCount + c));
-            std::copy_n(rows[c] + before.length + at.length, after.length,
-                        candidateFill(activeCandidates, 2 * channelCount + c));
-        }
+        periodic.fill(segmentRows.get(), channelCount, at.stretch[0].start,
+                      at.stretch[0].length + at.length + at.stretch[1].length, rows.get());
+        pointAtWidenedStretches(channelCount, at);
+        keepCandidate(activeCandidates, channelCount, at, 1, maxRows);
     }
     ++activeCandidates;
 }

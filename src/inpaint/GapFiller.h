@@ -170,8 +170,6 @@ public:
 private:
     // The models', the periodic and the repetition's.
     static constexpr int maxFills = InpaintSettings::maxCandidates + 2;
-    // The segment holds `reach` samples on each side of the gap; the models and the
-    // least-squares fills use the inner arReach of them.
     // A stretch of known audio that the candidates restore for their weights: an order
     // away from the gap (a hole of its own) or next to it (part of the widened gap).
     struct Stretch {
@@ -180,6 +178,8 @@ private:
     static constexpr int maxStretches = 2;  // before the gap, after it
     // Rows per channel of a candidate's fills: the gap's, then each stretch's.
     static constexpr int maxRows = 1 + maxStretches;
+    // The segment holds `reach` samples on each side of the gap; the models and the
+    // least-squares fills use the inner arReach of them.
     struct Layout {
         int length, arReach, reach, total;
         int knownFrom, knownTo;  // the recording's samples: [knownFrom, knownTo)
@@ -227,6 +227,7 @@ private:
     void setStretches(Layout& at) const;
     int rowLength(const Layout& at, int row, int channelCount) const;
     double* widenedRow(int channel) const;
+    void pointAtWidenedStretches(int channelCount, const Layout& at);
     void continuePastEdges(int channelCount, const Layout& at, int modelOrder);
     bool stretchKnown(const Layout& at, int i) const;
     void clearPastEdges(int channelCount, const Layout& at);
@@ -260,7 +261,7 @@ private:
     std::unique_ptr<double[]> segments;   // maxChannels rows of segmentCapacity
     std::unique_ptr<double[]> work;       // segmentCapacity
     std::unique_ptr<double[]> saved;      // maxChannels rows of the models' reach, when repeating
-    // 3 * maxChannels rows of maxGap, then maxChannels widened gaps
+    // maxRows * maxChannels rows of maxGap, then maxChannels widened gaps
     std::unique_ptr<double[]> rightHandSides;
     std::unique_ptr<double*[]> rows;      // maxRows * maxChannels right-hand sides
     std::unique_ptr<const double*[]> segmentRows;  // maxChannels
@@ -269,5 +270,4 @@ private:
     std::unique_ptr<double[]> sideModels;  // 2 x (order + 1): before and after the gap
     std::unique_ptr<double[]> candidateFills;  // maxFills x maxRows x maxChannels x maxGap
     double weights[maxFills] = {};
-
 };

@@ -78,12 +78,19 @@ double PatternSearch::scoreAt(int u, int hole, int length, int border, double te
     return work[u] / std::sqrt(e * templateEnergy);
 }
 
+// The hole's borders correlated with every window (in work), shortened to the audio
+// before the hole; their energy, or 0 when no source fits.
+double PatternSearch::templateFor(int hole, int length, int& border)
+{
+    border = std::min(border, hole);
+    if (border <= 0 || hole + length + border > count_) return 0.0;
+    return correlationAt(hole, length, border);
+}
+
 double* PatternSearch::scores(int hole, int length, int border, int& windows)
 {
     windows = 0;
-    border = std::min(border, hole);
-    if (border <= 0 || hole + length + border > count_) return nullptr;
-    const double templateEnergy = correlationAt(hole, length, border);
+    const double templateEnergy = templateFor(hole, length, border);
     if (!(templateEnergy > 0.0)) return nullptr;
     windows = count_ - (2 * border + length) + 1;
     for (int u = 0; u < windows; ++u) work[u] = scoreAt(u, hole, length, border, templateEnergy);
@@ -93,9 +100,7 @@ double* PatternSearch::scores(int hole, int length, int border, int& windows)
 double PatternSearch::fill(int hole, int length, int border, double* const* out)
 {
     for (int c = 0; c < channels; ++c) std::fill_n(out[c], length, 0.0);
-    border = std::min(border, hole);
-    if (border <= 0 || hole + length + border > count_) return 0.0;
-    const double templateEnergy = correlationAt(hole, length, border);
+    const double templateEnergy = templateFor(hole, length, border);
     if (!(templateEnergy > 0.0)) return 0.0;
     const int span = 2 * border + length;
     int best = -1;

@@ -33,6 +33,7 @@ public:
     double* scores(int hole, int length, int border, int& windows);
 
 private:
+    double templateFor(int hole, int length, int& border);
     double correlationAt(int hole, int length, int border);
     double windowEnergy(int u, int length, int border) const;
     double scoreAt(int u, int hole, int length, int border, double templateEnergy) const;
