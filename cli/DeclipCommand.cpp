@@ -104,6 +104,15 @@ double fittingGain(const ClipSummary& summary, const AudioReader& reader, const 
     return gain;
 }
 
+// A peak in dBFS; digital silence has none.
+std::string describePeak(double peak)
+{
+    if (!(peak > 0.0)) return "-inf dBFS (silence)";
+    char text[32];
+    std::snprintf(text, sizeof text, "%+.2f dBFS", toDb(peak));
+    return text;
+}
+
 void printSummary(const ClipSummary& summary, const std::vector<ClipLevels>& levels, const AudioReader& reader,
                   double gain, double seconds)
 {
@@ -114,9 +123,9 @@ void printSummary(const ClipSummary& summary, const std::vector<ClipLevels>& lev
         std::printf("channel %zu: positive peaks %s, negative peaks %s\n", c + 1,
                     describeLevel(levels[c].positive).c_str(), describeLevel(levels[c].negative).c_str());
     const double share = reader.frames() > 0 ? 100.0 * summary.instants / reader.frames() : 0.0;
-    std::printf("%lld clipped runs, %lld clipped samples, %.2f%% of the time; restored peak %+.2f dBFS",
+    std::printf("%lld clipped runs, %lld clipped samples, %.2f%% of the time; restored peak %s",
                 static_cast<long long>(summary.runs), static_cast<long long>(summary.samples), share,
-                summary.peak() > 0.0 ? toDb(summary.peak()) : -999.0);
+                describePeak(summary.peak()).c_str());
     if (gain != 1.0) std::printf("; gain %+.2f dB", toDb(gain));
     std::printf("\n");
 }

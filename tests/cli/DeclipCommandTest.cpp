@@ -70,6 +70,16 @@ TEST_F(DeclipCommand, AFileWithoutClippingComesBackBitForBit)
               testsupport::readSoundFile<int>(path("in.wav")).samples);
 }
 
+TEST_F(DeclipCommand, ASilentFileComesBackSilentWithNoPeakInDecibels)
+{
+    writeAudio(path("in.wav"), std::vector<float>(2 * 4410, 0.0f), pcm16);
+    const auto outcome = ferrotip("declip " + path("in.wav") + " " + path("out.wav"));
+    ASSERT_EQ(outcome.status, 0) << outcome.output;
+    EXPECT_NE(outcome.output.find("restored peak -inf dBFS (silence)"), std::string::npos) << outcome.output;
+    EXPECT_EQ(testsupport::readSoundFile<int>(path("out.wav")).samples,
+              testsupport::readSoundFile<int>(path("in.wav")).samples);
+}
+
 // scan names the clipped channels at the levels declip finds, and only those.
 TEST_F(DeclipCommand, ScanNamesTheClippedChannels)
 {
