@@ -156,7 +156,8 @@ inline int flatCrests(const std::vector<float>& samples, std::size_t fewest, dou
             }
             std::size_t end = i;
             float top = 0.0f;
-            for (; end < samples.size() && sign * samples[end] > 0.5f * peak; ++end) top = std::max(top, sign * samples[end]);
+            for (; end < samples.size() && sign * samples[end] > 0.5f * peak; ++end)
+                top = std::max(top, sign * samples[end]);
             std::size_t nearTop = 0;
             for (std::size_t j = i; j < end; ++j) nearTop += sign * samples[j] >= 0.97f * top ? 1 : 0;
             if (top >= 0.8f * peak && nearTop >= fewest && nearTop >= share * (end - i)) ++flat;
@@ -197,7 +198,8 @@ inline Excerpt excerpt(const std::vector<std::string>& files, unsigned seed, dou
         if (result.sampleRate > 0 && result.samples.size() >= seconds * result.sampleRate) break;
         Excerpt file{{}, result.sampleRate};
         appendFile(files[static_cast<std::size_t>(ferrotip::rand()) % files.size()], file);
-        if (file.samples.empty() || clippedAlready(file.samples) || flatTopped(file.samples, file.sampleRate))
+        if (file.samples.empty() || clippedAlready(file.samples) ||
+            flatTopped(file.samples, file.sampleRate))
             continue;
         result.sampleRate = file.sampleRate;
         result.samples.insert(result.samples.end(), file.samples.begin(), file.samples.end());
