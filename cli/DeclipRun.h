@@ -20,6 +20,7 @@
 #include "declip/ChannelFinisher.h"
 #include "declip/ClipLevelFinder.h"
 #include "declip/Declipper.h"
+#include "declip/SocialDeclipper.h"
 #include "signal/SpreadOverThreads.h"
 
 inline constexpr std::int64_t chunkFrames = 65536;
@@ -134,9 +135,10 @@ std::vector<ClipLevels> clipLevels(Reader& reader, std::optional<double> level, 
 
 // What finishes a restored sample besides the sparse restoration in long frames, in
 // full scale 1 (only the clipped samples' values count): the sparse restoration in
-// frames half as long, and the autoregressive fill (NaN where it has none).
+// frames half as long, the autoregressive fill (NaN where it has none), and the
+// restoration by social sparsity (NaN where it has none) with its share.
 struct Companions {
-    float shorter, autoregressive;
+    float shorter, autoregressive, social, socialShare;
 };
 
 // Restored frames, interleaved: the sparse restoration in long frames in the file's
@@ -163,14 +165,17 @@ public:
           shortDeclipper_(FrameDeclipper::Settings::shorterFor(reader.sampleRate()), threads),
           fast_(fast),
           arDeclipper_(ArDeclipper::Settings::forSampleRate(reader.sampleRate()), threads),
+          socialDeclipper_(socialSettings(reader.sampleRate(), fast), threads, reader.channels()),
           channels_(reader.channels()),
-          context_(std::max(declipper_.context(), arDeclipper_.context())),
+          context_(std::max({declipper_.context(), arDeclipper_.context(), socialDeclipper_.context()})),
           capacity_(chunkFrames + 2 * context_),
           raw_(static_cast<std::size_t>(capacity_) * channels_),
           rows_(channels_, std::vector<float>(capacity_)),
           restored_(channels_, std::vector<float>(chunkFrames)),
           restoredShort_(channels_, std::vector<float>(chunkFrames)),
           filled_(channels_, std::vector<float>(chunkFrames, std::numeric_limits<float>::quiet_NaN())),
+          social_(channels_, std::vector<float>(chunkFrames)),
+          socialShare_(channels_, std::vector<float>(chunkFrames)),
           sparse_(static_cast<std::size_t>(chunkFrames) * channels_),
           companions_(static_cast<std::size_t>(chunkFrames) * channels_),
           finishers_(levels.begin(), levels.end())
@@ -186,7 +191,8 @@ public:
         const double scale = reader_.fullScale();
         const float sample = static_cast<float>(sparse / scale);
         if (levels_[channel].sign(sample) == 0) return sparse;
-        const float out = finishers_[channel].finished(sample, companions.shorter, companions.autoregressive);
+        const float out = finishers_[channel].finished(sample, companions.shorter, companions.autoregressive,
+                                                       companions.social, companions.socialShare);
         return static_cast<double>(out) * scale;
     }
 
@@ -224,6 +230,8 @@ public:
                 if (arDeclipper_.used())
                     arDeclipper_.restore(rows_[c].data(), held_, origin_, levels_[c], from - origin_,
                                          to - origin_, filled_[c].data());
+                socialDeclipper_.restore(rows_[c].data(), held_, origin_, levels_[c], from - origin_, to - origin_,
+                                         social_[c].data(), socialShare_[c].data());
             }
             interleave(from, to, summary, runs);
             sink(sparse_.data(), companions_.data(), to - from);
@@ -231,10 +239,18 @@ public:
             progress.update(progressBase + to);
         }
         runs.closeAll(summary);
-        for (auto& finisher : finishers_) finisher.finish(arDeclipper_);
+        for (auto& finisher : finishers_) finisher.finish(arDeclipper_, socialDeclipper_);
     }
 
 private:
+    // Fast: no restoration by social sparsity.
+    static SocialDeclipper::Settings socialSettings(int sampleRate, bool fast)
+    {
+        SocialDeclipper::Settings settings = SocialDeclipper::Settings::forSampleRate(sampleRate);
+        if (fast) settings.weight = 0.0f;
+        return settings;
+    }
+
     // Reads until the window reaches absolute sample `end`.
     void fill(std::int64_t end)
     {
@@ -268,7 +284,8 @@ private:
                 const std::size_t out = static_cast<std::size_t>(at - from) * channels_ + c;
                 const double scale = reader_.fullScale();
                 sparse_[out] = sign == 0 ? raw_[local * channels_ + c] : restored_[c][at - from] * scale;
-                companions_[out] = {restoredShort_[c][at - from], filled_[c][at - from]};
+                companions_[out] = {restoredShort_[c][at - from], filled_[c][at - from], social_[c][at - from],
+                                    socialShare_[c][at - from]};
                 finishers_[c].add(rows_[c][local], restored_[c][at - from], restoredShort_[c][at - from]);
                 runs.sample(c, at, sign, summary);
                 anyClipped = anyClipped || sign != 0;
@@ -283,12 +300,14 @@ private:
     Declipper declipper_, shortDeclipper_;  // in long and in short frames
     bool fast_;
     ArDeclipper arDeclipper_;
+    SocialDeclipper socialDeclipper_;
     int channels_;
     std::int64_t context_, capacity_;
     std::vector<double> raw_;               // interleaved, file scale
     std::vector<std::vector<float>> rows_;  // per channel, full scale 1
     std::vector<std::vector<float>> restored_, restoredShort_, filled_;  // per channel: sparse in long
                                                                         // and short frames, autoregressive
+    std::vector<std::vector<float>> social_, socialShare_;              // per channel
     std::vector<double> sparse_;                        // interleaved, file scale
     std::vector<Companions> companions_;                // interleaved, full scale 1
     std::vector<ChannelFinisher> finishers_;            // per channel

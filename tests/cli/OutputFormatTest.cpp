@@ -106,7 +106,9 @@ TEST_F(OutputFormat, DeclipFitsRestoredPeaksToTheOutputsFormat)
     ASSERT_EQ(asFlac.status, 0) << asFlac.output;
     EXPECT_NE(asFlac.output.find("gain -"), std::string::npos) << asFlac.output;
     const auto fitted = testsupport::readSoundFile<float>(path("out.flac"));
-    const float peak = *std::max_element(fitted.samples.begin(), fitted.samples.end());
+    // Lowered just enough: the larger polarity's peak reaches nearly full scale.
+    const auto [lowest, highest] = std::minmax_element(fitted.samples.begin(), fitted.samples.end());
+    const float peak = std::max(*highest, -*lowest);
     EXPECT_GT(peak, 0.95f);
     EXPECT_LE(peak, 1.0f);
 }

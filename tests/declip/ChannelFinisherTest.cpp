@@ -22,7 +22,8 @@ ChannelFinisher finisherOf(int length, int period)
         const bool clipped = n % period == 0;
         finisher.add(clipped ? level : 0.3f, clipped ? 0.8f : 0.3f, clipped ? 0.6f : 0.3f);
     }
-    finisher.finish(ArDeclipper(ArDeclipper::Settings::forSampleRate(44100)));
+    finisher.finish(ArDeclipper(ArDeclipper::Settings::forSampleRate(44100)),
+                    SocialDeclipper(SocialDeclipper::Settings::forSampleRate(8000)));
     return finisher;
 }
 
@@ -48,6 +49,25 @@ TEST(ChannelFinisher, MixesTheRestorationsAndTheFillIntoLightlyClippedChannelsOn
     const ChannelFinisher heavy = finisherOf(1000, 2);  // half clipped
     EXPECT_EQ(heavy.fillWeight(), 0.0f);
     EXPECT_FLOAT_EQ(heavy.finished(0.8f, 0.6f, 0.55f), mix);
+}
+
+TEST(ChannelFinisher, BlendsTheSocialRestorationByItsShareOutsideHeavilyClippedChannels)
+{
+    const ChannelFinisher light = finisherOf(1000, 50);  // 2% clipped
+    ASSERT_EQ(light.socialFactor(), 1.0f);
+    const float blend = light.finished(0.8f, 0.6f, 0.55f);
+    EXPECT_FLOAT_EQ(light.finished(0.8f, 0.6f, 0.55f, 0.7f, 0.3f), blend + 0.3f * (0.7f - blend));
+    EXPECT_EQ(light.finished(0.8f, 0.6f, 0.55f, none, 0.3f), blend);
+    EXPECT_EQ(light.finished(0.3f, 0.6f, 0.55f, 0.7f, 0.3f), 0.3f);  // not clipped
+
+    const ChannelFinisher heavy = finisherOf(1000, 2);  // half clipped
+    EXPECT_EQ(heavy.socialFactor(), 0.0f);
+    EXPECT_EQ(heavy.finished(0.8f, 0.6f, 0.55f, 0.7f, 0.3f), heavy.finished(0.8f, 0.6f, 0.55f));
+
+    const SocialDeclipper social(SocialDeclipper::Settings::forSampleRate(8000));
+    EXPECT_EQ(social.channelFactor(0.1), 1.0f);
+    EXPECT_FLOAT_EQ(social.channelFactor(0.45), 0.5f);
+    EXPECT_EQ(social.channelFactor(0.6), 0.0f);
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include "declip/ClipLevelFinder.h"
 #include "declip/Declipper.h"
 #include "declip/HardClipper.h"
+#include "declip/SocialDeclipper.h"
 #include "declip/DeclipMaterial.h"
 
 namespace {
@@ -25,7 +26,8 @@ struct Case {
 };
 
 // The sparse restorations in long and short frames, the calibration of their excess,
-// their mean and the blend with the autoregressive fill, as the command line runs them.
+// their mean, the blend with the autoregressive fill and with the restoration by social
+// sparsity, as the command line runs them.
 std::vector<float> declip(const std::vector<float>& clipped, ClipLevels levels, int sampleRate)
 {
     const auto length = static_cast<std::int64_t>(clipped.size());
@@ -38,11 +40,14 @@ std::vector<float> declip(const std::vector<float>& clipped, ClipLevels levels, 
     ArDeclipper arDeclipper(ArDeclipper::Settings::forSampleRate(sampleRate));
     std::vector<float> filled(clipped.size());
     if (arDeclipper.used()) arDeclipper.restore(clipped.data(), length, 0, levels, 0, length, filled.data());
+    SocialDeclipper socialDeclipper(SocialDeclipper::Settings::forSampleRate(sampleRate));
+    std::vector<float> social(clipped.size()), socialShare(clipped.size());
+    socialDeclipper.restore(clipped.data(), length, 0, levels, 0, length, social.data(), socialShare.data());
     ChannelFinisher finisher(levels);
     for (std::size_t i = 0; i < clipped.size(); ++i) finisher.add(clipped[i], restored[i], restoredShort[i]);
-    finisher.finish(arDeclipper);
+    finisher.finish(arDeclipper, socialDeclipper);
     for (std::size_t i = 0; i < clipped.size(); ++i)
-        restored[i] = finisher.finished(restored[i], restoredShort[i], filled[i]);
+        restored[i] = finisher.finished(restored[i], restoredShort[i], filled[i], social[i], socialShare[i]);
     return restored;
 }
 
