@@ -47,7 +47,8 @@ public:
         // of clipped samples rises from fullUpTo to noneFrom.
         double fullUpTo = 0.4, noneFrom = 0.5;
 
-        // Blocks of the power of two nearest 0.74 s, frames of the one nearest 46 ms.
+        // Blocks of the power of two nearest 0.74 s, frames of the one nearest 46 ms;
+        // below 16 kHz not used.
         static Settings forSampleRate(int sampleRate);
     };
 

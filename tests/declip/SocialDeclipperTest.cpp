@@ -12,8 +12,14 @@
 
 namespace {
 
-// Blocks of 8192 samples in frames of 512: small enough for tests.
-SocialDeclipper::Settings testSettings() { return SocialDeclipper::Settings::forSampleRate(8000); }
+// Blocks of 8192 samples in frames of 512 (those of 8 kHz, where the restoration is
+// not used otherwise): small enough for tests.
+SocialDeclipper::Settings testSettings()
+{
+    SocialDeclipper::Settings settings = SocialDeclipper::Settings::forSampleRate(8000);
+    settings.weight = 0.3f;
+    return settings;
+}
 
 // The restoration's value where it has one and the clipped sample elsewhere, as a
 // streaming caller restores in pieces; the shares go to `shares`.
@@ -151,6 +157,8 @@ TEST(SocialDeclipper, SizesBlocksAndFramesByTheSampleRate)
     const auto at22 = SocialDeclipper::Settings::forSampleRate(22050);
     EXPECT_EQ(at22.solver.blockLength, 16384);
     EXPECT_EQ(at22.solver.windowLength, 1024);
+    EXPECT_TRUE(SocialDeclipper(at22).used());
+    EXPECT_FALSE(SocialDeclipper(SocialDeclipper::Settings::forSampleRate(8000)).used());
 }
 
 }  // namespace
