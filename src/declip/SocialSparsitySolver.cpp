@@ -67,16 +67,23 @@ FrameSpan inside(int start, int window, int block)
 
 }  // namespace
 
+// scratch_ = the DFT of frame m of `signal` (zero beyond the block), windowed.
+const float* SocialSparsitySolver::transformFrame(const float* signal, int m)
+{
+    const int start = firstStart_ + m * hop_;
+    const auto [first, end] = inside(start, window_, settings_.blockLength);
+    std::fill(scratch_.begin(), scratch_.end(), 0.0f);
+    for (int n = first; n < end; ++n) scratch_[n] = hann_[n] * signal[start + n];
+    fft_.realForwardInPlace(scratch_.data(), packed);
+    return scratch_.data();
+}
+
 void SocialSparsitySolver::analyse(const float* block)
 {
     for (int m = 0; m < frames(); ++m) {
-        const int start = firstStart_ + m * hop_;
-        const auto [first, end] = inside(start, window_, settings_.blockLength);
-        std::fill(scratch_.begin(), scratch_.end(), 0.0f);
-        for (int n = first; n < end; ++n) scratch_[n] = hann_[n] * block[start + n];
-        fft_.realForwardInPlace(scratch_.data(), packed);
+        const float* spectrum = transformFrame(block, m);
         float* out = frame(z_, m);
-        for (int n = 0; n < window_; ++n) out[n] = analysisScale_ * scratch_[n];
+        for (int n = 0; n < window_; ++n) out[n] = analysisScale_ * spectrum[n];
     }
 }
 
@@ -85,14 +92,10 @@ void SocialSparsitySolver::analyseResidual(const float* lower, const float* uppe
     // The gradient step: the residual to the consistent set, in place in signal_.
     for (int n = 0; n < settings_.blockLength; ++n) signal_[n] = std::clamp(signal_[n], lower[n], upper[n]) - signal_[n];
     for (int m = 0; m < frames(); ++m) {
-        const int start = firstStart_ + m * hop_;
-        const auto [first, end] = inside(start, window_, settings_.blockLength);
-        std::fill(scratch_.begin(), scratch_.end(), 0.0f);
-        for (int n = first; n < end; ++n) scratch_[n] = hann_[n] * signal_[start + n];
-        fft_.realForwardInPlace(scratch_.data(), packed);
+        const float* spectrum = transformFrame(signal_.data(), m);
         const float* v = frame(v_, m);
         float* out = frame(next_, m);
-        for (int n = 0; n < window_; ++n) out[n] = v[n] + analysisScale_ * scratch_[n];
+        for (int n = 0; n < window_; ++n) out[n] = v[n] + analysisScale_ * spectrum[n];
     }
 }
 

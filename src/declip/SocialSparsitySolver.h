@@ -49,6 +49,7 @@ private:
     int frames() const { return frameCount_; }
     double windowSquaresSum() const { return settings_.overlap == 4 ? 1.5 : 1.0; }
     float* frame(std::vector<float>& coefficients, int m) const { return coefficients.data() + m * window_; }
+    const float* transformFrame(const float* signal, int m);  // windowed DFT of frame m, in scratch_
     void synthesise(const std::vector<float>& coefficients);   // signal_ = S coefficients
     void analyseResidual(const float* lower, const float* upper);  // next_ = v_ + A (P signal_ - signal_)
     void analyse(const float* block);                          // z_ = A block
