@@ -15,8 +15,8 @@
 //
 // Feed every sample of the channel in order (as clipped, and as each restoration gave
 // it), then finish(); finished() then maps each sample's restorations, with the fill's
-// and the social one's at the same place, to the output. A sample that is not clipped comes back bit for
-// bit. Plain value type; nothing allocates.
+// and the social one's at the same place, to the output. A sample that is not clipped
+// comes back bit for bit. Plain value type; nothing allocates.
 #pragma once
 
 #include <limits>

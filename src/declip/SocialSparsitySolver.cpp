@@ -90,7 +90,8 @@ void SocialSparsitySolver::analyse(const float* block)
 void SocialSparsitySolver::analyseResidual(const float* lower, const float* upper)
 {
     // The gradient step: the residual to the consistent set, in place in signal_.
-    for (int n = 0; n < settings_.blockLength; ++n) signal_[n] = std::clamp(signal_[n], lower[n], upper[n]) - signal_[n];
+    for (int n = 0; n < settings_.blockLength; ++n)
+        signal_[n] = std::clamp(signal_[n], lower[n], upper[n]) - signal_[n];
     for (int m = 0; m < frames(); ++m) {
         const float* spectrum = transformFrame(signal_.data(), m);
         const float* v = frame(v_, m);
