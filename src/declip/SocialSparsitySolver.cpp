@@ -159,8 +159,9 @@ void SocialSparsitySolver::shrink(float lambda)
             const float* row = power_.data() + static_cast<std::size_t>(j) * bins;
             for (int b = 0; b < bins; ++b) energy[b] += row[b];
         }
-        // The persistent empirical Wiener gain (none where there is no energy, or less
-        // than the smallest normal float), spread over the packed layout.
+        // The persistent empirical Wiener gain, spread over the packed layout. The energy
+        // is floored at the smallest normal float so that an empty neighbourhood (whose
+        // own coefficient is zero) divides without a test.
         for (int b = 0; b < bins; ++b) {
             const float floored = std::max(energy[b], std::numeric_limits<float>::min());
             energy[b] = std::max(1.0f - lambdaSquared / floored, 0.0f);
