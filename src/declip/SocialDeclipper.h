@@ -10,12 +10,13 @@
 // Over 36 excerpts of 30 s (music at 5-15 dB, dialogue at 7 dB, speech and voices at
 // 44.1 kHz at 3-10 dB) a share of 0.3 added 0.67 dB to the improvement in SDR on
 // average (voices 0.8-1.2 dB, music 0.5-0.6), for 1.6 times the time; a share of 0.5
-// added 0.05 dB less, losing 1 dB on speech at 10 dB. Over 26 more (8 kHz speech at
-// 3-10 dB, dialogue at 3-15 dB, music at 3 and 20 dB, voices at 15-20 dB) it added
-// 0.52 dB, and lowered none. Solving blocks up to half clipped only gave 0.03 dB less on
-// the first set, but 0.1-0.5 dB less on 5 s excerpts clipped to 3 dB. Where a channel
-// is clipped half the time or more (clipped to 1 dB), the restoration lowered dialogue
-// and speech by 0.2-0.5 dB: ChannelFinisher leaves it out there (channelFactor).
+// added 0.05 dB less, losing 1 dB on speech at 10 dB. Over 26 more (speech of mixed
+// rates at 3-10 dB, dialogue at 3-15 dB, music at 3 and 20 dB, voices at 15-20 dB) it
+// added 0.47 dB, and lowered one excerpt, by 0.13 dB. Solving blocks up to half
+// clipped only gave 0.03 dB less on the first set, but 0.1-0.5 dB less on 5 s excerpts
+// clipped to 3 dB. Where a channel is clipped on about half its samples (at 1 dB),
+// the restoration lowered dialogue and speech by 0.2-0.5 dB: ChannelFinisher leaves it
+// out there (channelFactor).
 //
 // Same cutting contract as Declipper: restoring [from, to) of a window needs context()
 // samples on each side and gives the same bits whatever the cut, and on any number of
