@@ -56,17 +56,13 @@ std::int64_t ArDeclipper::restore(const float* window, std::int64_t length, std:
         worker.fill.fill(samples, worker.lower.data(), worker.upper.data(), hann_.data());
         return 1;
     });
-    for (int index = 0; index < frames_.size(); ++index) {
-        if (frames_.result(index) == 0) continue;
-        ++solved;
-        const auto [start, overlapFirst, overlapEnd] = frames_[index];
-        const double* samples = frames_.slot(index);
-        for (std::int64_t i = overlapFirst; i < overlapEnd; ++i) {
-            const double w = hann_[i - start];
-            sum_[i - from] += w * w * samples[i - start];
-            windowSum_[i - from] += w * w;
-        }
-    }
+    for (int index = 0; index < frames_.size(); ++index) solved += frames_.result(index);
+    frames_.forEachOverlap(from, [&](int index, std::int64_t at, int n) {
+        if (frames_.result(index) == 0) return;
+        const double w = hann_[n];
+        sum_[at] += w * w * frames_.slot(index)[n];
+        windowSum_[at] += w * w;
+    });
     for (std::int64_t i = from; i < to; ++i) {
         const float observed = window[i];
         const int sign = levels.sign(observed);

@@ -66,18 +66,14 @@ Declipper::Stats Declipper::restore(const float* window, std::int64_t length, st
                                                   hann_.data(), samples, worker.lower.data(), worker.upper.data());
         return worker.solverFor(clipped).restore(samples, worker.lower.data(), worker.upper.data());
     });
-    for (int index = 0; index < frames_.size(); ++index) {
-        const auto [start, overlapFirst, overlapEnd] = frames_[index];
-        const float* samples = frames_.slot(index);
-        stats.iterations += frames_.result(index);
-        ++stats.framesSolved;
-        // Least-squares overlap-add: each frame's estimate of w * x, weighted by w.
-        for (std::int64_t i = overlapFirst; i < overlapEnd; ++i) {
-            const double w = hann_[i - start];
-            sum_[i - from] += w * samples[i - start];
-            weight_[i - from] += w * w;
-        }
-    }
+    for (int index = 0; index < frames_.size(); ++index) stats.iterations += frames_.result(index);
+    stats.framesSolved = frames_.size();
+    // Least-squares overlap-add: each frame's estimate of w * x, weighted by w.
+    frames_.forEachOverlap(from, [&](int index, std::int64_t at, int n) {
+        const double w = hann_[n];
+        sum_[at] += w * frames_.slot(index)[n];
+        weight_[at] += w * w;
+    });
     for (std::int64_t i = from; i < to; ++i) {
         const float observed = window[i];
         const int sign = levels.sign(observed);

@@ -79,6 +79,18 @@ public:
                           [&](int index, int thread) { results_[index] = solve(index, thread, slot(index)); });
     }
 
+    // visit(index, at, n) for each sample of each frame's overlap with the stretch
+    // [from, ...), frame by frame in their order: `at` counts from `from`, n within the frame.
+    template <typename Visit>
+    void forEachOverlap(std::int64_t from, const Visit& visit) const
+    {
+        for (int index = 0; index < size(); ++index) {
+            const FrameSpan& frame = frames_[index];
+            for (std::int64_t i = frame.overlapFirst; i < frame.overlapEnd; ++i)
+                visit(index, i - from, static_cast<int>(i - frame.start));
+        }
+    }
+
     int size() const { return static_cast<int>(frames_.size()); }
     const FrameSpan& operator[](int index) const { return frames_[index]; }
     Sample* slot(int index) { return slots_.data() + static_cast<std::size_t>(index) * frameLength_; }

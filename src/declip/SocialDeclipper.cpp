@@ -113,19 +113,14 @@ std::int64_t SocialDeclipper::restore(const float* window, std::int64_t length, 
     // The last block reaches furthest into the next call's stretch.
     const int last = blocks_.size() - 1;
     if (last >= 0 && blocks_.result(last) == 1) remember(window, length, levels, last);
-    for (int index = 0; index < blocks_.size(); ++index) {
-        const bool blockSolved = blocks_.result(index) != 0;
-        solved += blockSolved ? 1 : 0;
-        const auto [start, overlapFirst, overlapEnd] = blocks_[index];
-        const float* samples = blocks_.slot(index);
-        for (std::int64_t i = overlapFirst; i < overlapEnd; ++i) {
-            const double w = hann_[i - start];
-            weightSum_[i - from] += w * w;
-            if (!blockSolved) continue;
-            sum_[i - from] += w * w * samples[i - start];
-            solvedWeight_[i - from] += w * w;
-        }
-    }
+    for (int index = 0; index < blocks_.size(); ++index) solved += blocks_.result(index) != 0 ? 1 : 0;
+    blocks_.forEachOverlap(from, [&](int index, std::int64_t at, int n) {
+        const double w = hann_[n];
+        weightSum_[at] += w * w;
+        if (blocks_.result(index) == 0) return;
+        sum_[at] += w * w * blocks_.slot(index)[n];
+        solvedWeight_[at] += w * w;
+    });
     for (std::int64_t i = from; i < to; ++i) {
         const float observed = window[i];
         const int sign = levels.sign(observed);
