@@ -2,14 +2,13 @@
 
 #include <algorithm>
 
+#include "declip/FrameGrid.h"
 #include "declip/LargestValues.h"
+#include "declip/PackedSpectrum.h"
 
 FrameDeclipper::Settings FrameDeclipper::Settings::forSampleRate(int sampleRate)
 {
-    int length = 256;
-    // Nearest in log: step up while 0.15 s lies above the geometric midpoint.
-    while (length < 8192 && sampleRate * 0.15 > length * 1.4142135623730951) length *= 2;
-    return forFrameLength(length);
+    return forFrameLength(frame_grid::nearestPowerOfTwo(sampleRate * 0.15, 256, 8192));
 }
 
 FrameDeclipper::Settings FrameDeclipper::Settings::shorterFor(int sampleRate)
@@ -57,20 +56,7 @@ FrameDeclipper::FrameDeclipper(const Settings& settings)
 
 namespace {
 
-constexpr unsigned int packed = standardLib::LayoutNyquistSecond;
-
-// power[b] = |X_b|^2 for the bins 0 .. half of a packed spectrum.
-void powerSpectrum(const float* spectrum, int half, float* power)
-{
-    power[0] = spectrum[0] * spectrum[0];
-    power[half] = spectrum[1] * spectrum[1];
-    for (int bin = 1; bin < half; ++bin) {
-        const float re = spectrum[2 * bin], im = spectrum[2 * bin + 1];
-        const float squareRe = re * re;
-        const float squareIm = im * im;
-        power[bin] = squareRe + squareIm;
-    }
-}
+constexpr unsigned int packed = packed_spectrum::layout;
 
 }  // namespace
 
@@ -116,7 +102,7 @@ void FrameDeclipper::keepLargest(int k)
     float* magnitude = magnitude_.data();
     const int half = bins_ - 1;
     for (int i = 0; i < size_; ++i) target[i] = spectrum[i] + dual[i];
-    powerSpectrum(target, half, magnitude);
+    packed_spectrum::powers(target, half, magnitude);
     if (k >= bins_) return;
     // Keeping every bin at or above the k-th largest magnitude keeps the result
     // independent of the order among equal magnitudes.
@@ -185,7 +171,7 @@ int FrameDeclipper::warmStart(double clippedShare)
 {
     const double share = std::min(0.99, 1.0 - clippedShare);
     if (!(share > 0.0)) return 0;
-    powerSpectrum(spectrum_.data(), bins_ - 1, ranked_.data());
+    packed_spectrum::powers(spectrum_.data(), bins_ - 1, ranked_.data());
     double total = 0.0;
     for (int bin = 0; bin < bins_; ++bin) total += ranked_[bin];
     // Sums the largest first. Only the top few bins usually matter, so they are

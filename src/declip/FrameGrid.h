@@ -125,6 +125,16 @@ int loadFrame(int frameLength, const float* window, std::int64_t length, std::in
     return clipped;
 }
 
+// The power of two nearest `samples` in log, from `shortest` to `longest`: a frame
+// length for a duration at a sample rate.
+inline int nearestPowerOfTwo(double samples, int shortest, int longest)
+{
+    int length = shortest;
+    // Step up while the duration lies above the geometric midpoint.
+    while (length < longest && samples > length * 1.4142135623730951) length *= 2;
+    return length;
+}
+
 // The periodic Hann window 0.5 - 0.5 cos(2 pi n / length).
 std::vector<float> periodicHann(int length);
 

@@ -6,10 +6,11 @@
 #include <utility>
 
 #include "declip/FrameGrid.h"
+#include "declip/PackedSpectrum.h"
 
 namespace {
 
-constexpr unsigned int packed = standardLib::LayoutNyquistSecond;
+constexpr unsigned int packed = packed_spectrum::layout;
 
 }  // namespace
 
@@ -120,14 +121,7 @@ void SocialSparsitySolver::neighbourhoodEnergy()
     const int bins = half_ + 1, reach = settings_.neighbourBins;
     float* energy = energy_.data();
     for (int m = 0; m < frames(); ++m) {
-        const float* c = frame(next_, m);
-        energy[0] = c[0] * c[0];
-        energy[half_] = c[1] * c[1];
-        for (int b = 1; b < half_; ++b) {
-            const float re = c[2 * b] * c[2 * b];
-            const float im = c[2 * b + 1] * c[2 * b + 1];
-            energy[b] = re + im;
-        }
+        packed_spectrum::powers(frame(next_, m), half_, energy);
         float* row = power_.data() + static_cast<std::size_t>(m) * bins;
         // Near the ends, the bins that exist; inside, the same sum in a loop without tests.
         const auto edgeSum = [&](int b) {
@@ -179,13 +173,8 @@ void SocialSparsitySolver::restore(float* block, const float* lower, const float
     analyse(block);
     float largest = 0.0f;
     for (int m = 0; m < frames(); ++m) {
-        const float* c = frame(z_, m);
-        largest = std::max({largest, c[0] * c[0], c[1] * c[1]});
-        for (int b = 1; b < half_; ++b) {
-            const float re = c[2 * b] * c[2 * b];
-            const float im = c[2 * b + 1] * c[2 * b + 1];
-            largest = std::max(largest, re + im);
-        }
+        packed_spectrum::powers(frame(z_, m), half_, energy_.data());
+        largest = std::max(largest, *std::max_element(energy_.begin(), energy_.end()));
     }
     if (!(largest > 0.0f)) return;
     v_ = z_;

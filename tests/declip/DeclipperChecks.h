@@ -13,22 +13,29 @@
 
 namespace declipchecks {
 
+// Restores clipped[from, to) as a streaming caller does, from a window that holds the
+// declipper's context on each side, and appends it to `joined`.
+template <typename AnyDeclipper>
+void restorePiece(AnyDeclipper& declipper, const std::vector<float>& clipped, ClipLevels levels, std::int64_t from,
+                  std::int64_t to, std::vector<float>& joined)
+{
+    const auto length = static_cast<std::int64_t>(clipped.size());
+    const std::int64_t begin = std::max<std::int64_t>(0, from - declipper.context());
+    const std::int64_t end = std::min<std::int64_t>(length, to + declipper.context());
+    std::vector<float> out(to - from);
+    declipper.restore(clipped.data() + begin, end - begin, begin, levels, from - begin, to - begin, out.data());
+    joined.insert(joined.end(), out.begin(), out.end());
+}
+
 // Restores `clipped` in pieces of `piece` samples, each with the declipper's context.
 template <typename AnyDeclipper>
 std::vector<float> restoreInPieces(AnyDeclipper& declipper, const std::vector<float>& clipped, ClipLevels levels,
                                    std::int64_t piece)
 {
     const auto length = static_cast<std::int64_t>(clipped.size());
-    const std::int64_t context = declipper.context();
     std::vector<float> joined;
-    for (std::int64_t from = 0; from < length; from += piece) {
-        const std::int64_t to = std::min<std::int64_t>(length, from + piece);
-        const std::int64_t begin = std::max<std::int64_t>(0, from - context);
-        const std::int64_t end = std::min<std::int64_t>(length, to + context);
-        std::vector<float> out(to - from);
-        declipper.restore(clipped.data() + begin, end - begin, begin, levels, from - begin, to - begin, out.data());
-        joined.insert(joined.end(), out.begin(), out.end());
-    }
+    for (std::int64_t from = 0; from < length; from += piece)
+        restorePiece(declipper, clipped, levels, from, std::min<std::int64_t>(length, from + piece), joined);
     return joined;
 }
 

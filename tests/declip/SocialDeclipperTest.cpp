@@ -108,23 +108,11 @@ TEST(SocialDeclipper, ChannelsRestoredInTurnGiveTheBitsOfEachAlone)
     const auto rightWhole = restoreInPieces(alone, rightClipped, rightLevels, 20000);
     for (int remembered : {1, 2}) {
         SocialDeclipper both(testSettings(), 1, remembered);
+        Restorer leftRestorer{both, {}}, rightRestorer{both, {}};
         std::vector<float> leftJoined, rightJoined;
-        const std::int64_t piece = 5000;
-        for (std::int64_t from = 0; from < 20000; from += piece) {
-            const auto restorePiece = [&](const std::vector<float>& clipped, ClipLevels levels,
-                                          std::vector<float>& joined) {
-                const std::int64_t to = std::min<std::int64_t>(20000, from + piece);
-                const std::int64_t begin = std::max<std::int64_t>(0, from - both.context());
-                const std::int64_t end = std::min<std::int64_t>(20000, to + both.context());
-                std::vector<float> out(to - from), share(to - from);
-                both.restore(clipped.data() + begin, end - begin, begin, levels, from - begin, to - begin,
-                             out.data(), share.data());
-                for (std::int64_t i = from; i < to; ++i)
-                    if (std::isnan(out[i - from])) out[i - from] = clipped[i];
-                joined.insert(joined.end(), out.begin(), out.end());
-            };
-            restorePiece(leftClipped, leftLevels, leftJoined);
-            restorePiece(rightClipped, rightLevels, rightJoined);
+        for (std::int64_t from = 0; from < 20000; from += 5000) {
+            declipchecks::restorePiece(leftRestorer, leftClipped, leftLevels, from, from + 5000, leftJoined);
+            declipchecks::restorePiece(rightRestorer, rightClipped, rightLevels, from, from + 5000, rightJoined);
         }
         EXPECT_TRUE(sameBits(leftJoined, leftWhole)) << remembered;
         EXPECT_TRUE(sameBits(rightJoined, rightWhole)) << remembered;
