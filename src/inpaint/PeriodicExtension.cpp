@@ -15,6 +15,19 @@ double cycleAt(const double* x, int start, int period, double phase)
     return (1.0 - frac) * x[start + k] + frac * x[start + (k + 1) % period];
 }
 
+// The factor on the gliding phase that ends it at a whole number of cycles plus
+// `offset`: of the whole numbers next to gliding - offset, the one that changes the
+// pitch least (by ratio). A hole shorter than a cycle may hold none: forcing one
+// there would double the pitch.
+double nearestStretch(double gliding, double offset)
+{
+    const double below = std::max(0.0, std::floor(gliding - offset));
+    const double fewer = below + offset, more = below + 1.0 + offset;
+    if (!(fewer > 0.0)) return more / gliding;
+    return std::fabs(std::log(fewer / gliding)) <= std::fabs(std::log(more / gliding)) ? fewer / gliding
+                                                                                         : more / gliding;
+}
+
 }  // namespace
 
 PeriodicExtension::PeriodicExtension(int minPeriod, int maxPeriod, int window, int maxChannels)
@@ -104,7 +117,7 @@ double PeriodicExtension::fill(const double* const* segments, int channelCount, 
     const double offset = cycleOffset(segments, channelCount, at);
     const double rateBefore = 1.0 / at.before, rateAfter = 1.0 / at.after;
     const double gliding = length * (rateBefore + rateAfter) / 2.0;
-    const double stretch = (std::max(1.0, std::round(gliding - offset)) + offset) / gliding;
+    const double stretch = nearestStretch(gliding, offset);
     for (int i = 0; i < length; ++i) {
         const double t = i;
         const double phase = stretch * (t * rateBefore + t * t / (2.0 * length) * (rateAfter - rateBefore));

@@ -1,4 +1,5 @@
-// Period repetition on synthetic voiced sound: exact on a strictly periodic signal,
+// Period repetition on synthetic voiced sound: exact on a strictly periodic signal
+// (also across a hole shorter than its period),
 // each side's own period near its edge, and nothing read beyond its reach.
 #include <gtest/gtest.h>
 
@@ -51,6 +52,19 @@ TEST(PeriodicExtension, RestoresAStrictlyPeriodicSignal)
     const auto channels = periodicChannels(hole, 160, 160);
     const auto out = fillOf(extension, channels, hole);
     // Both sides repeat the same period: the fill is the signal up to rounding.
+    constexpr double tolerance = 1e-12;
+    for (int c = 0; c < 2; ++c)
+        for (int i = 0; i < hole.length; ++i) ASSERT_NEAR(out[c][i], channels[c][hole.start() + i], tolerance) << c << " " << i;
+}
+
+// A hole shorter than a cycle holds no whole cycle: the phase runs on at the pitch
+// (forcing a cycle into it would double the pitch and cancel the fill).
+TEST(PeriodicExtension, RestoresAHoleShorterThanItsPeriod)
+{
+    PeriodicExtension extension(100, 500, 400, 2);
+    const Hole hole{1000, 300, 1000};
+    const auto channels = periodicChannels(hole, 450, 450);
+    const auto out = fillOf(extension, channels, hole);
     constexpr double tolerance = 1e-12;
     for (int c = 0; c < 2; ++c)
         for (int i = 0; i < hole.length; ++i) ASSERT_NEAR(out[c][i], channels[c][hole.start() + i], tolerance) << c << " " << i;
