@@ -45,30 +45,22 @@ std::vector<std::vector<double>> fillOf(PeriodicExtension& extension, const std:
     return out;
 }
 
-TEST(PeriodicExtension, RestoresAStrictlyPeriodicSignal)
+// Both sides repeat the same period: the fill is the signal up to rounding.
+void expectRestoredExactly(const Hole& hole, int period)
 {
     PeriodicExtension extension(100, 500, 400, 2);
-    const Hole hole{1000, 4410, 1000};
-    const auto channels = periodicChannels(hole, 160, 160);
+    const auto channels = periodicChannels(hole, period, period);
     const auto out = fillOf(extension, channels, hole);
-    // Both sides repeat the same period: the fill is the signal up to rounding.
     constexpr double tolerance = 1e-12;
     for (int c = 0; c < 2; ++c)
         for (int i = 0; i < hole.length; ++i) ASSERT_NEAR(out[c][i], channels[c][hole.start() + i], tolerance) << c << " " << i;
 }
 
+TEST(PeriodicExtension, RestoresAStrictlyPeriodicSignal) { expectRestoredExactly({1000, 4410, 1000}, 160); }
+
 // A hole shorter than a cycle holds no whole cycle: the phase runs on at the pitch
 // (forcing a cycle into it would double the pitch and cancel the fill).
-TEST(PeriodicExtension, RestoresAHoleShorterThanItsPeriod)
-{
-    PeriodicExtension extension(100, 500, 400, 2);
-    const Hole hole{1000, 300, 1000};
-    const auto channels = periodicChannels(hole, 450, 450);
-    const auto out = fillOf(extension, channels, hole);
-    constexpr double tolerance = 1e-12;
-    for (int c = 0; c < 2; ++c)
-        for (int i = 0; i < hole.length; ++i) ASSERT_NEAR(out[c][i], channels[c][hole.start() + i], tolerance) << c << " " << i;
-}
+TEST(PeriodicExtension, RestoresAHoleShorterThanItsPeriod) { expectRestoredExactly({1000, 300, 1000}, 450); }
 
 TEST(PeriodicExtension, EachEdgeContinuesItsOwnPeriod)
 {
