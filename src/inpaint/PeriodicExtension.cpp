@@ -17,15 +17,13 @@ double cycleAt(const double* x, int start, int period, double phase)
 
 // The factor on the gliding phase that ends it at a whole number of cycles plus
 // `offset`: of the whole numbers next to gliding - offset, the one that changes the
-// pitch least (by ratio). A hole shorter than a cycle may hold none: forcing one
-// there would double the pitch.
+// pitch least by ratio (fewer <= gliding < more, so gliding / fewer <= more / gliding
+// picks the fewer; products, not logarithms, for the same choice on every platform).
+// A hole shorter than a cycle may hold none: forcing one there would double the pitch.
 double nearestStretch(double gliding, double offset)
 {
-    const double below = std::max(0.0, std::floor(gliding - offset));
-    const double fewer = below + offset, more = below + 1.0 + offset;
-    if (!(fewer > 0.0)) return more / gliding;
-    return std::fabs(std::log(fewer / gliding)) <= std::fabs(std::log(more / gliding)) ? fewer / gliding
-                                                                                         : more / gliding;
+    const double fewer = std::max(0.0, std::floor(gliding - offset)) + offset, more = fewer + 1.0;
+    return gliding * gliding <= fewer * more ? fewer / gliding : more / gliding;
 }
 
 }  // namespace
