@@ -17,9 +17,11 @@ double cycleAt(const double* x, int start, int period, double phase)
 
 // The factor on the gliding phase that ends it at a whole number of cycles plus
 // `offset`: of the whole numbers next to gliding - offset, the one that changes the
-// pitch least by ratio (fewer <= gliding < more, so gliding / fewer <= more / gliding
-// picks the fewer; products, not logarithms, for the same choice on every platform).
-// A hole shorter than a cycle may hold none: forcing one there would double the pitch.
+// pitch least by ratio. Mostly fewer <= gliding < more, and gliding / fewer <=
+// more / gliding picks the fewer (products, not logarithms, for the same choice on
+// every platform); where no whole cycle fits below gliding - offset, both lie above
+// gliding and the test picks the fewer too. A hole shorter than a cycle may so hold
+// none: forcing one there would double the pitch.
 double nearestStretch(double gliding, double offset)
 {
     const double fewer = std::max(0.0, std::floor(gliding - offset)) + offset, more = fewer + 1.0;
