@@ -198,9 +198,11 @@ void GapFiller::load(float* const* channels, int channelCount, int start, const 
     for (int c = 0; c < channelCount; ++c) {
         const float* from = channels[c] + start - at.reach;
         double* to = segment(c);
-        std::fill(to, to + at.total, 0.0);
-        for (int i = at.knownFrom; i < at.knownTo; ++i) to[i] = from[i];
+        std::fill(to, to + at.knownFrom, 0.0);
+        for (int i = at.knownFrom; i < at.gap(); ++i) to[i] = from[i];
         std::fill(to + at.gap(), to + at.gap() + at.length, 0.0);
+        for (int i = at.gap() + at.length; i < at.knownTo; ++i) to[i] = from[i];
+        std::fill(to + at.knownTo, to + at.total, 0.0);
     }
 }
 

@@ -23,9 +23,10 @@
 // both sides are clearly periodic, the pitch cycles of the two sides repeated across
 // the gap in step (PeriodicExtension) join the candidates.
 //
-// From 2 to 80 ms the passage up to 6 s away whose surroundings best repeat the gap's
+// From 2 to 80 ms the passage up to 20 s away whose surroundings best repeat the gap's
 // (RepeatSearch) is taken away before the long model fills the rest, and added back:
-// one more candidate, for music, which repeats its beats and bars.
+// one more candidate, for music, which repeats its beats and bars, and its verses and
+// choruses further away.
 //
 // Long gaps first look for a passage of the surrounding second whose borders match
 // the gap's (PatternSearch); a close match replaces the models' fill.
@@ -140,7 +141,9 @@ struct InpaintSettings {
     // candidates: music repeats its beats and bars, and what differs from the repeat is
     // a fainter signal that a model carries across the gap better. The validation
     // weighs it like any other candidate.
-    double repetitionReachMs = 6000.0;
+    // A song's verse or chorus comes back 10-20 s later, its bars within a few seconds:
+    // the wider search finds the same notes where a bar's repeat has others.
+    double repetitionReachMs = 20000.0;
     double repetitionTrust = 0.5;
     double repetitionMinGapMs = 2.0;
     double repetitionMaxGapMs = 80.0;

@@ -29,12 +29,17 @@ RepeatSearch::Coarse RepeatSearch::coarseShifts(const double* const* segments, i
     // quarter of its width.
     const int h = hop_;
     const int count = std::max(0, (to - from - 2 * h) / h + 1);
-    for (int m = 0; m < count; ++m) {
-        double sum = 0.0;
-        for (int c = 0; c < channelCount; ++c)
-            for (int j = 0; j < 2 * h; ++j) sum += segments[c][from + m * h + j];
-        blocks[m] = sum;
+    // Each block is two half blocks of one hop, each summed once.
+    std::fill_n(blocks.get(), count + 1, 0.0);
+    for (int c = 0; c < channelCount; ++c) {
+        const double* x = segments[c] + from;
+        for (int m = 0; m <= count && count > 0; ++m) {
+            double sum = 0.0;
+            for (int j = 0; j < h; ++j) sum += x[m * h + j];
+            blocks[m] += sum;
+        }
     }
+    for (int m = 0; m < count; ++m) blocks[m] += blocks[m + 1];
     // The hole in blocks: from the first block that reaches into it to the first
     // wholly after it; the borders: as many blocks as lie wholly within both sides.
     const int holeFrom = floorDiv(hole - from, h) - 1, holeTo = ceilDiv(hole + length - from, h);

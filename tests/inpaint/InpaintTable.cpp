@@ -2,10 +2,13 @@
 // material and gap length, all measured in one run on the same seeded gaps.
 //   inpaint_table [--gaps N] [--long-gaps N] [--lengths 5,10,...] [--fillers zero,m0,...]
 //                 [--materials music,speech] [--files N] [--seeds 19,23,...] [--music-dir DIR]
-//                 [--skip-files N] [--languages en,de]
+//                 [--skip-files N] [--languages en,de] [--music-seconds S] [--context S]
+//                 [--decimals N]
 // Each seed draws --gaps gaps per length and a row is the mean over all of them: one
 // seed's few gaps move a row by a decibel, so a change is judged on several. (Other
-// seeds, folders and languages check a change on material it was not tuned on.)
+// seeds, folders and languages check a change on material it was not tuned on.) Music
+// is --music-seconds (20) of each piece from 30 s in; every filler sees --context
+// seconds (6.5) on each side of a gap, and gaps lie no nearer the ends than that.
 // Fillers: zero, m0..m6 (the module's methods), classic and gapwise (the plain
 // references; at 100 ms and above on the first --long-gaps gaps of each seed only, as they are
 // slow), inpaint, auto. INPAINT_CANDIDATES (a comma list of candidates, each
@@ -97,9 +100,9 @@ Filler gapFiller(const InpaintSettings& settings)
             GapFiller filler(rate, gapLength, static_cast<int>(cut.size()), settings);
             std::vector<float*> pointers;
             for (auto& channel : cut) pointers.push_back(channel.data());
-            const int reach = filler.contextLength(gapLength);
+            const int reach = std::min(filler.contextLength(gapLength), gapStart);
             if (std::getenv("INPAINT_EDGE_BLIND"))
-                filler.fill(pointers.data(), static_cast<int>(pointers.size()), gapStart, gapLength);
+                filler.fill(pointers.data(), static_cast<int>(pointers.size()), gapStart, gapLength, reach, reach);
             else
                 filler.fill(pointers.data(), static_cast<int>(pointers.size()), gapStart, gapLength,
                             before ? keep : reach, before ? reach : keep);
@@ -110,7 +113,8 @@ Filler gapFiller(const InpaintSettings& settings)
         GapFiller filler(rate, gapLength, static_cast<int>(window.size()), settings);
         std::vector<float*> pointers;
         for (auto& channel : window) pointers.push_back(channel.data());
-        filler.fill(pointers.data(), static_cast<int>(pointers.size()), gapStart, gapLength);
+        const int after = static_cast<int>(window[0].size()) - gapStart - gapLength;
+        filler.fill(pointers.data(), static_cast<int>(pointers.size()), gapStart, gapLength, gapStart, after);
     };
 }
 
@@ -163,7 +167,8 @@ int main(int argc, char** argv)
     std::string materials = "music,speech";
     std::string musicDir = musicFolder, languages = "en,de";
     std::string seeds = "19";
-    int skipFiles = 0;
+    int skipFiles = 0, decimals = 1;
+    double musicSeconds = 20.0, contextSeconds = 0.0;
     for (int i = 1; i + 1 < argc; i += 2) {
         const std::string option = argv[i], value = argv[i + 1];
         if (option == "--gaps") gapCount = std::atoi(value.c_str());
@@ -176,6 +181,9 @@ int main(int argc, char** argv)
         else if (option == "--music-dir") musicDir = value;
         else if (option == "--skip-files") skipFiles = std::atoi(value.c_str());
         else if (option == "--languages") languages = value;
+        else if (option == "--music-seconds") musicSeconds = std::atof(value.c_str());
+        else if (option == "--context") contextSeconds = std::atof(value.c_str());
+        else if (option == "--decimals") decimals = std::atoi(value.c_str());
     }
     std::printf("| gap |");
     for (const auto& f : split(fillers)) std::printf(" %s |", f.c_str());
@@ -183,10 +191,11 @@ int main(int argc, char** argv)
     for (std::size_t i = 0; i < split(fillers).size(); ++i) std::printf("---|");
     std::printf("\n");
     for (const auto& material : split(materials)) {
-        const auto recordings = material == "music" ? loadMusic(files, 20.0, musicDir, skipFiles)
+        const auto recordings = material == "music" ? loadMusic(files, musicSeconds, musicDir, skipFiles)
                                                       : loadSpeech(split(languages));
         if (recordings.empty()) { std::printf("(no %s installed)\n", material.c_str()); continue; }
-        const int margin = comparisonMargin(recordings[0].rate);
+        const int rate = recordings[0].rate;
+        const int margin = contextSeconds > 0.0 ? static_cast<int>(contextSeconds * rate) : comparisonMargin(rate);
         for (const auto& length : split(lengths)) {
             const double ms = std::atof(length.c_str());
             const auto gaps = gapsOverSeeds(recordings, ms, gapCount, longGapCount, split(seeds), margin);
@@ -195,7 +204,7 @@ int main(int argc, char** argv)
             for (const auto& f : split(fillers)) {
                 const bool slow = (f == "classic" || f == "gapwise") && ms >= 100;
                 const auto& used = slow ? gaps.slow : gaps.all;
-                std::printf(" %.1f%s |", meanSnr(recordings, used, margin, namedFiller(f)),
+                std::printf(" %.*f%s |", decimals, meanSnr(recordings, used, margin, namedFiller(f)),
                             used.size() < gaps.all.size() ? "*" : "");
                 std::fflush(stdout);
             }

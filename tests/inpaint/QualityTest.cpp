@@ -28,7 +28,8 @@ Filler inpaintFiller()
         GapFiller filler(rate, gapLength, static_cast<int>(window.size()));
         std::vector<float*> pointers;
         for (auto& channel : window) pointers.push_back(channel.data());
-        filler.fill(pointers.data(), static_cast<int>(pointers.size()), gapStart, gapLength);
+        const int after = static_cast<int>(window[0].size()) - gapStart - gapLength;
+        filler.fill(pointers.data(), static_cast<int>(pointers.size()), gapStart, gapLength, gapStart, after);
     };
 }
 
