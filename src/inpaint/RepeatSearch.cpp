@@ -31,9 +31,9 @@ RepeatSearch::Coarse RepeatSearch::coarseShifts(const double* const* segments, i
     const int count = std::max(0, (to - from - 2 * h) / h + 1);
     // Each block is two half blocks of one hop, each summed once.
     std::fill_n(blocks.get(), count + 1, 0.0);
-    for (int c = 0; c < channelCount; ++c) {
+    for (int c = 0; c < channelCount && count > 0; ++c) {
         const double* x = segments[c] + from;
-        for (int m = 0; m <= count && count > 0; ++m) {
+        for (int m = 0; m <= count; ++m) {
             double sum = 0.0;
             for (int j = 0; j < h; ++j) sum += x[m * h + j];
             blocks[m] += sum;

@@ -227,4 +227,15 @@ Filler gapwiseReferenceFiller()
     };
 }
 
+Filler gapFillerOf(const InpaintSettings& settings)
+{
+    return [settings](std::vector<std::vector<float>>& window, int gapStart, int gapLength, int rate) {
+        GapFiller filler(rate, gapLength, static_cast<int>(window.size()), settings);
+        std::vector<float*> pointers;
+        for (auto& channel : window) pointers.push_back(channel.data());
+        const int after = static_cast<int>(window[0].size()) - gapStart - gapLength;
+        filler.fill(pointers.data(), static_cast<int>(pointers.size()), gapStart, gapLength, gapStart, after);
+    };
+}
+
 }  // namespace inpaint_test

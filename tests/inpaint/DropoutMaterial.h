@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "inpaint/GapFiller.h"
+
 namespace inpaint_test {
 
 struct Recording {
@@ -60,5 +62,7 @@ Filler zeroFiller();
 Filler methodFiller(int method);  // process() through the C interface
 Filler classicReferenceFiller();
 Filler gapwiseReferenceFiller();
+// The gap filler, told that the window's samples on each side of the gap are audio.
+Filler gapFillerOf(const InpaintSettings& settings = {});
 
 }  // namespace inpaint_test

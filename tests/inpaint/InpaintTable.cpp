@@ -110,11 +110,7 @@ Filler gapFiller(const InpaintSettings& settings)
                 std::copy_n(cut[c].begin() + gapStart, gapLength, window[c].begin() + gapStart);
             return;
         }
-        GapFiller filler(rate, gapLength, static_cast<int>(window.size()), settings);
-        std::vector<float*> pointers;
-        for (auto& channel : window) pointers.push_back(channel.data());
-        const int after = static_cast<int>(window[0].size()) - gapStart - gapLength;
-        filler.fill(pointers.data(), static_cast<int>(pointers.size()), gapStart, gapLength, gapStart, after);
+        gapFillerOf(settings)(window, gapStart, gapLength, rate);
     };
 }
 

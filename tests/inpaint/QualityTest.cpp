@@ -22,17 +22,6 @@ constexpr int gapsPerLength = 3;
 #endif
 constexpr std::uint32_t seed = 19;
 
-Filler inpaintFiller()
-{
-    return [](std::vector<std::vector<float>>& window, int gapStart, int gapLength, int rate) {
-        GapFiller filler(rate, gapLength, static_cast<int>(window.size()));
-        std::vector<float*> pointers;
-        for (auto& channel : window) pointers.push_back(channel.data());
-        const int after = static_cast<int>(window[0].size()) - gapStart - gapLength;
-        filler.fill(pointers.data(), static_cast<int>(pointers.size()), gapStart, gapLength, gapStart, after);
-    };
-}
-
 struct Material {
     const char* name;
     std::vector<Recording> recordings;
@@ -78,7 +67,7 @@ void checkFloors(const Material& material, double Floor::*floor)
 {
     if (material.recordings.empty()) GTEST_SKIP() << "no " << material.name << " installed";
     for (const Floor& f : floors) {
-        const double snr = measure(material, f.ms, gapsPerLength, inpaintFiller());
+        const double snr = measure(material, f.ms, gapsPerLength, gapFillerOf());
         EXPECT_GE(snr, figuresCount ? f.*floor : saneFloor) << material.name << ", " << f.ms << " ms";
         std::printf("%s, %g ms: %.1f dB\n", material.name, f.ms, snr);
     }
@@ -99,7 +88,7 @@ void checkAgainstWaveformMethods(const Material& material, double margin)
         double best = -1e9;
         for (int method = 3; method <= 6; ++method)
             best = std::max(best, measure(material, ms, gapsPerLength, methodFiller(method)));
-        const double ours = measure(material, ms, gapsPerLength, inpaintFiller());
+        const double ours = measure(material, ms, gapsPerLength, gapFillerOf());
         EXPECT_GE(ours, figuresCount ? best - margin : saneFloor) << material.name << ", " << ms << " ms";
         std::printf("%s, %g ms: %.1f dB, best waveform method %.1f dB\n", material.name, ms, ours, best);
     }
@@ -114,7 +103,7 @@ TEST(InpaintQuality, NearTheReferencesOnShortGaps)
     for (const Material* material : {&music(), &speech()}) {
         if (material->recordings.empty()) continue;
         if (!figuresCount) continue;
-        const double ours = measure(*material, 5.0, 1, inpaintFiller());
+        const double ours = measure(*material, 5.0, 1, gapFillerOf());
         EXPECT_GE(ours, measure(*material, 5.0, 1, classicReferenceFiller()) - 1.5) << material->name;
         EXPECT_GE(ours, measure(*material, 5.0, 1, gapwiseReferenceFiller()) - 1.5) << material->name;
     }
