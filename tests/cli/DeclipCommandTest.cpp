@@ -180,7 +180,7 @@ TEST_F(DeclipCommand, WritesTheSameBitsOnAnyNumberOfThreads)
 
 TEST_F(DeclipCommand, FastRestoresTheSameClippedSamplesOtherwise)
 {
-    const auto clipped = clippedTones(1.0, 1.6f, 1.0f);
+    const auto clipped = clippedTones(0.5, 1.6f, 1.0f);
     writeAudio(path("in.wav"), clipped, float32);
     for (const char* name : {"full.wav", "fast.wav"}) {
         const std::string fast = std::string(name) == "fast.wav" ? " --fast" : "";
@@ -207,7 +207,7 @@ TEST_F(DeclipCommand, FastRestoresTheSameClippedSamplesOtherwise)
 
 TEST_F(DeclipCommand, LowersAnIntegerFileToFitOrWarnsAtZeroDecibels)
 {
-    writeAudio(path("in.wav"), clippedTones(1.0, 1.6f, 1.0f), pcm16);
+    writeAudio(path("in.wav"), clippedTones(0.5, 1.6f, 1.0f), pcm16);
     const auto fitted = ferrotip("declip " + path("in.wav") + " " + path("auto.wav"));
     ASSERT_EQ(fitted.status, 0) << fitted.output;
     EXPECT_NE(fitted.output.find("gain -"), std::string::npos) << fitted.output;
@@ -262,7 +262,7 @@ TEST_F(DeclipCommand, CompandedAndAdpcmFilesKeepTheirSoundAndFitTheirRange)
 {
     for (const int format : {SF_FORMAT_WAV | SF_FORMAT_ULAW, SF_FORMAT_WAV | SF_FORMAT_ALAW,
                              SF_FORMAT_WAV | SF_FORMAT_IMA_ADPCM}) {
-        writeAudio(path("in.wav"), clippedTones(1.0, 1.6f, 1.0f), format);
+        writeAudio(path("in.wav"), clippedTones(0.5, 1.6f, 1.0f), format);
         const auto outcome = ferrotip("declip -q " + path("in.wav") + " " + path("out.wav"));
         ASSERT_EQ(outcome.status, 0) << outcome.output;
         EXPECT_NE(outcome.output.find("gain -"), std::string::npos) << format << ": " << outcome.output;
