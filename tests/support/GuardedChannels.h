@@ -61,18 +61,21 @@ public:
     }
 
 private:
-    static void fillGuard(float* guard)
+    // One guard's pattern, built once: the guards are copied and compared whole
+    // (thousands of arrays in a test, also in unoptimised builds).
+    static const std::vector<float>& guardPattern()
     {
-        for (std::size_t i = 0; i < guardSamples; ++i) std::memcpy(guard + i, &guardBits, sizeof(float));
+        static const std::vector<float> pattern = [] {
+            std::vector<float> samples(guardSamples);
+            for (float& sample : samples) std::memcpy(&sample, &guardBits, sizeof(float));
+            return samples;
+        }();
+        return pattern;
     }
+    static void fillGuard(float* guard) { std::memcpy(guard, guardPattern().data(), guardSamples * sizeof(float)); }
     static bool guardIntact(const float* guard)
     {
-        for (std::size_t i = 0; i < guardSamples; ++i) {
-            std::uint32_t bits;
-            std::memcpy(&bits, guard + i, sizeof bits);
-            if (bits != guardBits) return false;
-        }
-        return true;
+        return std::memcmp(guard, guardPattern().data(), guardSamples * sizeof(float)) == 0;
     }
     void poison([[maybe_unused]] bool on)
     {
