@@ -189,7 +189,10 @@ double meanSnr(const std::vector<Recording>& recordings, const std::vector<Gap>&
         auto window = original;
         for (auto& channel : window) std::fill_n(channel.begin() + margin, gap.length, 0.0f);
         filler(window, margin, gap.length, r.rate);
-        sum += gapSnr(original, window, margin, gap.length);
+        const double snr = gapSnr(original, window, margin, gap.length);
+        sum += snr;
+        if (std::getenv("INPAINT_EACH_GAP"))
+            std::fprintf(stderr, "gap %d %d %d %.3f\n", gap.recording, gap.start, gap.length, snr);
         if (const char* dir = std::getenv("INPAINT_DUMP")) dumpGap(dir, original, window, margin, gap.length, r.rate);
     }
     return gaps.empty() ? 0.0 : sum / gaps.size();

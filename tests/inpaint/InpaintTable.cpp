@@ -23,7 +23,8 @@
 // (INPAINT_EDGE_SIDE=before: N samples before it), and the filler is told so unless INPAINT_EDGE_BLIND is set (then it takes silence past the end).
 // INPAINT_DUMP=DIR writes each gap as raw 32-bit floats (gapNNNN_RATE_CHANNELS_LENGTH.f32:
 // every channel's second before the gap, the gap and the second after it, then every
-// channel's fill) for study outside the program.
+// channel's fill) for study outside the program; INPAINT_EACH_GAP prints each gap's SNR
+// to the error stream (recording, start, length, dB), to compare fillers gap by gap.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
