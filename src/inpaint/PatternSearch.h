@@ -2,21 +2,27 @@
 // (a stretch before and one after a hole of the gap's length) best match the gap's own
 // borders, by normalised correlation summed over the channels, and the passage
 // between them scaled by its least-squares gain on the borders. The correlation of
-// every shift comes from one transform per channel and gap and one per hole.
+// every shift comes from transforms by overlap-save: blocks of at least twice the
+// template's span (and at least blockMinimum), so that a search seconds long runs in
+// transforms that stay in cache rather than in one the length of the whole segment.
 //
 // begin takes each channel's segment (the gap's samples are never read by a search
-// that excludes them). The constructor allocates for segments up to maxLength samples
-// and maxChannels channels; nothing else does. The signal library's transform gives
+// that excludes them). The constructor allocates for segments up to maxLength samples,
+// maxChannels channels and templates (two borders and the hole) up to maxSpan samples;
+// nothing else does. A template longer than the largest block (twice maxSpan, or
+// blockMinimum) finds no match. The signal library's transform gives
 // the same bits on every instruction-set path. One thread at a time per object.
 #pragma once
 
 #include <memory>
+#include <vector>
 
 #include "signal/CFft_std.h"
 
 class PatternSearch {
 public:
-    PatternSearch(int maxLength, int maxChannels);
+    PatternSearch(int maxLength, int maxChannels, int maxSpan);
+    PatternSearch(int maxLength, int maxChannels) : PatternSearch(maxLength, maxChannels, maxLength) {}
 
     // Transforms the segments, count samples each (count <= maxLength).
     void begin(const double* const* segments, int channelCount, int count);
@@ -32,20 +38,27 @@ public:
     // nullptr with windows = 0 when no source fits.
     double* scores(int hole, int length, int border, int& windows);
 
+    static constexpr int blockMinimum = 4096;
+
 private:
+    standardLib::standard::CFft_std<double>& transformFor(int span, int& blockSize);
     double templateFor(int hole, int length, int& border);
     double correlationAt(int hole, int length, int border);
     double windowEnergy(int u, int length, int border) const;
     double scoreAt(int u, int hole, int length, int border, double templateEnergy) const;
 
-    int size;
+    int size;          // of the whole segment
+    int largestBlock;  // the largest block's transform
     int maxChannels_;
     int channels = 0;
     int count_ = 0;
     const double* const* segments_ = nullptr;
-    standardLib::standard::CFft_std<double> fft;
-    std::unique_ptr<double[]> spectraRe, spectraIm;  // maxChannels x (size / 2 + 1)
-    std::unique_ptr<double[]> accRe, accIm, re, im;  // size / 2 + 1
-    std::unique_ptr<double[]> work;                  // size
+    // Transforms of every power of two from blockMinimum (or less, for short segments)
+    // to largestBlock.
+    std::vector<std::unique_ptr<standardLib::standard::CFft_std<double>>> transforms;
+    std::unique_ptr<double[]> spectraRe, spectraIm;  // maxChannels x (largestBlock / 2 + 1): the template's
+    std::unique_ptr<double[]> accRe, accIm, re, im;  // largestBlock / 2 + 1
+    std::unique_ptr<double[]> block;                 // largestBlock: one block in, its correlations out
+    std::unique_ptr<double[]> work;                  // size: every window's correlation
     std::unique_ptr<double[]> energy;                // maxLength + 1 running sums of squares
 };

@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <cmath>
 
-RepeatSearch::RepeatSearch(int maxLength, int hop)
+// A span of s samples covers at most s / hop + 3 blocks (its ends reach into one more
+// block each, and the hole's first block starts one early).
+RepeatSearch::RepeatSearch(int maxLength, int hop, int maxSpan)
     : maxLength_(maxLength),
       hop_(std::max(1, hop)),
       blocks(new double[maxLength / hop_ + 1]()),
-      blockSearch(maxLength / hop_ + 1, 1)
+      blockSearch(maxLength / hop_ + 1, 1, maxSpan / hop_ + 3)
 {
 }
 

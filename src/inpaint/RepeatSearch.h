@@ -6,7 +6,8 @@
 // those blocks) lists the likeliest shifts; the best of them is then refined sample by
 // sample at the full rate, where only a few hundred correlations remain to be summed.
 //
-// The constructor allocates for segments up to maxLength samples; find never does.
+// The constructor allocates for segments up to maxLength samples and a hole with its
+// borders up to maxSpan samples; find never allocates.
 // Double arithmetic in plain loops and the signal library's transform: the same bits
 // on every instruction-set path. One thread at a time per object.
 #pragma once
@@ -23,7 +24,8 @@ public:
         double correlation = 0.0;  // the borders' normalised correlation; 0: none found
     };
 
-    RepeatSearch(int maxLength, int hop);
+    RepeatSearch(int maxLength, int hop, int maxSpan);
+    RepeatSearch(int maxLength, int hop) : RepeatSearch(maxLength, hop, maxLength) {}
 
     // The best repeat within segments[c][from .. to) of the hole [hole, hole + length)
     // with its borders; the repeat and its borders never overlap the hole. The hole's
