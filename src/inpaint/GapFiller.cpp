@@ -73,6 +73,7 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
       rightHandSides(new double[static_cast<std::size_t>(maxChannels) * (maxRows * maxGap + solver.maxSize())]()),
       rows(new double*[maxRows * maxChannels]()),
       segmentRows(new const double*[maxChannels]()),
+      sourceRows(new const float*[maxChannels]()),
       column(new double[order + 1]()),
       model_(new double[order + 1]()),
       sideModels(new double[2 * (static_cast<std::size_t>(order) + 1)]()),
@@ -194,16 +195,22 @@ void GapFiller::clearPastEdges(int channelCount, const Layout& at)
     }
 }
 
+// Only what the models and the similarity search read comes into the segment; the
+// repeat search reads the caller's audio seconds away as it is (sourceRows).
 void GapFiller::load(float* const* channels, int channelCount, int start, const Layout& at)
 {
+    const int loaded = patternContext(at.length);
+    const int first = at.gap() - loaded, last = at.gap() + at.length + loaded;
+    const int knownFrom = std::max(first, at.knownFrom), knownTo = std::min(last, at.knownTo);
     for (int c = 0; c < channelCount; ++c) {
         const float* from = channels[c] + start - at.reach;
+        sourceRows[c] = from;
         double* to = segment(c);
-        std::fill(to, to + at.knownFrom, 0.0);
-        for (int i = at.knownFrom; i < at.gap(); ++i) to[i] = from[i];
+        std::fill(to + first, to + knownFrom, 0.0);
+        for (int i = knownFrom; i < at.gap(); ++i) to[i] = from[i];
         std::fill(to + at.gap(), to + at.gap() + at.length, 0.0);
-        for (int i = at.gap() + at.length; i < at.knownTo; ++i) to[i] = from[i];
-        std::fill(to + at.knownTo, to + at.total, 0.0);
+        for (int i = at.gap() + at.length; i < knownTo; ++i) to[i] = from[i];
+        std::fill(to + std::max(knownTo, at.gap() + at.length), to + last, 0.0);
     }
 }
 
@@ -586,8 +593,7 @@ void GapFiller::fillCandidate(int candidate, int channelCount, const Layout& at)
 void GapFiller::addRepetitionCandidate(int channelCount, const Layout& at)
 {
     if (at.recordedFrom > at.arStart() || at.recordedTo < at.arEnd()) return;
-    for (int c = 0; c < channelCount; ++c) segmentRows[c] = segment(c);
-    const RepeatSearch::Match found = repeats_.find(segmentRows.get(), channelCount, at.recordedFrom, at.recordedTo,
+    const RepeatSearch::Match found = repeats_.find(sourceRows.get(), channelCount, at.recordedFrom, at.recordedTo,
                                                     at.gap(), at.length, at.arReach);
     if (found.correlation < settings_.repetitionTrust) return;
     const int shift = found.source - at.gap();
@@ -618,11 +624,11 @@ double* GapFiller::savedRegion(int channel) const
     return saved.get() + static_cast<std::size_t>(channel) * savedStride();
 }
 
-// The segment's sample t as loaded, while the models' reach holds what the repeat
-// leaves unexplained.
+// The sample t as recorded (t in the recording, outside the gap), while the models'
+// reach in the segment holds what the repeat leaves unexplained.
 double GapFiller::unmodelled(int channel, const Layout& at, int t) const
 {
-    return t >= at.arStart() && t < at.arEnd() ? savedRegion(channel)[t - at.arStart()] : segment(channel)[t];
+    return t >= at.arStart() && t < at.arEnd() ? savedRegion(channel)[t - at.arStart()] : sourceRows[channel][t];
 }
 
 void GapFiller::fillFromModels(int channelCount, const Layout& at)

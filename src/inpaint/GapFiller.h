@@ -268,6 +268,8 @@ private:
     std::unique_ptr<double[]> rightHandSides;
     std::unique_ptr<double*[]> rows;      // maxRows * maxChannels right-hand sides
     std::unique_ptr<const double*[]> segmentRows;  // maxChannels
+    // maxChannels: the caller's audio of the gap being filled, at segment indices
+    std::unique_ptr<const float*[]> sourceRows;
     std::unique_ptr<double[]> column;     // order + 1
     std::unique_ptr<double[]> model_;     // order + 1: the floored model of the current pass
     std::unique_ptr<double[]> sideModels;  // 2 x (order + 1): before and after the gap

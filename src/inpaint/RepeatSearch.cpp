@@ -22,7 +22,7 @@ int floorDiv(int a, int b) { return a >= 0 ? a / b : -((-a + b - 1) / b); }
 
 // The shifts of the best few matches of the borders' box sums, at least a quarter of
 // the template apart, best first.
-RepeatSearch::Coarse RepeatSearch::coarseShifts(const double* const* segments, int channelCount, int from, int to,
+RepeatSearch::Coarse RepeatSearch::coarseShifts(const float* const* channels, int channelCount, int from, int to,
                                                 int hole, int length, int border)
 {
     Coarse coarse{{}, 0};
@@ -31,13 +31,20 @@ RepeatSearch::Coarse RepeatSearch::coarseShifts(const double* const* segments, i
     // quarter of its width.
     const int h = hop_;
     const int count = std::max(0, (to - from - 2 * h) / h + 1);
-    // Each block is two half blocks of one hop, each summed once.
+    // Each block is two half blocks of one hop, each summed once; the hole counts as
+    // silence.
     std::fill_n(blocks.get(), count + 1, 0.0);
     for (int c = 0; c < channelCount && count > 0; ++c) {
-        const double* x = segments[c] + from;
+        const float* x = channels[c] + from;
         for (int m = 0; m <= count; ++m) {
+            const int first = from + m * h;
             double sum = 0.0;
-            for (int j = 0; j < h; ++j) sum += x[m * h + j];
+            if (first + h <= hole || first >= hole + length) {
+                for (int j = 0; j < h; ++j) sum += x[m * h + j];
+            } else {
+                for (int j = 0; j < h; ++j)
+                    sum += first + j >= hole && first + j < hole + length ? 0.0 : static_cast<double>(x[m * h + j]);
+            }
             blocks[m] += sum;
         }
     }
@@ -77,16 +84,16 @@ struct BorderSums {
     double product = 0.0, energy = 0.0;
 };
 
-BorderSums borderSums(const double* const* segments, int channelCount, int hole, int length, int border, int shift)
+BorderSums borderSums(const float* const* channels, int channelCount, int hole, int length, int border, int shift)
 {
     BorderSums sums;
     for (int c = 0; c < channelCount; ++c) {
-        const double* x = segments[c];
+        const float* x = channels[c];
         for (int side = 0; side < 2; ++side) {
             const int first = side == 0 ? hole - border : hole + length;
             for (int t = first; t < first + border; ++t) {
                 const double y = x[t + shift];
-                sums.product += x[t] * y;
+                sums.product += static_cast<double>(x[t]) * y;
                 sums.energy += y * y;
             }
         }
@@ -97,7 +104,7 @@ BorderSums borderSums(const double* const* segments, int channelCount, int hole,
 }  // namespace
 
 // The best shift within a hop of `shift`, by the borders' exact correlation.
-RepeatSearch::Match RepeatSearch::refine(const double* const* segments, int channelCount, int from, int to, int hole,
+RepeatSearch::Match RepeatSearch::refine(const float* const* channels, int channelCount, int from, int to, int hole,
                                          int length, int border, int shift, double templateEnergy) const
 {
     Match best;
@@ -105,7 +112,7 @@ RepeatSearch::Match RepeatSearch::refine(const double* const* segments, int chan
         const int first = hole - border + s;
         if (first < from || first + 2 * border + length > to) continue;
         if (s > -(length + border) && s < length + border) continue;  // overlaps the hole
-        const BorderSums sums = borderSums(segments, channelCount, hole, length, border, s);
+        const BorderSums sums = borderSums(channels, channelCount, hole, length, border, s);
         if (!(sums.energy > 1e-12 * templateEnergy)) continue;
         const double score = sums.product / std::sqrt(sums.energy * templateEnergy);
         if (score > best.correlation) best = {hole + s, sums.product / sums.energy, score};
@@ -113,19 +120,19 @@ RepeatSearch::Match RepeatSearch::refine(const double* const* segments, int chan
     return best;
 }
 
-RepeatSearch::Match RepeatSearch::find(const double* const* segments, int channelCount, int from, int to, int hole,
+RepeatSearch::Match RepeatSearch::find(const float* const* channels, int channelCount, int from, int to, int hole,
                                        int length, int border)
 {
     to = std::min(to, from + maxLength_);
     border = std::min({border, hole - from, to - hole - length});
     if (border <= 0 || channelCount <= 0) return {};
-    const double templateEnergy = borderSums(segments, channelCount, hole, length, border, 0).energy;
+    const double templateEnergy = borderSums(channels, channelCount, hole, length, border, 0).energy;
     if (!(templateEnergy > 0.0)) return {};
-    const Coarse coarse = coarseShifts(segments, channelCount, from, to, hole, length, border);
+    const Coarse coarse = coarseShifts(channels, channelCount, from, to, hole, length, border);
     Match best;
     for (int k = 0; k < coarse.count; ++k) {
         const Match m =
-            refine(segments, channelCount, from, to, hole, length, border, coarse.shifts[k], templateEnergy);
+            refine(channels, channelCount, from, to, hole, length, border, coarse.shifts[k], templateEnergy);
         if (m.correlation > best.correlation) best = m;
     }
     return best;

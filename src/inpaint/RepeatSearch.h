@@ -27,11 +27,10 @@ public:
     RepeatSearch(int maxLength, int hop, int maxSpan);
     RepeatSearch(int maxLength, int hop) : RepeatSearch(maxLength, hop, maxLength) {}
 
-    // The best repeat within segments[c][from .. to) of the hole [hole, hole + length)
+    // The best repeat within channels[c][from .. to) of the hole [hole, hole + length)
     // with its borders; the repeat and its borders never overlap the hole. The hole's
-    // samples are never read.
-    Match find(const double* const* segments, int channelCount, int from, int to, int hole, int length,
-               int border);
+    // samples are never read (the caller's audio, as it came, may hold anything there).
+    Match find(const float* const* channels, int channelCount, int from, int to, int hole, int length, int border);
 
 private:
     static constexpr int shortlist = 4;
@@ -39,10 +38,10 @@ private:
         int shifts[shortlist];
         int count;
     };
-    Coarse coarseShifts(const double* const* segments, int channelCount, int from, int to, int hole, int length,
+    Coarse coarseShifts(const float* const* channels, int channelCount, int from, int to, int hole, int length,
                         int border);
-    Match refine(const double* const* segments, int channelCount, int from, int to, int hole, int length,
-                 int border, int shift, double templateEnergy) const;
+    Match refine(const float* const* channels, int channelCount, int from, int to, int hole, int length, int border,
+                 int shift, double templateEnergy) const;
 
     int maxLength_;
     int hop_;
