@@ -56,7 +56,7 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
       repetitionMaxGap(msToSamples(settings.repetitionMaxGapMs, sampleRate)),
       maxGap_(maxGap),
       maxChannels_(maxChannels),
-      segmentCapacity(2 * contextLength(maxGap) + maxGap),
+      segmentCapacity(2 * patternContext(maxGap) + maxGap),
       estimator(maxChannels * (2 * contextSamples + maxGap), 6 * maxChannels, order),
       flooring(order),
       normal(2 * arContext(maxGap) + maxGap, order),
@@ -66,7 +66,8 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
       search(maxGap >= patternMinGap ? 2 * patternContext(maxGap) + maxGap : 16, maxChannels,
              2 * std::max(patternBorder, static_cast<int>(settings.patternBorderShare * maxGap)) + maxGap),
       periodic(periodicFor(settings, sampleRate, order, maxChannels)),
-      repeats_(repetitionReach > 0 ? segmentCapacity : 16, coarseHop(sampleRate), 2 * arContext(maxGap) + maxGap),
+      repeats_(repetitionReach > 0 ? 2 * contextLength(maxGap) + maxGap : 16, coarseHop(sampleRate),
+               2 * arContext(maxGap) + maxGap),
       segments(new double[static_cast<std::size_t>(maxChannels) * segmentCapacity]()),
       work(new double[segmentCapacity]()),
       saved(new double[repetitionReach > 0 ? static_cast<std::size_t>(maxChannels) * savedStride() : 1]()),
@@ -119,12 +120,15 @@ int GapFiller::contextLength(int length) const
     return std::max(patternContext(length), repeatReach ? arContext(length) + repetitionReach : 0);
 }
 
+// The segment holds what the models and the similarity search read; the recording
+// reaches further, as far as the repeat search looks.
 GapFiller::Layout GapFiller::layout(int length, int before, int after) const
 {
-    const int reach = contextLength(length);
-    const int knownBefore = std::clamp(before, 0, reach), knownAfter = std::clamp(after, 0, reach);
-    const int knownFrom = reach - knownBefore, knownTo = reach + length + knownAfter;
-    Layout at{length, arContext(length), reach, 2 * reach + length, knownFrom, knownTo, knownFrom, knownTo, {}, 0, false};
+    const int reach = patternContext(length), total = 2 * reach + length, searched = contextLength(length);
+    const int recordedFrom = reach - std::clamp(before, 0, searched);
+    const int recordedTo = reach + length + std::clamp(after, 0, searched);
+    Layout at{length, arContext(length), reach, total, std::max(0, recordedFrom), std::min(total, recordedTo),
+              recordedFrom, recordedTo, {}, 0, false};
     setStretches(at);
     return at;
 }
@@ -195,22 +199,18 @@ void GapFiller::clearPastEdges(int channelCount, const Layout& at)
     }
 }
 
-// Only what the models and the similarity search read comes into the segment; the
-// repeat search reads the caller's audio seconds away as it is (sourceRows).
+// The repeat search reads the caller's audio beyond the segment as it is (sourceRows).
 void GapFiller::load(float* const* channels, int channelCount, int start, const Layout& at)
 {
-    const int loaded = patternContext(at.length);
-    const int first = at.gap() - loaded, last = at.gap() + at.length + loaded;
-    const int knownFrom = std::max(first, at.knownFrom), knownTo = std::min(last, at.knownTo);
     for (int c = 0; c < channelCount; ++c) {
         const float* from = channels[c] + start - at.reach;
         sourceRows[c] = from;
         double* to = segment(c);
-        std::fill(to + first, to + knownFrom, 0.0);
-        for (int i = knownFrom; i < at.gap(); ++i) to[i] = from[i];
+        std::fill(to, to + at.knownFrom, 0.0);
+        for (int i = at.knownFrom; i < at.gap(); ++i) to[i] = from[i];
         std::fill(to + at.gap(), to + at.gap() + at.length, 0.0);
-        for (int i = at.gap() + at.length; i < knownTo; ++i) to[i] = from[i];
-        std::fill(to + std::max(knownTo, at.gap() + at.length), to + last, 0.0);
+        for (int i = at.gap() + at.length; i < at.knownTo; ++i) to[i] = from[i];
+        std::fill(to + std::max(at.knownTo, at.gap() + at.length), to + at.total, 0.0);
     }
 }
 

@@ -185,8 +185,11 @@ private:
     // least-squares fills use the inner arReach of them.
     struct Layout {
         int length, arReach, reach, total;
-        int knownFrom, knownTo;  // the recording's samples: [knownFrom, knownTo)
-        int recordedFrom, recordedTo;  // the same, also for long gaps (which take the rest as silence)
+        int knownFrom, knownTo;  // the recording's samples in the segment: [knownFrom, knownTo)
+        // The recording's samples the caller gave, in the segment's indices but reaching
+        // beyond it (as far as the repeat search looks), also for long gaps (which take the
+        // rest of the segment as silence).
+        int recordedFrom, recordedTo;
         // The validation stretches (none without validation), next to the gap or an
         // order away from it.
         Stretch stretch[maxStretches];
