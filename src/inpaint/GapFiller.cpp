@@ -73,6 +73,7 @@ GapFiller::GapFiller(int sampleRate, int maxGap, int maxChannels, InpaintSetting
       saved(new double[repetitionReach > 0 ? static_cast<std::size_t>(maxChannels) * savedStride() : 1]()),
       rightHandSides(new double[static_cast<std::size_t>(maxChannels) * (maxRows * maxGap + solver.maxSize())]()),
       rows(new double*[maxRows * maxChannels]()),
+      rowSizes(new int[maxRows * maxChannels]()),
       segmentRows(new const double*[maxChannels]()),
       sourceRows(new const float*[maxChannels]()),
       column(new double[order + 1]()),
@@ -306,11 +307,10 @@ void GapFiller::solveNearEdges(int channelCount, const Layout& at, int modelOrde
 // T x = -(A^T A s)[gap] with the unknowns zero in s, T[i][j] = c[|i - j|]. The far
 // stretches are holes of their own, beyond the reach of the gap's prediction errors;
 // those next to the gap are filled with it as one widened hole, whose fill of the gap
-// is the one kept.
+// is the one kept. All holes share the model's column, so one recursion solves them.
 void GapFiller::solve(int channelCount, const Layout& at, int modelOrder, bool widen)
 {
     std::copy_n(normal.modelAutocorrelation(), modelOrder + 1, column.get());
-    if (widen && at.widened()) solveWidened(channelCount, at, modelOrder);
     const int holes = 1 + at.farStretches();
     for (int c = 0; c < channelCount; ++c) {
         double* q = work.get();
@@ -323,18 +323,22 @@ void GapFiller::solve(int channelCount, const Layout& at, int modelOrder, bool w
             double* rhs = rightHandSide(v * channelCount + c);
             for (int i = 0; i < at.length; ++i) rhs[i] = -from[i];
             rows[v * channelCount + c] = rhs;
+            rowSizes[v * channelCount + c] = at.length;
         }
     }
-    solver.solve(column.get(), modelOrder, at.length, rows.get(), holes * channelCount);
+    const bool widened = widen && at.widened();  // then the gap is the only hole of its size
+    if (widened) widenedRightHandSides(channelCount, at);
+    solver.solve(column.get(), modelOrder, rowSizes.get(), rows.get(), (widened ? 2 : holes) * channelCount);
+    if (widened) pointAtWidenedStretches(channelCount, at);
     for (int c = 0; c < channelCount; ++c) std::copy_n(rows[c], at.length, segment(c) + at.gap());
 }
 
-// The gap widened by the stretches next to it, one hole: the rows of those stretches.
-void GapFiller::solveWidened(int channelCount, const Layout& at, int modelOrder)
+// The right-hand sides of the gap widened by the stretches next to it, one hole, in
+// the rows after the gap's; solved, their ends are the stretches' rows.
+void GapFiller::widenedRightHandSides(int channelCount, const Layout& at)
 {
     const Stretch& before = at.stretch[0];
     const int hole = before.length + at.length + at.stretch[1].length;
-    double** widened = rows.get() + channelCount;
     for (int c = 0; c < channelCount; ++c) {
         double* q = work.get();
         std::copy_n(segment(c) + at.arStart(), at.arTotal(), q);
@@ -342,10 +346,9 @@ void GapFiller::solveWidened(int channelCount, const Layout& at, int modelOrder)
         normal.apply(q, at.arTotal(), q);
         double* rhs = widenedRow(c);
         for (int i = 0; i < hole; ++i) rhs[i] = -q[before.start - at.arStart() + i];
-        widened[c] = rhs;
+        rows[channelCount + c] = rhs;
+        rowSizes[channelCount + c] = hole;
     }
-    solver.solve(column.get(), modelOrder, hole, widened, channelCount);
-    pointAtWidenedStretches(channelCount, at);
 }
 
 // The similarity search's fill of the gap, written to the first candidate's rows;

@@ -228,7 +228,7 @@ private:
     void blendSidedFill(int channelCount, const Layout& at, int context, int modelOrder, double share);
     double* candidateFill(int candidate, int row) const;
     void solve(int channelCount, const Layout& at, int modelOrder, bool widen);
-    void solveWidened(int channelCount, const Layout& at, int modelOrder);
+    void widenedRightHandSides(int channelCount, const Layout& at);
     void solveNearEdges(int channelCount, const Layout& at, int modelOrder, bool refine, bool widen);
     void setStretches(Layout& at) const;
     int rowLength(const Layout& at, int row, int channelCount) const;
@@ -270,6 +270,7 @@ private:
     // maxRows * maxChannels rows of maxGap, then maxChannels widened gaps
     std::unique_ptr<double[]> rightHandSides;
     std::unique_ptr<double*[]> rows;      // maxRows * maxChannels right-hand sides
+    std::unique_ptr<int[]> rowSizes;      // and their lengths
     std::unique_ptr<const double*[]> segmentRows;  // maxChannels
     // maxChannels: the caller's audio of the gap being filled, at segment indices
     std::unique_ptr<const float*[]> sourceRows;

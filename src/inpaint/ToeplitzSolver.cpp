@@ -9,7 +9,8 @@ ToeplitzSolver::ToeplitzSolver(int maxSize, int maxRightHandSides)
       maxRhs(maxRightHandSides),
       predictor(new double[maxSize]()),
       normalised(new double[maxSize + 1]()),
-      solutions(new double[static_cast<std::size_t>(maxSize) * maxRightHandSides]())
+      solutions(new double[static_cast<std::size_t>(maxSize) * maxRightHandSides]()),
+      sameSizes(new int[maxRightHandSides]())
 {
 }
 
@@ -19,6 +20,18 @@ using namespace kernel_paths;
 bool ToeplitzSolver::solve(const double* column, int bandwidth, int size, double* const* rhs,
                            int rightHandSides)
 {
+    std::fill_n(sameSizes.get(), rightHandSides, size);
+    return solve(column, bandwidth, sameSizes.get(), rhs, rightHandSides);
+}
+
+// A system's solution depends only on the column up to its own size, and the
+// predictor's recursion is the same for all: each right-hand side takes the steps
+// below its size, the predictor those below the largest.
+bool ToeplitzSolver::solve(const double* column, int bandwidth, const int* sizes, double* const* rhs,
+                           int rightHandSides)
+{
+    if (rightHandSides <= 0) return true;
+    const int size = *std::max_element(sizes, sizes + rightHandSides);
     const int band = std::min(bandwidth, size - 1);
     const double diagonal = column[0];
     for (int k = 1; k <= band; ++k) normalised[k] = column[k] / diagonal;
@@ -26,7 +39,7 @@ bool ToeplitzSolver::solve(const double* column, int bandwidth, int size, double
     double* y = predictor.get();
     for (int s = 0; s < rightHandSides; ++s) {
         double* x = solutions.get() + static_cast<std::size_t>(s) * capacity;
-        std::fill(x, x + size, 0.0);
+        std::fill(x, x + sizes[s], 0.0);
         x[0] = rhs[s][0] / diagonal;
     }
     bool stable = true;
@@ -38,6 +51,7 @@ bool ToeplitzSolver::solve(const double* column, int bandwidth, int size, double
         if (!(beta > 0.0)) { stable = false; break; }
         const int terms = std::min(k, band);
         for (int s = 0; s < rightHandSides; ++s) {
+            if (k >= sizes[s]) continue;
             double* x = solutions.get() + static_cast<std::size_t>(s) * capacity;
             const double mu = (rhs[s][k] / diagonal - bandedDot(path, r, x, k, terms)) / beta;
             addReversed(path, x, y, k, mu);
@@ -51,6 +65,6 @@ bool ToeplitzSolver::solve(const double* column, int bandwidth, int size, double
         }
     }
     for (int s = 0; s < rightHandSides; ++s)
-        std::copy_n(solutions.get() + static_cast<std::size_t>(s) * capacity, size, rhs[s]);
+        std::copy_n(solutions.get() + static_cast<std::size_t>(s) * capacity, sizes[s], rhs[s]);
     return stable;
 }

@@ -24,6 +24,10 @@ public:
     // values, zero beyond) when the matrix proves numerically not positive definite.
     bool solve(const double* column, int bandwidth, int size, double* const* rhs,
                int rightHandSides);
+    // The same for systems of several sizes with one column (the leading blocks of the
+    // largest), in one recursion: rhs[r] holds sizes[r] values. Each solution has the
+    // bits of its own solve.
+    bool solve(const double* column, int bandwidth, const int* sizes, double* const* rhs, int rightHandSides);
 
     int maxSize() const { return capacity; }
 
@@ -34,4 +38,5 @@ private:
     std::unique_ptr<double[]> predictor;  // y of the recursion
     std::unique_ptr<double[]> normalised; // r[k] = t[k] / t[0], k = 0..bandwidth
     std::unique_ptr<double[]> solutions;  // maxRhs rows of maxSize
+    std::unique_ptr<int[]> sameSizes;     // maxRhs
 };

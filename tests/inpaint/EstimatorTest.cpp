@@ -58,6 +58,32 @@ TEST(ToeplitzSolver, SolvesABandedSystem)
     }
 }
 
+// Systems of several sizes in one recursion: each solution has the bits of its own
+// solve, also where a size lies within the band.
+TEST(ToeplitzSolver, SystemsOfSeveralSizesGiveTheBitsOfEachAlone)
+{
+    const int band = 20;
+    std::vector<double> column(band + 1);
+    for (int k = 0; k <= band; ++k) column[k] = std::exp(-0.1 * k) * (k == 0 ? 2.0 : 1.0);
+    const std::vector<int> sizes = {300, 7, 250, 300, 16};
+    std::vector<std::vector<double>> together, alone;
+    for (std::size_t s = 0; s < sizes.size(); ++s) {
+        std::vector<double> b(sizes[s]);
+        for (int i = 0; i < sizes[s]; ++i) b[i] = std::sin(0.1 * i + static_cast<double>(s));
+        together.push_back(b);
+        alone.push_back(b);
+    }
+    ToeplitzSolver solver(300, static_cast<int>(sizes.size()));
+    std::vector<double*> rows;
+    for (auto& row : together) rows.push_back(row.data());
+    ASSERT_TRUE(solver.solve(column.data(), band, sizes.data(), rows.data(), static_cast<int>(sizes.size())));
+    for (std::size_t s = 0; s < sizes.size(); ++s) {
+        double* rhs[1] = {alone[s].data()};
+        ASSERT_TRUE(solver.solve(column.data(), band, sizes[s], rhs, 1));
+        EXPECT_EQ(together[s], alone[s]) << "size " << sizes[s];
+    }
+}
+
 TEST(NormalProduct, MatchesTheDirectSum)
 {
     const auto x = colouredNoise(500, 3);
