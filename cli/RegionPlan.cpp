@@ -103,23 +103,13 @@ public:
                 selected.push_back(std::move(window[c]));
                 which.push_back(c);
             }
+        if (!r.choice.method) return fillGap(r, before, after, selected, which);
         RepairOutcome outcome;
-        if (r.choice.method) {
-            RepairWindow plan{r.first - before, before + after, static_cast<int>(before)};
-            try {
-                outcome = runRepair(selected, rate, plan, length, *r.choice.method);
-            } catch (const CliError& error) {
-                throw CliError(r.origin + ": " + error.what());
-            }
-        } else {
-            std::vector<float*> pointers;
-            for (auto& channel : selected) pointers.push_back(channel.data());
-            // Near the file's ends the filler is told how much of the window is audio.
-            const std::int64_t audioBefore = std::min(before, r.first);
-            const std::int64_t audioAfter = std::min(after - length, source_.frames() - r.first - length);
-            filler_.fill(pointers.data(), static_cast<int>(pointers.size()), static_cast<int>(before), length,
-                         static_cast<int>(audioBefore), static_cast<int>(audioAfter));
-            requireFiniteRepair(selected, r.origin + ": \"inpaint\"");
+        RepairWindow plan{r.first - before, before + after, static_cast<int>(before)};
+        try {
+            outcome = runRepair(selected, rate, plan, length, *r.choice.method);
+        } catch (const CliError& error) {
+            throw CliError(r.origin + ": " + error.what());
         }
         Patch patch = changedStretch(r.first - before, selected, which,
                                      readWindow(source_, r.first - before, before + after, earlier));
@@ -128,6 +118,29 @@ public:
     }
 
 private:
+    // The filler writes the gap alone, so only the gap is kept to see what changed and
+    // checked for samples that are not finite (the window holds up to 40 s).
+    Patch fillGap(const Region& r, std::int64_t before, std::int64_t after, Channels& selected,
+                  const std::vector<int>& which)
+    {
+        const int length = static_cast<int>(r.length());
+        Channels original(source_.channels(), std::vector<float>(length, 0.0f));
+        std::vector<float*> pointers;
+        for (std::size_t k = 0; k < which.size(); ++k) {
+            std::copy_n(selected[k].begin() + before, length, original[which[k]].begin());
+            pointers.push_back(selected[k].data());
+        }
+        // Near the file's ends the filler is told how much of the window is audio.
+        const std::int64_t audioBefore = std::min(before, r.first);
+        const std::int64_t audioAfter = std::min(after - length, source_.frames() - r.first - length);
+        filler_.fill(pointers.data(), static_cast<int>(pointers.size()), static_cast<int>(before), length,
+                     static_cast<int>(audioBefore), static_cast<int>(audioAfter));
+        Channels filled;
+        for (const auto& channel : selected) filled.emplace_back(channel.begin() + before, channel.begin() + before + length);
+        requireFiniteRepair(filled, r.origin + ": \"inpaint\"");
+        return changedStretch(r.first, filled, which, original);
+    }
+
     FrameSource& source_;
     GapFiller filler_;
 };
