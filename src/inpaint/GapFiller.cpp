@@ -211,7 +211,7 @@ void GapFiller::load(float* const* channels, int channelCount, int start, const 
         for (int i = at.knownFrom; i < at.gap(); ++i) to[i] = from[i];
         std::fill(to + at.gap(), to + at.gap() + at.length, 0.0);
         for (int i = at.gap() + at.length; i < at.knownTo; ++i) to[i] = from[i];
-        std::fill(to + std::max(at.knownTo, at.gap() + at.length), to + at.total, 0.0);
+        std::fill(to + at.knownTo, to + at.total, 0.0);
     }
 }
 
