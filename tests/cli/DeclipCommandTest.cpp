@@ -113,7 +113,7 @@ TEST_F(DeclipCommand, ASteadyToneComesBackBitForBit)
 TEST_F(DeclipCommand, RestoresOnlyTheClippedSamplesOfAnIntegerFile)
 {
     // Clipped below full scale, so the restored peaks fit and no gain is needed.
-    writeAudio(path("in.wav"), clippedTones(1.5, 0.8f, 0.5f), pcm16);
+    writeAudio(path("in.wav"), clippedTones(0.75, 0.8f, 0.5f), pcm16);
     const auto outcome = ferrotip("declip -q " + path("in.wav") + " " + path("out.wav") + " --report " + path("runs.csv"));
     ASSERT_EQ(outcome.status, 0) << outcome.output;
     const auto in = testsupport::readSoundFile<int>(path("in.wav")).samples;
@@ -167,7 +167,7 @@ TEST_F(DeclipCommand, TheSummarysRestoredPeakIsTheWrittenOne)
 
 TEST_F(DeclipCommand, WritesTheSameBitsOnAnyNumberOfThreads)
 {
-    writeAudio(path("in.wav"), clippedTones(1.0, 1.25f, 1.0f), float32);
+    writeAudio(path("in.wav"), clippedTones(0.5, 1.25f, 1.0f), float32);
     for (const char* jobs : {"1", "3"}) {
         const auto outcome = ferrotip("declip -q --jobs " + std::string(jobs) + " " + path("in.wav") + " " +
                                       path(std::string("out") + jobs + ".wav"));
