@@ -24,7 +24,7 @@ public:
     PatternSearch(int maxLength, int maxChannels, int maxSpan);
     PatternSearch(int maxLength, int maxChannels) : PatternSearch(maxLength, maxChannels, maxLength) {}
 
-    // Transforms the segments, count samples each (count <= maxLength).
+    // Takes the segments, count samples each (count <= maxLength), and their running energy.
     void begin(const double* const* segments, int channelCount, int count);
     // Fills out[c][0 .. length) for the hole [hole, hole + length) with borders of
     // `border` samples; the source passage and its borders never overlap the hole.
