@@ -10,16 +10,13 @@
 
 #include "inpaint/DropoutMaterial.h"
 #include "inpaint/GapFiller.h"
+#include "support/InstrumentedBuild.h"
 
 namespace {
 
 using namespace inpaint_test;
 
-#if defined(__SANITIZE_ADDRESS__)
-constexpr int gapsPerLength = 1;  // the instrumented build checks the path, not the figures
-#else
-constexpr int gapsPerLength = 3;
-#endif
+constexpr int gapsPerLength = testsupport::instrumentedBuild ? 1 : 3;
 constexpr std::uint32_t seed = 19;
 
 struct Material {

@@ -10,13 +10,7 @@
 #include <cstring>
 #include <vector>
 
-#if defined(__SANITIZE_ADDRESS__)
-#define FERROTIP_TEST_ASAN 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define FERROTIP_TEST_ASAN 1
-#endif
-#endif
+#include "support/InstrumentedBuild.h"
 #ifdef FERROTIP_TEST_ASAN
 #include <sanitizer/asan_interface.h>
 #endif
