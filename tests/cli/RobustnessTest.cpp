@@ -228,7 +228,7 @@ TEST_F(Robustness, SamplesThatAreNotFiniteAreReadAsSilenceWithAWarning)
     sf_writef_double(file, sound.samples.data(), sound.info.frames);
     sf_close(file);
 
-    for (const std::string command : {"declick -q '" + input + "' '" + path("out.wav") + "'",
+    for (const std::string& command : {"declick -q '" + input + "' '" + path("out.wav") + "'",
                                       "declip -q '" + input + "' '" + path("out.wav") + "'",
                                       "repair '" + input + "' '" + path("out.wav") + "' --start 4990 --length 20",
                                       "repair '" + input + "' '" + path("out.wav") + "' --start 20000 --length 5ms --method 3"}) {

@@ -76,10 +76,12 @@ void repairWithinReach(const RateCase& run, TestRandom& random)
         for (int i = 0; i < static_cast<int>(channels.length()); ++i) {
             // The assertions only where one fails: a million of them cost more than the repair.
             const bool changeableHere = i >= region.first && i < region.end;
-            if (changeableHere && !std::isfinite(x[i]))
+            if (changeableHere && !std::isfinite(x[i])) {
                 FAIL() << "channel " << c << ", index " << i << " is " << x[i];
-            if (!changeableHere && x[i] != original[c][i])
+            }
+            if (!changeableHere && x[i] != original[c][i]) {
                 ASSERT_EQ(x[i], original[c][i]) << "channel " << c << ", index " << i;
+            }
         }
     }
 }
