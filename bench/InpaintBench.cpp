@@ -6,16 +6,21 @@
 // BM_RepeatSearch finds the repeat of a 50 ms gap's 90 ms borders 6 s on each side
 // (coarse box sums, then the full rate); BM_RepeatSearchAtFullRate does the same with
 // the full-rate transform search of long gaps, for the ratio of the two.
+// BM_BurgKernel and BM_LevinsonKernels run the model's two inner loops on each
+// instruction-set path (label), at the long model's size: order 1024 over 90 ms on
+// each side of both channels, and Levinson's steps up to order 1024.
 #include <benchmark/benchmark.h>
 
 #include <cmath>
 #include <random>
 #include <vector>
 
+#include "inpaint/BurgKernels.h"
 #include "inpaint/GapFiller.h"
 #include "inpaint/PatternSearch.h"
 #include "inpaint/ReferenceInpainters.h"
 #include "inpaint/RepeatSearch.h"
+#include "inpaint/ToeplitzKernels.h"
 
 namespace {
 
@@ -127,5 +132,59 @@ void BM_RepeatSearchAtFullRate(benchmark::State& state)
     }
 }
 BENCHMARK(BM_RepeatSearchAtFullRate)->Unit(benchmark::kMillisecond);
+
+kernel_paths::Path benchPath(benchmark::State& state)
+{
+    const auto path = static_cast<kernel_paths::Path>(state.range(0));
+    state.SetLabel(kernel_paths::pathName(path));
+    if (!kernel_paths::pathSupported(path)) state.SkipWithError("path not supported on this CPU");
+    return path;
+}
+
+std::vector<double> noise(int count, unsigned seed)
+{
+    std::mt19937 generator(seed);
+    std::normal_distribution<double> gaussian(0.0, 1.0);
+    std::vector<double> x(count);
+    for (double& v : x) v = gaussian(generator);
+    return x;
+}
+
+constexpr int longOrder = 1024;
+
+void BM_BurgKernel(benchmark::State& state)
+{
+    const kernel_paths::Path path = benchPath(state);
+    constexpr int stretch = 3969, stretches = 4;  // 90 ms at 44.1 kHz, each side of two channels
+    const auto errors = noise(stretch * stretches, 5);
+    auto f = errors, b = errors, next = errors;
+    for (auto _ : state) {
+        double cross[8] = {}, energy[8] = {};
+        for (int m = 1; m < longOrder; ++m)
+            for (int s = 0; s < stretches; ++s)
+                inpaint_kernels::updateStretch(path, f.data() + s * stretch, b.data() + s * stretch,
+                                               next.data() + s * stretch, m, stretch, 0.001, cross, energy);
+        benchmark::DoNotOptimize(cross);
+        benchmark::DoNotOptimize(energy);
+    }
+}
+BENCHMARK(BM_BurgKernel)->DenseRange(0, 3)->Unit(benchmark::kMillisecond);
+
+void BM_LevinsonKernels(benchmark::State& state)
+{
+    const kernel_paths::Path path = benchPath(state);
+    const auto r = noise(longOrder + 1, 6), y = noise(longOrder, 7);
+    auto x = noise(longOrder, 8), v = noise(longOrder, 9);
+    for (auto _ : state) {
+        double dot = 0.0;
+        for (int k = 1; k <= longOrder; ++k) {
+            dot += inpaint_kernels::bandedDot(path, r.data(), v.data(), k, k - 1);
+            inpaint_kernels::addReversed(path, x.data(), y.data(), k, 1e-4);
+            inpaint_kernels::addReversedInPlace(path, v.data(), k, 1e-4);
+        }
+        benchmark::DoNotOptimize(dot);
+    }
+}
+BENCHMARK(BM_LevinsonKernels)->DenseRange(0, 3)->Unit(benchmark::kMicrosecond);
 
 }  // namespace

@@ -79,7 +79,7 @@ __attribute__((target("avx2"))) void avx2Lags(const double* samples, int count, 
 void autocorrelate(kernel_paths::Path path, const double* samples, int count, double* lags, int maxLag)
 {
 #if defined(__x86_64__)
-    if (path == kernel_paths::Path::avx2) return avx2Lags(samples, count, lags, maxLag);
+    if (kernel_paths::takesAvx2(path)) return avx2Lags(samples, count, lags, maxLag);
 #endif
     autocorrelate(samples, count, lags, maxLag);
 }

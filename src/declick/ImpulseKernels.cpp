@@ -70,7 +70,7 @@ void predictionErrors(Path path, const double* first, const double* model, int o
                       double* errors, int count)
 {
 #if defined(__x86_64__)
-    if (path == Path::avx2) return avx2Errors(first, model, order, direction, errors, count);
+    if (takesAvx2(path)) return avx2Errors(first, model, order, direction, errors, count);
 #endif
     plainErrors(first, model, order, direction, errors, 0, count);
 }

@@ -1,5 +1,6 @@
 #include "inpaint/BurgKernels.h"
 
+#include "signal/OctLanes.h"
 #include "signal/QuadLanes.h"
 
 namespace inpaint_kernels {
@@ -89,6 +90,37 @@ __attribute__((target("avx2"))) void avx2Stretch(double* f, const double* b, dou
 {
     quadStretch(f, b, next, m, end, k, cross, energy);
 }
+
+// Eight samples a step as one oct, lane for lane the two quads above.
+__attribute__((target("avx512f"))) void avx512Stretch(double* f, const double* b, double* next, int m, int end,
+                                                     double k, double* cross, double* energy)
+{
+    if (m >= end) return;
+    updateOne(f, b, next, m, k);
+    const Oct kk = {k, k, k, k, k, k, k, k};
+    Oct previous = {0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, next[m]};
+    Oct c, e;
+    load(c, cross);
+    load(e, energy);
+    // The last lane of the oct before followed by the first seven of this one.
+    const OctIndex shiftedByOne = {7, 8, 9, 10, 11, 12, 13, 14};
+    int t = m + 1;
+    for (; t + 8 <= end; t += 8) {
+        Oct f0, b0;
+        load(f0, f + t);
+        load(b0, b + t - 1);
+        const Oct g = f0 + kk * b0, n = b0 + kk * f0;
+        store(f + t, g);
+        store(next + t, n);
+        const Oct p = __builtin_shuffle(previous, n, shiftedByOne);
+        previous = n;
+        c = c + g * p;
+        e = e + (g * g + p * p);
+    }
+    store(cross, c);
+    store(energy, e);
+    plainSums(f, b, next, t, end, k, cross, energy);
+}
 #endif
 
 }  // namespace
@@ -97,6 +129,7 @@ void updateStretch(Path path, double* f, const double* b, double* next, int m, i
                    double* energy)
 {
 #if defined(__x86_64__)
+    if (path == Path::avx512) return avx512Stretch(f, b, next, m, end, k, cross, energy);
     if (path == Path::avx2) return avx2Stretch(f, b, next, m, end, k, cross, energy);
 #endif
     if (path == Path::vector) return vectorStretch(f, b, next, m, end, k, cross, energy);

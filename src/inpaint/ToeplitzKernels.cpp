@@ -1,5 +1,6 @@
 #include "inpaint/ToeplitzKernels.h"
 
+#include "signal/OctLanes.h"
 #include "signal/QuadLanes.h"
 #include "inpaint/ReversedUpdate.h"
 
@@ -101,6 +102,54 @@ __attribute__((target("avx2"))) void avx2AddReversedInPlace(double* v, int k, do
 {
     quadAddReversedInPlace(v, k, scale);
 }
+
+// The eight partial sums in one oct, lane for lane the two quads above.
+__attribute__((target("avx512f"))) double avx512BandedDot(const double* r, const double* v, int k, int terms)
+{
+    Oct sum = {};
+    int i = 1;
+    for (; i + 7 <= terms; i += 8) {
+        Oct r0, v0;
+        load(r0, r + i);
+        loadReversed(v0, v + k - i - 7);
+        sum = sum + r0 * v0;
+    }
+    double partial[8];
+    store(partial, sum);
+    plainTerms(r, v, k, i, terms, partial);
+    return joined(partial);
+}
+
+__attribute__((target("avx512f"))) void avx512AddReversed(double* x, const double* y, int k, double scale)
+{
+    const Oct s = {scale, scale, scale, scale, scale, scale, scale, scale};
+    int j = 0;
+    for (; j + 8 <= k; j += 8) {
+        Oct xj, yj;
+        load(xj, x + j);
+        loadReversed(yj, y + k - 8 - j);
+        store(x + j, xj + s * yj);
+    }
+    quadAddReversed(x + j, y, k - j, scale);
+}
+
+// Each pair is read before it is written, whichever block takes it: octs from both
+// ends while they do not overlap, then the middle as the quad path does it.
+__attribute__((target("avx512f"))) void avx512AddReversedInPlace(double* v, int k, double scale)
+{
+    const Oct s = {scale, scale, scale, scale, scale, scale, scale, scale};
+    int low = 0, high = k - 1;
+    for (; low + 7 < high - 7; low += 8, high -= 8) {
+        Oct a, b;
+        load(a, v + low);
+        loadReversed(b, v + high - 7);
+        const Oct newLow = a + s * b, newHigh = b + s * a;
+        store(v + low, newLow);
+        const Oct backwards = __builtin_shuffle(newHigh, OctIndex{7, 6, 5, 4, 3, 2, 1, 0});
+        store(v + high - 7, backwards);
+    }
+    quadAddReversedInPlace(v + low, high - low + 1, scale);
+}
 #endif
 
 }  // namespace
@@ -108,6 +157,7 @@ __attribute__((target("avx2"))) void avx2AddReversedInPlace(double* v, int k, do
 double bandedDot(Path path, const double* r, const double* v, int k, int terms)
 {
 #ifdef FERROTIP_INPAINT_AVX2
+    if (path == Path::avx512) return avx512BandedDot(r, v, k, terms);
     if (path == Path::avx2) return avx2BandedDot(r, v, k, terms);
 #endif
     if (path == Path::vector) return vectorBandedDot(r, v, k, terms);
@@ -117,6 +167,7 @@ double bandedDot(Path path, const double* r, const double* v, int k, int terms)
 void addReversed(Path path, double* x, const double* y, int k, double scale)
 {
 #ifdef FERROTIP_INPAINT_AVX2
+    if (path == Path::avx512) return avx512AddReversed(x, y, k, scale);
     if (path == Path::avx2) return avx2AddReversed(x, y, k, scale);
 #endif
     if (path == Path::vector) return vectorAddReversed(x, y, k, scale);
@@ -126,6 +177,7 @@ void addReversed(Path path, double* x, const double* y, int k, double scale)
 void addReversedInPlace(Path path, double* v, int k, double scale)
 {
 #ifdef FERROTIP_INPAINT_AVX2
+    if (path == Path::avx512) return avx512AddReversedInPlace(v, k, scale);
     if (path == Path::avx2) return avx2AddReversedInPlace(v, k, scale);
 #endif
     if (path == Path::vector) return vectorAddReversedInPlace(v, k, scale);

@@ -9,7 +9,7 @@ namespace {
 
 Path detectFastestPath()
 {
-    for (Path path : {Path::avx2, Path::vector})
+    for (Path path : {Path::avx512, Path::avx2, Path::vector})
         if (pathSupported(path)) return path;
     return Path::plain;
 }
@@ -24,6 +24,12 @@ bool pathSupported(Path path)
     case Path::avx2:
 #if defined(__x86_64__)
         return standardLib::fft::isaAvailable(standardLib::fft::Isa::Avx2);
+#else
+        return false;
+#endif
+    case Path::avx512:
+#if defined(__x86_64__)
+        return standardLib::fft::isaAvailable(standardLib::fft::Isa::Avx512);
 #else
         return false;
 #endif
@@ -43,6 +49,7 @@ const char* pathName(Path path)
     case Path::plain: return "plain";
     case Path::vector: return "vector";
     case Path::avx2: return "avx2";
+    case Path::avx512: return "avx512";
     }
     return "unknown";
 }
