@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "ar/ArRecursions.h"
-#include "signal/QuadLanes.h"
+#include "signal/VectorLanes.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "signal/QuadLanes.h"
+#include "signal/VectorLanes.h"
 
 namespace impulse_kernels {
 namespace {

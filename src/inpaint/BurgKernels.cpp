@@ -1,7 +1,6 @@
 #include "inpaint/BurgKernels.h"
 
-#include "signal/OctLanes.h"
-#include "signal/QuadLanes.h"
+#include "signal/VectorLanes.h"
 
 namespace inpaint_kernels {
 

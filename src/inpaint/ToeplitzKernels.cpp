@@ -1,7 +1,6 @@
 #include "inpaint/ToeplitzKernels.h"
 
-#include "signal/OctLanes.h"
-#include "signal/QuadLanes.h"
+#include "signal/VectorLanes.h"
 #include "inpaint/ReversedUpdate.h"
 
 namespace inpaint_kernels {
@@ -47,32 +46,41 @@ void plainAddReversed(double* x, const double* y, int from, int k, double scale)
     return joined(partial);
 }
 
-[[gnu::always_inline]] inline void quadAddReversed(double* x, const double* y, int k, double scale)
+// One vector of outputs a step, the last few one at a time.
+template <typename Vector>
+[[gnu::always_inline]] inline void lanesAddReversed(double* x, const double* y, int k, double scale)
 {
-    const Quad s = {scale, scale, scale, scale};
+    constexpr int lanes = lanesOf<Vector>;
+    Vector s;
+    broadcast(s, scale);
     int j = 0;
-    for (; j + 4 <= k; j += 4) {
-        Quad xj, yj;
+    for (; j + lanes <= k; j += lanes) {
+        Vector xj, yj;
         load(xj, x + j);
-        loadReversed(yj, y + k - 4 - j);
+        loadReversed(yj, y + k - lanes - j);
         store(x + j, xj + s * yj);
     }
     plainAddReversed(x, y, j, k, scale);
 }
 
-// Pairs of quads from both ends while they do not overlap, then the middle pairs.
-[[gnu::always_inline]] inline void quadAddReversedInPlace(double* v, int k, double scale)
+// Pairs of vectors from both ends while they do not overlap, then the middle pairs
+// one at a time; every pair is read before it is written, whichever step takes it.
+template <typename Vector>
+[[gnu::always_inline]] inline void lanesAddReversedInPlace(double* v, int k, double scale)
 {
-    const Quad s = {scale, scale, scale, scale};
+    constexpr int lanes = lanesOf<Vector>;
+    Vector s;
+    broadcast(s, scale);
     int low = 0, high = k - 1;
-    for (; low + 3 < high - 3; low += 4, high -= 4) {
-        Quad a, b;
+    for (; low + lanes - 1 < high - (lanes - 1); low += lanes, high -= lanes) {
+        Vector a, b;
         load(a, v + low);
-        loadReversed(b, v + high - 3);
-        const Quad newLow = a + s * b, newHigh = b + s * a;
+        loadReversed(b, v + high - (lanes - 1));
+        const Vector newLow = a + s * b;
+        Vector newHigh = b + s * a;
         store(v + low, newLow);
-        const Quad backwards = __builtin_shuffle(newHigh, QuadIndex{3, 2, 1, 0});
-        store(v + high - 3, backwards);
+        reverse(newHigh);
+        store(v + high - (lanes - 1), newHigh);
     }
     ::addReversedInPlace(v + low, high - low + 1, scale);
 }
@@ -85,8 +93,8 @@ double plainBandedDot(const double* r, const double* v, int k, int terms)
 }
 
 double vectorBandedDot(const double* r, const double* v, int k, int terms) { return quadBandedDot(r, v, k, terms); }
-void vectorAddReversed(double* x, const double* y, int k, double scale) { quadAddReversed(x, y, k, scale); }
-void vectorAddReversedInPlace(double* v, int k, double scale) { quadAddReversedInPlace(v, k, scale); }
+void vectorAddReversed(double* x, const double* y, int k, double scale) { lanesAddReversed<Quad>(x, y, k, scale); }
+void vectorAddReversedInPlace(double* v, int k, double scale) { lanesAddReversedInPlace<Quad>(v, k, scale); }
 
 #if defined(__x86_64__)
 #define FERROTIP_INPAINT_AVX2 1
@@ -96,11 +104,11 @@ __attribute__((target("avx2"))) double avx2BandedDot(const double* r, const doub
 }
 __attribute__((target("avx2"))) void avx2AddReversed(double* x, const double* y, int k, double scale)
 {
-    quadAddReversed(x, y, k, scale);
+    lanesAddReversed<Quad>(x, y, k, scale);
 }
 __attribute__((target("avx2"))) void avx2AddReversedInPlace(double* v, int k, double scale)
 {
-    quadAddReversedInPlace(v, k, scale);
+    lanesAddReversedInPlace<Quad>(v, k, scale);
 }
 
 // The eight partial sums in one oct, lane for lane the two quads above.
@@ -122,33 +130,11 @@ __attribute__((target("avx512f"))) double avx512BandedDot(const double* r, const
 
 __attribute__((target("avx512f"))) void avx512AddReversed(double* x, const double* y, int k, double scale)
 {
-    const Oct s = {scale, scale, scale, scale, scale, scale, scale, scale};
-    int j = 0;
-    for (; j + 8 <= k; j += 8) {
-        Oct xj, yj;
-        load(xj, x + j);
-        loadReversed(yj, y + k - 8 - j);
-        store(x + j, xj + s * yj);
-    }
-    quadAddReversed(x + j, y, k - j, scale);
+    lanesAddReversed<Oct>(x, y, k, scale);
 }
-
-// Each pair is read before it is written, whichever block takes it: octs from both
-// ends while they do not overlap, then the middle as the quad path does it.
 __attribute__((target("avx512f"))) void avx512AddReversedInPlace(double* v, int k, double scale)
 {
-    const Oct s = {scale, scale, scale, scale, scale, scale, scale, scale};
-    int low = 0, high = k - 1;
-    for (; low + 7 < high - 7; low += 8, high -= 8) {
-        Oct a, b;
-        load(a, v + low);
-        loadReversed(b, v + high - 7);
-        const Oct newLow = a + s * b, newHigh = b + s * a;
-        store(v + low, newLow);
-        const Oct backwards = __builtin_shuffle(newHigh, OctIndex{7, 6, 5, 4, 3, 2, 1, 0});
-        store(v + high - 7, backwards);
-    }
-    quadAddReversedInPlace(v + low, high - low + 1, scale);
+    lanesAddReversedInPlace<Oct>(v, k, scale);
 }
 #endif
 
