@@ -265,7 +265,8 @@ TEST_F(DeclipCommand, CompandedAndAdpcmFilesKeepTheirSoundAndFitTheirRange)
     for (const int format : {SF_FORMAT_WAV | SF_FORMAT_ULAW, SF_FORMAT_WAV | SF_FORMAT_ALAW,
                              SF_FORMAT_WAV | SF_FORMAT_IMA_ADPCM}) {
         writeAudio(path("in.wav"), clippedTones(0.5, 1.25f, 1.0f), format);
-        const auto outcome = ferrotip("declip -q " + path("in.wav") + " " + path("out.wav"));
+        // The long frames alone: what is checked is the format's range, not the restoration.
+        const auto outcome = ferrotip("declip -q --fast " + path("in.wav") + " " + path("out.wav"));
         ASSERT_EQ(outcome.status, 0) << outcome.output;
         EXPECT_NE(outcome.output.find("gain -"), std::string::npos) << format << ": " << outcome.output;
         EXPECT_EQ(outcome.output.find("inf"), std::string::npos) << format << ": " << outcome.output;

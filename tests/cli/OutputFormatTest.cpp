@@ -99,10 +99,11 @@ TEST_F(OutputFormat, ClippingToFitTheNewFormatIsWarned)
 TEST_F(OutputFormat, DeclipFitsRestoredPeaksToTheOutputsFormat)
 {
     writeTone("clipped.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, 1.1, 0.9);
-    const Outcome asFloat = ferrotip("declip " + path("clipped.wav") + " " + path("out.wav"));
+    // The long frames alone: what is checked is the fit to each format, not the restoration.
+    const Outcome asFloat = ferrotip("declip --fast " + path("clipped.wav") + " " + path("out.wav"));
     ASSERT_EQ(asFloat.status, 0) << asFloat.output;
     EXPECT_EQ(asFloat.output.find("gain"), std::string::npos) << asFloat.output;
-    const Outcome asFlac = ferrotip("declip " + path("clipped.wav") + " " + path("out.flac"));
+    const Outcome asFlac = ferrotip("declip --fast " + path("clipped.wav") + " " + path("out.flac"));
     ASSERT_EQ(asFlac.status, 0) << asFlac.output;
     EXPECT_NE(asFlac.output.find("gain -"), std::string::npos) << asFlac.output;
     const auto fitted = testsupport::readSoundFile<float>(path("out.flac"));
