@@ -98,6 +98,27 @@ bool DropoutScanner::clipped(const ChannelState& s, double value) const
     return value > 0.0 ? value >= nearPeak * s.highest : value < 0.0 && value <= nearPeak * s.lowest;
 }
 
+// The channel's dropouts: runs that touch one another (a stretch of several held
+// values, such as a stepped or buzzing replacement) are one dropout, and a chain
+// longer than maxRun is sound, not a dropout (a square wave of a synthesizer holds
+// each half cycle).
+std::vector<Dropout> DropoutScanner::joinedRuns(int channel) const
+{
+    std::vector<HeldRun> held;
+    for (const HeldRun& r : states[channel].found)
+        if (!clipped(states[channel], r.value)) held.push_back(r);
+    std::sort(held.begin(), held.end(), [](const HeldRun& a, const HeldRun& b) { return a.first < b.first; });
+    std::vector<Dropout> joined;
+    for (std::size_t i = 0; i < held.size();) {
+        std::size_t end = i + 1;
+        while (end < held.size() && held[end].first == held[end - 1].last + 1) ++end;
+        if (held[end - 1].last - held[i].first + 1 <= criteria_.maxRun)
+            joined.push_back({channel, held[i].first, held[end - 1].last});
+        i = end;
+    }
+    return joined;
+}
+
 std::vector<Dropout> DropoutScanner::finish()
 {
     // A run still open touches the end and does not count; a pending one is judged by
@@ -110,11 +131,10 @@ std::vector<Dropout> DropoutScanner::finish()
     std::vector<std::vector<Dropout>> runs(states.size());
     std::map<std::pair<std::int64_t, std::int64_t>, int> channelsWith;
     for (int c = 0; c < channels_; ++c)
-        for (const HeldRun& r : states[c].found)
-            if (!clipped(states[c], r.value)) {
-                runs[c].push_back({c, r.first, r.last});
-                ++channelsWith[{r.first, r.last}];
-            }
+        for (const Dropout& d : joinedRuns(c)) {
+            runs[c].push_back(d);
+            ++channelsWith[{d.first, d.last}];
+        }
     std::vector<Dropout> out;
     for (const auto& [span, count] : channelsWith)
         if (count == channels_ && channels_ > 1) out.push_back({Dropout::allChannels, span.first, span.second});

@@ -9,7 +9,8 @@
 // the stream's start or end, runs longer than maxRun (silence between tracks), runs
 // after a fade (quiet before them) and runs held at or above `clipLevel`, or within 1%
 // of the channel's peak of their sign (clipping, below full scale too, not a dropout),
-// are not dropouts.
+// are not dropouts. Runs that touch one another are one dropout, and no dropout when
+// together longer than maxRun (the half cycles of a square wave).
 //
 // Frames go in by push() in blocks of any size; the same dropouts come out whatever
 // the blocks. finish() also judges the runs still waiting for their right side. Per channel; a dropout found with the
@@ -67,6 +68,7 @@ private:
         double highest = 0.0, lowest = 0.0;  // the channel's peaks of each sign
     };
     bool clipped(const ChannelState& s, double value) const;
+    std::vector<Dropout> joinedRuns(int channel) const;
     void take(int channel, double sample);
     void endRun(ChannelState& s, double after);
     bool enteredOrLeftByAJump(const ChannelState& s, double after) const;

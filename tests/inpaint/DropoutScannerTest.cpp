@@ -1,6 +1,7 @@
 // Dropouts inserted into real recordings are all found with their exact bounds;
 // clean recordings, silence between passages, fades to zero and the stream's ends
-// give nothing, while a dropout a few milliseconds from an end is found; the blocks the frames come in change nothing.
+// give nothing, while a dropout a few milliseconds from an end is found; held runs that
+// touch are one dropout; the blocks the frames come in change nothing.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -117,6 +118,30 @@ TEST(DropoutScanner, DropoutsOneSampleApartAreBothFound)
     EXPECT_EQ(found[0].last, 10199);
     EXPECT_EQ(found[1].first, 10201);
     EXPECT_EQ(found[1].last, 10400);
+}
+
+// A stretch that holds several values in turn (a buzz of held half cycles, 25 frames
+// each) is one dropout with the stretch's bounds; a square wave longer than the longest
+// dropout is sound, even though each of its half cycles alone looks like one.
+TEST(DropoutScanner, TouchingHeldRunsAreOneDropoutAndALastingSquareWaveIsNone)
+{
+    const int rate = 44100;
+    std::vector<double> tone(2 * 2 * rate);
+    for (std::size_t f = 0; f < tone.size() / 2; ++f)
+        tone[2 * f] = tone[2 * f + 1] = 0.5 * std::sin(0.05 * static_cast<double>(f));
+    const auto withSquare = [&](int first, int count) {
+        auto frames = tone;
+        for (int i = 0; i < count; ++i) frames[2 * (first + i)] = frames[2 * (first + i) + 1] = i % 50 < 25 ? 0.3 : -0.3;
+        return frames;
+    };
+    for (std::int64_t block : {65536, 7}) {
+        const auto found = scan(withSquare(rate, 2000), rate, block);
+        ASSERT_EQ(found.size(), 1u) << "blocks of " << block;
+        EXPECT_EQ(found[0].first, rate);
+        EXPECT_EQ(found[0].last, rate + 1999);
+        EXPECT_EQ(found[0].channel, Dropout::allChannels);
+        EXPECT_TRUE(scan(withSquare(rate / 2, rate / 2), rate, block).empty()) << "blocks of " << block;
+    }
 }
 
 // 8-bit samples (raw integers, step 1): a slow tone dwells on one value for a few
