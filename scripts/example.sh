@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The newcomer's first run: installs what is missing, builds the ferrotip command,
 # damages a generated recording, repairs it with every method and shows how close
-# each came to the original; then repairs a damaged file on disk.
+# each came to the original; then repairs a damaged file on disk, by the regions
+# given and by the dropouts that `scan` finds.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build=$root/build
@@ -21,3 +22,7 @@ echo
 "$ferrotip" repair "$build/example-click-repaired.wav" "$build/example-repaired.wav" \
   --start 3s --length 2000 --method 4
 echo "listen: $build/example-damaged.wav -> $build/example-repaired.wav"
+echo
+# The same dropout found and filled without telling where it is.
+"$ferrotip" scan "$build/example-damaged.wav" --report "$build/example-dropouts.csv"
+"$ferrotip" repair "$build/example-damaged.wav" "$build/example-filled.wav" --regions "$build/example-dropouts.csv"
