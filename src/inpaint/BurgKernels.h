@@ -8,7 +8,8 @@
 //   cross += f(t) next(t - 1),   energy += f(t)^2 + next(t - 1)^2.
 // Every path does these operations per lane in this order (products and sums apart,
 // never fused), so all give the same bits; the vector paths only take four lanes at
-// a time. No allocation, no state: any thread may call; a path only where supported.
+// a time (AVX-512: all eight). No allocation, no state: any thread may call; a path
+// only where supported.
 #pragma once
 
 #include "signal/KernelPath.h"
