@@ -3,11 +3,12 @@
 // the prediction errors over its computed span (848 outputs, order 16).
 #include <benchmark/benchmark.h>
 
-#include <random>
 #include <vector>
 
 #include "ar/AutocorrelationPaths.h"
 #include "declick/ImpulseKernels.h"
+#include "KernelPathBench.h"
+#include "support/BitExact.h"
 
 namespace {
 
@@ -17,27 +18,10 @@ constexpr int window = 1024;
 constexpr int order = 16;
 constexpr int computed = 848;
 
-std::vector<double> noise(int count)
-{
-    std::mt19937 generator(2024);
-    std::normal_distribution<double> gaussian(0.0, 1.0);
-    std::vector<double> x(count);
-    for (double& v : x) v = gaussian(generator);
-    return x;
-}
-
-Path benchPath(benchmark::State& state)
-{
-    const auto path = static_cast<Path>(state.range(0));
-    state.SetLabel(kernel_paths::pathName(path));
-    if (!kernel_paths::pathSupported(path)) state.SkipWithError("path not supported on this CPU");
-    return path;
-}
-
 void windowAutocorrelation(benchmark::State& state)
 {
     const Path path = benchPath(state);
-    const auto samples = noise(window);
+    const auto samples = testsupport::gaussianNoise(window, 2024);
     std::vector<double> lags(order + 1);
     for (auto _ : state) {
         autocorrelate(path, samples.data(), window, lags.data(), order);
@@ -48,8 +32,8 @@ void windowAutocorrelation(benchmark::State& state)
 void forwardPredictionErrors(benchmark::State& state)
 {
     const Path path = benchPath(state);
-    const auto samples = noise(computed + order);
-    const auto model = noise(order + 1);
+    const auto samples = testsupport::gaussianNoise(computed + order, 2024);
+    const auto model = testsupport::gaussianNoise(order + 1, 2024);
     std::vector<double> errors(computed);
     for (auto _ : state) {
         impulse_kernels::predictionErrors(path, samples.data() + order, model.data(), order, -1, errors.data(),

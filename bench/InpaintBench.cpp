@@ -21,6 +21,8 @@
 #include "inpaint/ReferenceInpainters.h"
 #include "inpaint/RepeatSearch.h"
 #include "inpaint/ToeplitzKernels.h"
+#include "KernelPathBench.h"
+#include "support/BitExact.h"
 
 namespace {
 
@@ -133,30 +135,13 @@ void BM_RepeatSearchAtFullRate(benchmark::State& state)
 }
 BENCHMARK(BM_RepeatSearchAtFullRate)->Unit(benchmark::kMillisecond);
 
-kernel_paths::Path benchPath(benchmark::State& state)
-{
-    const auto path = static_cast<kernel_paths::Path>(state.range(0));
-    state.SetLabel(kernel_paths::pathName(path));
-    if (!kernel_paths::pathSupported(path)) state.SkipWithError("path not supported on this CPU");
-    return path;
-}
-
-std::vector<double> noise(int count, unsigned seed)
-{
-    std::mt19937 generator(seed);
-    std::normal_distribution<double> gaussian(0.0, 1.0);
-    std::vector<double> x(count);
-    for (double& v : x) v = gaussian(generator);
-    return x;
-}
-
 constexpr int longOrder = 1024;
 
 void BM_BurgKernel(benchmark::State& state)
 {
     const kernel_paths::Path path = benchPath(state);
     constexpr int stretch = 3969, stretches = 4;  // 90 ms at 44.1 kHz, each side of two channels
-    const auto errors = noise(stretch * stretches, 5);
+    const auto errors = testsupport::gaussianNoise(stretch * stretches, 5);
     auto f = errors, b = errors, next = errors;
     for (auto _ : state) {
         double cross[8] = {}, energy[8] = {};
@@ -173,8 +158,8 @@ BENCHMARK(BM_BurgKernel)->DenseRange(0, 3)->Unit(benchmark::kMillisecond);
 void BM_LevinsonKernels(benchmark::State& state)
 {
     const kernel_paths::Path path = benchPath(state);
-    const auto r = noise(longOrder + 1, 6), y = noise(longOrder, 7);
-    auto x = noise(longOrder, 8), v = noise(longOrder, 9);
+    const auto r = testsupport::gaussianNoise(longOrder + 1, 6), y = testsupport::gaussianNoise(longOrder, 7);
+    auto x = testsupport::gaussianNoise(longOrder, 8), v = testsupport::gaussianNoise(longOrder, 9);
     for (auto _ : state) {
         double dot = 0.0;
         for (int k = 1; k <= longOrder; ++k) {

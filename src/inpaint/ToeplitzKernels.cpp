@@ -97,7 +97,7 @@ void vectorAddReversed(double* x, const double* y, int k, double scale) { lanesA
 void vectorAddReversedInPlace(double* v, int k, double scale) { lanesAddReversedInPlace<Quad>(v, k, scale); }
 
 #if defined(__x86_64__)
-#define FERROTIP_INPAINT_AVX2 1
+#define FERROTIP_INPAINT_X86 1
 __attribute__((target("avx2"))) double avx2BandedDot(const double* r, const double* v, int k, int terms)
 {
     return quadBandedDot(r, v, k, terms);
@@ -142,7 +142,7 @@ __attribute__((target("avx512f"))) void avx512AddReversedInPlace(double* v, int 
 
 double bandedDot(Path path, const double* r, const double* v, int k, int terms)
 {
-#ifdef FERROTIP_INPAINT_AVX2
+#ifdef FERROTIP_INPAINT_X86
     if (path == Path::avx512) return avx512BandedDot(r, v, k, terms);
     if (path == Path::avx2) return avx2BandedDot(r, v, k, terms);
 #endif
@@ -152,7 +152,7 @@ double bandedDot(Path path, const double* r, const double* v, int k, int terms)
 
 void addReversed(Path path, double* x, const double* y, int k, double scale)
 {
-#ifdef FERROTIP_INPAINT_AVX2
+#ifdef FERROTIP_INPAINT_X86
     if (path == Path::avx512) return avx512AddReversed(x, y, k, scale);
     if (path == Path::avx2) return avx2AddReversed(x, y, k, scale);
 #endif
@@ -162,7 +162,7 @@ void addReversed(Path path, double* x, const double* y, int k, double scale)
 
 void addReversedInPlace(Path path, double* v, int k, double scale)
 {
-#ifdef FERROTIP_INPAINT_AVX2
+#ifdef FERROTIP_INPAINT_X86
     if (path == Path::avx512) return avx512AddReversedInPlace(v, k, scale);
     if (path == Path::avx2) return avx2AddReversedInPlace(v, k, scale);
 #endif

@@ -21,17 +21,12 @@ bool pathSupported(Path path)
     switch (path) {
     case Path::plain:
     case Path::vector: return true;
+#if defined(__x86_64__)
+    case Path::avx2: return standardLib::fft::isaAvailable(standardLib::fft::Isa::Avx2);
+    case Path::avx512: return standardLib::fft::isaAvailable(standardLib::fft::Isa::Avx512);
+#else
     case Path::avx2:
-#if defined(__x86_64__)
-        return standardLib::fft::isaAvailable(standardLib::fft::Isa::Avx2);
-#else
-        return false;
-#endif
-    case Path::avx512:
-#if defined(__x86_64__)
-        return standardLib::fft::isaAvailable(standardLib::fft::Isa::Avx512);
-#else
-        return false;
+    case Path::avx512: return false;
 #endif
     }
     return false;
