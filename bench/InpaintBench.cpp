@@ -142,13 +142,13 @@ void BM_BurgKernel(benchmark::State& state)
     const kernel_paths::Path path = benchPath(state);
     constexpr int stretch = 3969, stretches = 4;  // 90 ms at 44.1 kHz, each side of two channels
     const auto errors = testsupport::gaussianNoise(stretch * stretches, 5);
-    auto f = errors, b = errors, next = errors;
+    auto f = errors, b = errors;
     for (auto _ : state) {
         double cross[8] = {}, energy[8] = {};
         for (int m = 1; m < longOrder; ++m)
             for (int s = 0; s < stretches; ++s)
-                inpaint_kernels::updateStretch(path, f.data() + s * stretch, b.data() + s * stretch,
-                                               next.data() + s * stretch, m, stretch, 0.001, cross, energy);
+                inpaint_kernels::updateStretch(path, f.data() + s * stretch, b.data() + s * stretch, m, stretch, 0.001,
+                                               cross, energy);
         benchmark::DoNotOptimize(cross);
         benchmark::DoNotOptimize(energy);
     }
@@ -158,14 +158,15 @@ BENCHMARK(BM_BurgKernel)->DenseRange(0, 3)->Unit(benchmark::kMillisecond);
 void BM_LevinsonKernels(benchmark::State& state)
 {
     const kernel_paths::Path path = benchPath(state);
-    const auto r = testsupport::gaussianNoise(longOrder + 1, 6), y = testsupport::gaussianNoise(longOrder, 7);
+    const auto r = testsupport::gaussianNoise(longOrder + 1, 6);
     auto x = testsupport::gaussianNoise(longOrder, 8), v = testsupport::gaussianNoise(longOrder, 9);
+    double* solutions[1] = {x.data()};
+    const double steps[1] = {1e-4};
     for (auto _ : state) {
         double dot = 0.0;
         for (int k = 1; k <= longOrder; ++k) {
             dot += inpaint_kernels::bandedDot(path, r.data(), v.data(), k, k - 1);
-            inpaint_kernels::addReversed(path, x.data(), y.data(), k, 1e-4);
-            inpaint_kernels::addReversedInPlace(path, v.data(), k, 1e-4);
+            inpaint_kernels::levinsonStep(path, v.data(), k, true, 1e-4, solutions, steps, 1);
         }
         benchmark::DoNotOptimize(dot);
     }

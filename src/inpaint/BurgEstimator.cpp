@@ -1,7 +1,6 @@
 #include "inpaint/BurgEstimator.h"
 
 #include <algorithm>
-#include <utility>
 
 #include "inpaint/ReversedUpdate.h"
 
@@ -12,8 +11,7 @@ BurgEstimator::BurgEstimator(int maxSamples, int maxStretches, int maxOrder)
       stretchStart(new int[maxStretches]()),
       stretchLength(new int[maxStretches]()),
       forward(new double[maxSamples]()),
-      backwardStore{std::unique_ptr<double[]>(new double[maxSamples]()),
-                    std::unique_ptr<double[]>(new double[maxSamples]())},
+      backward(new double[maxSamples]()),
       coefficients(new double[maxOrder + 1]())
 {
 }
@@ -21,8 +19,6 @@ BurgEstimator::BurgEstimator(int maxSamples, int maxStretches, int maxOrder)
 void BurgEstimator::begin(int order)
 {
     currentOrder = std::min(order, maxOrder_);
-    backward = backwardStore[0].get();
-    nextBackward = backwardStore[1].get();
     stretches = 0;
     used = 0;
 }
@@ -31,7 +27,7 @@ void BurgEstimator::add(const double* samples, int count)
 {
     if (count <= currentOrder || stretches == maxStretches_ || used + count > maxSamples_) return;
     std::copy_n(samples, count, forward.get() + used);
-    std::copy_n(samples, count, backward + used);
+    std::copy_n(samples, count, backward.get() + used);
     stretchStart[stretches] = used;
     stretchLength[stretches] = count;
     ++stretches;
@@ -63,7 +59,7 @@ double BurgEstimator::reflection(int m) const
     double cross[8] = {}, energy[8] = {};
     for (int s = 0; s < stretches; ++s) {
         const double* f = forward.get() + stretchStart[s];
-        const double* b = backward + stretchStart[s] - 1;
+        const double* b = backward.get() + stretchStart[s] - 1;
         const int end = stretchLength[s];
         int t = m;
         for (; t + 8 <= end; t += 8)
@@ -79,17 +75,15 @@ double BurgEstimator::reflection(int m) const
     return reflectionOf(cross, energy);
 }
 
-// The next order's errors in place of these (f) and in the other buffer (b), and the
-// reflection coefficient of the order after it from the same pass.
+// The next order's errors in place of these, and the reflection coefficient of the order after it from the same pass.
 double BurgEstimator::update(int m, double k)
 {
     double cross[8] = {}, energy[8] = {};
     for (int s = 0; s < stretches; ++s) {
         const int start = stretchStart[s];
-        inpaint_kernels::updateStretch(path, forward.get() + start, backward + start, nextBackward + start, m,
-                                    stretchLength[s], k, cross, energy);
+        inpaint_kernels::updateStretch(path, forward.get() + start, backward.get() + start, m, stretchLength[s], k,
+                                       cross, energy);
     }
-    std::swap(backward, nextBackward);
     return reflectionOf(cross, energy);
 }
 

@@ -39,11 +39,6 @@ private:
     int stretches = 0;
     int used = 0;
     std::unique_ptr<int[]> stretchStart, stretchLength;
-    std::unique_ptr<double[]> forward;
-    // The backward errors of this order and the next: writing the next order's into a
-    // second buffer leaves no dependence between samples, so the update vectorises.
-    std::unique_ptr<double[]> backwardStore[2];
-    double* backward = nullptr;
-    double* nextBackward = nullptr;
+    std::unique_ptr<double[]> forward, backward;  // both updated in place, order by order
     std::unique_ptr<double[]> coefficients;
 };

@@ -20,10 +20,10 @@ void plainTerms(const double* r, const double* v, int k, int i, int terms, doubl
     for (int lane = 0; i <= terms; ++i, lane = (lane + 1) % 8) partial[lane] += r[i] * v[k - i];
 }
 
-// x[j] += scale * y[k - 1 - j] for from <= j < k.
-void plainAddReversed(double* x, const double* y, int from, int k, double scale)
+// x[j] += scale * y[k - 1 - j] for from <= j < to.
+void plainAddReversed(double* x, const double* y, int from, int to, int k, double scale)
 {
-    for (int j = from; j < k; ++j) x[j] += scale * y[k - 1 - j];
+    for (int j = from; j < to; ++j) x[j] += scale * y[k - 1 - j];
 }
 
 [[gnu::always_inline]] inline double quadBandedDot(const double* r, const double* v, int k, int terms)
@@ -46,43 +46,41 @@ void plainAddReversed(double* x, const double* y, int from, int k, double scale)
     return joined(partial);
 }
 
-// One vector of outputs a step, the last few one at a time.
+// Pairs of vectors of y from both ends while they do not overlap: y[low + i] and
+// y[high - i] update the solutions at high - i and low + i, and then each other; the
+// middle ones one at a time, the solutions first.
 template <typename Vector>
-[[gnu::always_inline]] inline void lanesAddReversed(double* x, const double* y, int k, double scale)
+[[gnu::always_inline]] inline void lanesLevinsonStep(double* y, int k, bool updateY, double yScale,
+                                                     double* const* x, const double* scale, int count)
 {
     constexpr int lanes = lanesOf<Vector>;
     Vector s;
-    broadcast(s, scale);
-    int j = 0;
-    for (; j + lanes <= k; j += lanes) {
-        Vector xj, yj;
-        load(xj, x + j);
-        loadReversed(yj, y + k - lanes - j);
-        store(x + j, xj + s * yj);
-    }
-    plainAddReversed(x, y, j, k, scale);
-}
-
-// Pairs of vectors from both ends while they do not overlap, then the middle pairs
-// one at a time; every pair is read before it is written, whichever step takes it.
-template <typename Vector>
-[[gnu::always_inline]] inline void lanesAddReversedInPlace(double* v, int k, double scale)
-{
-    constexpr int lanes = lanesOf<Vector>;
-    Vector s;
-    broadcast(s, scale);
+    broadcast(s, yScale);
     int low = 0, high = k - 1;
     for (; low + lanes - 1 < high - (lanes - 1); low += lanes, high -= lanes) {
         Vector a, b;
-        load(a, v + low);
-        loadReversed(b, v + high - (lanes - 1));
+        load(a, y + low);
+        loadReversed(b, y + high - (lanes - 1));
+        for (int r = 0; r < count; ++r) {
+            Vector m, lowX, highX;
+            broadcast(m, scale[r]);
+            load(lowX, x[r] + low);
+            loadReversed(highX, x[r] + high - (lanes - 1));
+            lowX = lowX + m * b;
+            highX = highX + m * a;
+            store(x[r] + low, lowX);
+            reverse(highX);
+            store(x[r] + high - (lanes - 1), highX);
+        }
+        if (!updateY) continue;
         const Vector newLow = a + s * b;
         Vector newHigh = b + s * a;
-        store(v + low, newLow);
+        store(y + low, newLow);
         reverse(newHigh);
-        store(v + high - (lanes - 1), newHigh);
+        store(y + high - (lanes - 1), newHigh);
     }
-    ::addReversedInPlace(v + low, high - low + 1, scale);
+    for (int r = 0; r < count; ++r) plainAddReversed(x[r], y, low, high + 1, k, scale[r]);
+    if (updateY) ::addReversedInPlace(y + low, high - low + 1, yScale);
 }
 
 double plainBandedDot(const double* r, const double* v, int k, int terms)
@@ -93,8 +91,11 @@ double plainBandedDot(const double* r, const double* v, int k, int terms)
 }
 
 double vectorBandedDot(const double* r, const double* v, int k, int terms) { return quadBandedDot(r, v, k, terms); }
-void vectorAddReversed(double* x, const double* y, int k, double scale) { lanesAddReversed<Quad>(x, y, k, scale); }
-void vectorAddReversedInPlace(double* v, int k, double scale) { lanesAddReversedInPlace<Quad>(v, k, scale); }
+void vectorLevinsonStep(double* y, int k, bool updateY, double yScale, double* const* x, const double* scale,
+                        int count)
+{
+    lanesLevinsonStep<Quad>(y, k, updateY, yScale, x, scale, count);
+}
 
 #if defined(__x86_64__)
 #define FERROTIP_INPAINT_X86 1
@@ -102,13 +103,10 @@ __attribute__((target("avx2"))) double avx2BandedDot(const double* r, const doub
 {
     return quadBandedDot(r, v, k, terms);
 }
-__attribute__((target("avx2"))) void avx2AddReversed(double* x, const double* y, int k, double scale)
+__attribute__((target("avx2"))) void avx2LevinsonStep(double* y, int k, bool updateY, double yScale,
+                                                      double* const* x, const double* scale, int count)
 {
-    lanesAddReversed<Quad>(x, y, k, scale);
-}
-__attribute__((target("avx2"))) void avx2AddReversedInPlace(double* v, int k, double scale)
-{
-    lanesAddReversedInPlace<Quad>(v, k, scale);
+    lanesLevinsonStep<Quad>(y, k, updateY, yScale, x, scale, count);
 }
 
 // The eight partial sums in one oct, lane for lane the two quads above.
@@ -128,13 +126,10 @@ __attribute__((target("avx512f"))) double avx512BandedDot(const double* r, const
     return joined(partial);
 }
 
-__attribute__((target("avx512f"))) void avx512AddReversed(double* x, const double* y, int k, double scale)
+__attribute__((target("avx512f"))) void avx512LevinsonStep(double* y, int k, bool updateY, double yScale,
+                                                           double* const* x, const double* scale, int count)
 {
-    lanesAddReversed<Oct>(x, y, k, scale);
-}
-__attribute__((target("avx512f"))) void avx512AddReversedInPlace(double* v, int k, double scale)
-{
-    lanesAddReversedInPlace<Oct>(v, k, scale);
+    lanesLevinsonStep<Oct>(y, k, updateY, yScale, x, scale, count);
 }
 #endif
 
@@ -150,24 +145,16 @@ double bandedDot(Path path, const double* r, const double* v, int k, int terms)
     return plainBandedDot(r, v, k, terms);
 }
 
-void addReversed(Path path, double* x, const double* y, int k, double scale)
+void levinsonStep(Path path, double* y, int k, bool updateY, double yScale, double* const* x, const double* scale,
+                  int count)
 {
 #ifdef FERROTIP_INPAINT_X86
-    if (path == Path::avx512) return avx512AddReversed(x, y, k, scale);
-    if (path == Path::avx2) return avx2AddReversed(x, y, k, scale);
+    if (path == Path::avx512) return avx512LevinsonStep(y, k, updateY, yScale, x, scale, count);
+    if (path == Path::avx2) return avx2LevinsonStep(y, k, updateY, yScale, x, scale, count);
 #endif
-    if (path == Path::vector) return vectorAddReversed(x, y, k, scale);
-    plainAddReversed(x, y, 0, k, scale);
-}
-
-void addReversedInPlace(Path path, double* v, int k, double scale)
-{
-#ifdef FERROTIP_INPAINT_X86
-    if (path == Path::avx512) return avx512AddReversedInPlace(v, k, scale);
-    if (path == Path::avx2) return avx2AddReversedInPlace(v, k, scale);
-#endif
-    if (path == Path::vector) return vectorAddReversedInPlace(v, k, scale);
-    ::addReversedInPlace(v, k, scale);
+    if (path == Path::vector) return vectorLevinsonStep(y, k, updateY, yScale, x, scale, count);
+    for (int r = 0; r < count; ++r) plainAddReversed(x[r], y, 0, k, k, scale[r]);
+    if (updateY) ::addReversedInPlace(y, k, yScale);
 }
 
 }  // namespace inpaint_kernels

@@ -10,7 +10,9 @@ ToeplitzSolver::ToeplitzSolver(int maxSize, int maxRightHandSides)
       predictor(new double[maxSize]()),
       normalised(new double[maxSize + 1]()),
       solutions(new double[static_cast<std::size_t>(maxSize) * maxRightHandSides]()),
-      sameSizes(new int[maxRightHandSides]())
+      sameSizes(new int[maxRightHandSides]()),
+      activeSolutions(new double*[maxRightHandSides]()),
+      steps(new double[maxRightHandSides]())
 {
 }
 
@@ -50,19 +52,22 @@ bool ToeplitzSolver::solve(const double* column, int bandwidth, const int* sizes
         beta = (1.0 - alpha * alpha) * beta;
         if (!(beta > 0.0)) { stable = false; break; }
         const int terms = std::min(k, band);
+        // Every dot product reads the vectors as they were; one pass then updates them all.
+        int active = 0;
         for (int s = 0; s < rightHandSides; ++s) {
             if (k >= sizes[s]) continue;
             double* x = solutions.get() + static_cast<std::size_t>(s) * capacity;
-            const double mu = (rhs[s][k] / diagonal - bandedDot(path, r, x, k, terms)) / beta;
-            addReversed(path, x, y, k, mu);
-            x[k] = mu;
+            activeSolutions[active] = x;
+            steps[active++] = (rhs[s][k] / diagonal - bandedDot(path, r, x, k, terms)) / beta;
         }
-        if (k + 1 < size) {
+        const bool predictorGrows = k + 1 < size;
+        if (predictorGrows) {
             const double next = k + 1 <= band ? r[k + 1] : 0.0;
             alpha = -(next + bandedDot(path, r, y, k, terms)) / beta;
-            addReversedInPlace(path, y, k, alpha);
-            y[k] = alpha;
         }
+        levinsonStep(path, y, k, predictorGrows, alpha, activeSolutions.get(), steps.get(), active);
+        for (int s = 0; s < active; ++s) activeSolutions[s][k] = steps[s];
+        if (predictorGrows) y[k] = alpha;
     }
     for (int s = 0; s < rightHandSides; ++s)
         std::copy_n(solutions.get() + static_cast<std::size_t>(s) * capacity, sizes[s], rhs[s]);

@@ -3,11 +3,11 @@
 // sides at once, by Levinson's recursion (Golub & Van Loan, "Matrix Computations",
 // the general right-hand side form of Algorithm 4.7.3).
 //
-// O(n^2) per solve; the dot products stop at the band, and the shared predictor
-// update is done once for every right-hand side. The constructor allocates for sizes
-// up to maxSize and maxRightHandSides; solve never allocates. Double arithmetic,
-// each output's operations in a fixed order on every instruction-set path
-// (ToeplitzKernels): the same bits everywhere.
+// O(n^2) per solve; the dot products stop at the band, and one pass over the
+// predictor at each step updates it and every right-hand side's solution. The
+// constructor allocates for sizes up to maxSize and maxRightHandSides; solve never
+// allocates. Double arithmetic, each output's operations in a fixed order on every
+// instruction-set path (ToeplitzKernels): the same bits everywhere.
 // One thread at a time per object.
 #pragma once
 
@@ -39,4 +39,7 @@ private:
     std::unique_ptr<double[]> normalised; // r[k] = t[k] / t[0], k = 0..bandwidth
     std::unique_ptr<double[]> solutions;  // maxRhs rows of maxSize
     std::unique_ptr<int[]> sameSizes;     // maxRhs
+    // The solutions still growing at a step, and their steps' new last values.
+    std::unique_ptr<double*[]> activeSolutions;  // maxRhs
+    std::unique_ptr<double[]> steps;             // maxRhs
 };

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "inpaint/BurgKernels.h"
@@ -17,19 +18,19 @@ using namespace kernel_paths;
 
 bool sameBits(double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
-// One Burg order as two loops: the update, then the next order's sums.
-void twoLoopStretch(std::vector<double>& f, const std::vector<double>& b, std::vector<double>& next, int m, double k,
-                    double* cross, double* energy)
+// One Burg order as two loops over copies: the update, then the next order's sums.
+void twoLoopStretch(std::vector<double>& f, std::vector<double>& b, int m, double k, double* cross, double* energy)
 {
     const int end = static_cast<int>(f.size());
+    const auto before = b;
     for (int t = m; t < end; ++t) {
-        const double ft = f[t], bt = b[t - 1];
+        const double ft = f[t], bt = before[t - 1];
         f[t] = ft + k * bt;
-        next[t] = bt + k * ft;
+        b[t] = bt + k * ft;
     }
     for (int t = m + 1, lane = 0; t < end; ++t, lane = (lane + 1) % 8) {
-        cross[lane] += f[t] * next[t - 1];
-        energy[lane] += f[t] * f[t] + next[t - 1] * next[t - 1];
+        cross[lane] += f[t] * b[t - 1];
+        energy[lane] += f[t] * f[t] + b[t - 1] * b[t - 1];
     }
 }
 
@@ -40,16 +41,15 @@ TEST(InpaintKernels, EveryPathUpdatesBurgStretchesWithTheSameBits)
         for (int length : {2, 3, 9, 10, 17, 40, 333}) {
             for (int m : {1, 2, 7, 8, 9, 31}) {
                 if (m >= length) continue;
-                const auto f0 = testsupport::gaussianNoise(length, 1 + length), b = testsupport::gaussianNoise(length, 2 + m);
-                auto f = f0, expectedF = f0;
-                std::vector<double> next(length, 0.0), expectedNext(length, 0.0);
+                const auto f0 = testsupport::gaussianNoise(length, 1 + length), b0 = testsupport::gaussianNoise(length, 2 + m);
+                auto f = f0, expectedF = f0, b = b0, expectedB = b0;
                 std::vector<double> cross(8, 0.5), energy(8, 1.5), expectedCross = cross, expectedEnergy = energy;
-                twoLoopStretch(expectedF, b, expectedNext, m, 0.37, expectedCross.data(), expectedEnergy.data());
-                updateStretch(path, f.data(), b.data(), next.data(), m, length, 0.37, cross.data(), energy.data());
+                twoLoopStretch(expectedF, expectedB, m, 0.37, expectedCross.data(), expectedEnergy.data());
+                updateStretch(path, f.data(), b.data(), m, length, 0.37, cross.data(), energy.data());
                 const auto where = ::testing::Message() << pathName(path) << ", length " << length << ", order " << m;
                 EXPECT_TRUE(sameBits(f, expectedF)) << where;
-                EXPECT_TRUE(sameBits(std::vector<double>(next.begin() + m, next.end()),
-                                     std::vector<double>(expectedNext.begin() + m, expectedNext.end())))
+                EXPECT_TRUE(sameBits(std::vector<double>(b.begin() + m, b.end()),
+                                     std::vector<double>(expectedB.begin() + m, expectedB.end())))
                     << where;
                 EXPECT_TRUE(sameBits(cross, expectedCross)) << where;
                 EXPECT_TRUE(sameBits(energy, expectedEnergy)) << where;
@@ -73,15 +73,27 @@ TEST(InpaintKernels, EveryPathSolvesLevinsonStepsWithTheSameBits)
                 EXPECT_TRUE(sameBits(bandedDot(path, r.data(), v.data(), k, terms), expected))
                     << pathName(path) << ", k " << k << ", terms " << terms;
             }
-            auto x = testsupport::gaussianNoise(k, 5 + k), expectedX = x;
-            for (int j = 0; j < k; ++j) expectedX[j] += 0.61 * v[k - 1 - j];
-            addReversed(path, x.data(), v.data(), k, 0.61);
-            EXPECT_TRUE(sameBits(x, expectedX)) << pathName(path) << ", k " << k;
-            auto y = testsupport::gaussianNoise(k, 6 + k), expectedY = y;
-            const auto before = y;
-            for (int j = 0; j < k; ++j) expectedY[j] = before[j] + -0.43 * before[k - 1 - j];
-            addReversedInPlace(path, y.data(), k, -0.43);
-            EXPECT_TRUE(sameBits(y, expectedY)) << pathName(path) << ", k " << k;
+            for (int count : {0, 1, 3}) {
+                for (bool updateY : {false, true}) {
+                    const double scale[3] = {0.61, -1.3, 2e-3};
+                    std::vector<std::vector<double>> x, expectedX;
+                    for (int s = 0; s < count; ++s) {
+                        x.push_back(testsupport::gaussianNoise(k, 5 + k + s));
+                        expectedX.push_back(x.back());
+                        for (int j = 0; j < k; ++j) expectedX[s][j] += scale[s] * v[k - 1 - j];
+                    }
+                    double* rows[3] = {};
+                    for (int s = 0; s < count; ++s) rows[s] = x[s].data();
+                    auto y = v, expectedY = v;
+                    if (updateY)
+                        for (int j = 0; j < k; ++j) expectedY[j] = v[j] + -0.43 * v[k - 1 - j];
+                    levinsonStep(path, y.data(), k, updateY, -0.43, rows, scale, count);
+                    const auto where = std::string(pathName(path)) + ", k " + std::to_string(k) + ", solutions " +
+                                       std::to_string(count) + (updateY ? ", predictor" : "");
+                    EXPECT_TRUE(sameBits(y, expectedY)) << where;
+                    for (int s = 0; s < count; ++s) EXPECT_TRUE(sameBits(x[s], expectedX[s])) << where;
+                }
+            }
         }
     }
 }
