@@ -9,6 +9,7 @@ RepeatSearch::RepeatSearch(int maxLength, int hop, int maxSpan)
     : maxLength_(maxLength),
       hop_(std::max(1, hop)),
       blocks(new double[maxLength / hop_ + 1]()),
+      stretchBest(new int[(maxLength / hop_ + 1) / stretch + 1]()),
       blockSearch(maxLength / hop_ + 1, 1, maxSpan / hop_ + 3)
 {
 }
@@ -18,7 +19,48 @@ namespace {
 int ceilDiv(int a, int b) { return a >= 0 ? (a + b - 1) / b : -((-a) / b); }
 int floorDiv(int a, int b) { return a >= 0 ? a / b : -((-a + b - 1) / b); }
 
+// The first index of the highest score above zero in [from, to); -1 if none is.
+int firstHighest(const double* score, int from, int to)
+{
+    int best = -1;
+    double bestScore = 0.0;
+    for (int u = from; u < to; ++u)
+        if (score[u] > bestScore) {
+            bestScore = score[u];
+            best = u;
+        }
+    return best;
+}
+
 }  // namespace
+
+// blocks[m] += the sum of x[m h .. m h + h) (the hole's samples as silence), in
+// ascending order from zero, for m < count. Runs of blocks clear of the hole are
+// summed groupwise, each block in its own sum: independent chains of additions.
+void RepeatSearch::addHalfBlocks(const float* x, int from, int count, int hole, int length)
+{
+    constexpr int group = 8;
+    const int h = hop_;
+    // Blocks [m, end) lie clear of the hole.
+    const auto clear = [&](int m, int end) { return from + end * h <= hole || from + m * h >= hole + length; };
+    int m = 0;
+    while (m < count) {
+        if (m + group <= count && clear(m, m + group)) {
+            double sums[group] = {};
+            for (int j = 0; j < h; ++j)
+                for (int i = 0; i < group; ++i) sums[i] += x[(m + i) * h + j];
+            for (int i = 0; i < group; ++i) blocks[m + i] += sums[i];
+            m += group;
+            continue;
+        }
+        double sum = 0.0;
+        const int first = from + m * h;
+        for (int j = 0; j < h; ++j)
+            sum += first + j >= hole && first + j < hole + length ? 0.0 : static_cast<double>(x[m * h + j]);
+        blocks[m] += sum;
+        ++m;
+    }
+}
 
 // The shifts of the best few matches of the borders' box sums, at least a quarter of
 // the template apart, best first.
@@ -34,20 +76,7 @@ RepeatSearch::Coarse RepeatSearch::coarseShifts(const float* const* channels, in
     // Each block is two half blocks of one hop, each summed once; the hole counts as
     // silence.
     std::fill_n(blocks.get(), count + 1, 0.0);
-    for (int c = 0; c < channelCount && count > 0; ++c) {
-        const float* x = channels[c] + from;
-        for (int m = 0; m <= count; ++m) {
-            const int first = from + m * h;
-            double sum = 0.0;
-            if (first + h <= hole || first >= hole + length) {
-                for (int j = 0; j < h; ++j) sum += x[m * h + j];
-            } else {
-                for (int j = 0; j < h; ++j)
-                    sum += first + j >= hole && first + j < hole + length ? 0.0 : static_cast<double>(x[m * h + j]);
-            }
-            blocks[m] += sum;
-        }
-    }
+    for (int c = 0; c < channelCount && count > 0; ++c) addHalfBlocks(channels[c] + from, from, count + 1, hole, length);
     for (int m = 0; m < count; ++m) blocks[m] += blocks[m + 1];
     // The hole in blocks: from the first block that reaches into it to the first
     // wholly after it; the borders: as many blocks as lie wholly within both sides.
@@ -61,17 +90,21 @@ RepeatSearch::Coarse RepeatSearch::coarseShifts(const float* const* channels, in
     double* score = blockSearch.scores(holeFrom, holeTo - holeFrom, blockBorder, windows);
     if (!score) return coarse;
     const int separation = std::max(2, (2 * blockBorder + holeTo - holeFrom) / 4);
+    // The first of the highest positive scores, again and again, each time clearing
+    // the scores around it; each stretch of scores keeps its own first highest, and
+    // only those of the stretches cleared are found again.
+    const int stretches = (windows + stretch - 1) / stretch;
+    for (int i = 0; i < stretches; ++i) stretchBest[i] = firstHighest(score, i * stretch, std::min(windows, (i + 1) * stretch));
     for (; coarse.count < shortlist; ++coarse.count) {
         int best = -1;
-        double bestScore = 0.0;
-        for (int u = 0; u < windows; ++u)
-            if (score[u] > bestScore) {
-                bestScore = score[u];
-                best = u;
-            }
+        for (int i = 0; i < stretches; ++i)
+            if (stretchBest[i] >= 0 && (best < 0 || score[stretchBest[i]] > score[best])) best = stretchBest[i];
         if (best < 0) break;
         coarse.shifts[coarse.count] = (best - (holeFrom - blockBorder)) * h;
-        std::fill(score + std::max(0, best - separation), score + std::min(windows, best + separation + 1), 0.0);
+        const int clearFrom = std::max(0, best - separation), clearTo = std::min(windows, best + separation + 1);
+        std::fill(score + clearFrom, score + clearTo, 0.0);
+        for (int i = clearFrom / stretch; i * stretch < clearTo; ++i)
+            stretchBest[i] = firstHighest(score, i * stretch, std::min(windows, (i + 1) * stretch));
     }
     return coarse;
 }

@@ -38,6 +38,7 @@ private:
         int shifts[shortlist];
         int count;
     };
+    void addHalfBlocks(const float* x, int from, int count, int hole, int length);
     Coarse coarseShifts(const float* const* channels, int channelCount, int from, int to, int hole, int length,
                         int border);
     Match refine(const float* const* channels, int channelCount, int from, int to, int hole, int length, int border,
@@ -46,5 +47,7 @@ private:
     int maxLength_;
     int hop_;
     std::unique_ptr<double[]> blocks;  // maxLength / hop: the channels' sum in boxes
+    static constexpr int stretch = 512;  // scores
+    std::unique_ptr<int[]> stretchBest;  // each stretch's first highest score, or -1
     PatternSearch blockSearch;         // over the blocks
 };
