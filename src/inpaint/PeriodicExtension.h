@@ -32,7 +32,9 @@ private:
     // direction -1: the stretch before `edge`, compared with one a lag earlier;
     // +1: the stretch from `edge` on, compared with one a lag later.
     Period periodAt(const double* const* segments, int channelCount, int edge, int direction);
-    double correlationAt(const double* const* segments, int channelCount, int first, int lag) const;
+    static constexpr int lanes = 4;  // lags a pass
+    void correlationsAt(const double* const* segments, int channelCount, int first, int lag, int direction,
+                        double* out) const;
 
     // The cycles on the two sides: their first samples and their periods.
     struct Cycles {
