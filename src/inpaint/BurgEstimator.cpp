@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "inpaint/ReversedUpdate.h"
+#include "inpaint/ToeplitzKernels.h"
 
 BurgEstimator::BurgEstimator(int maxSamples, int maxStretches, int maxOrder)
     : maxSamples_(maxSamples),
@@ -94,7 +94,7 @@ const double* BurgEstimator::model()
     coefficients[0] = 1.0;
     double k = reflection(1);
     for (int m = 1; m <= p && k != 0.0; ++m) {
-        addReflection(coefficients.get(), m, k);
+        inpaint_kernels::addReflection(path, coefficients.get(), m, k);
         k = m < p ? update(m, k) : 0.0;
     }
     return coefficients.get();

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "inpaint/ReversedUpdate.h"
+#include "inpaint/ToeplitzKernels.h"
 #include "inpaint/TransformSize.h"
 
 ModelFloor::ModelFloor(int maxOrder)
@@ -40,11 +40,10 @@ void ModelFloor::levinsonDurbin(int order)
     double error = lags[0];
     if (!(error > 0.0)) return;
     for (int m = 1; m <= order; ++m) {
-        double acc = lags[m];
-        for (int i = 1; i < m; ++i) acc += coefficients[i] * lags[m - i];
+        const double acc = lags[m] + inpaint_kernels::bandedDot(path, coefficients.get(), lags.get(), m, m - 1);
         const double reflection = -acc / error;
         if (!(std::fabs(reflection) < 1.0)) break;
-        addReflection(coefficients.get(), m, reflection);
+        inpaint_kernels::addReflection(path, coefficients.get(), m, reflection);
         error *= 1.0 - reflection * reflection;
     }
 }

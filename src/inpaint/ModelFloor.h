@@ -5,13 +5,14 @@
 // power, which keeps the fill's normal equations regular.
 //
 // Polynomials have order + 1 doubles with a[0] = 1. The constructor allocates for
-// orders up to maxOrder; floored never allocates. The signal library's transform
-// gives the same bits on every path. One thread at a time per object.
+// orders up to maxOrder; floored never allocates. The signal library's transform and
+// the Levinson kernels give the same bits on every path. One thread at a time per object.
 #pragma once
 
 #include <memory>
 
 #include "signal/CFft_std.h"
+#include "signal/KernelPath.h"
 
 class ModelFloor {
 public:
@@ -24,6 +25,7 @@ private:
     void autocorrelationOf(const double* a, int order);
     void levinsonDurbin(int order);
 
+    kernel_paths::Path path = kernel_paths::fastestPath();
     int maxOrder_;
     int fftSize;
     standardLib::standard::CFft_std<double> fft;

@@ -14,11 +14,3 @@ inline void addReversedInPlace(double* v, int k, double scale)
     }
     if (low == high) v[low] = v[low] + scale * v[low];
 }
-
-// The step of order m of a prediction polynomial a[0..m] (a[0] = 1) by the reflection k:
-// a[i] += k a[m - i] for 0 < i < m, and a[m] = k.
-inline void addReflection(double* a, int m, double k)
-{
-    addReversedInPlace(a + 1, m - 1, k);
-    a[m] = k;
-}

@@ -20,4 +20,12 @@ double bandedDot(Path path, const double* r, const double* v, int k, int terms);
 void levinsonStep(Path path, double* y, int k, bool updateY, double yScale, double* const* x, const double* scale,
                   int count);
 
+// The step of order m of a prediction polynomial a[0..m] (a[0] = 1) by the reflection
+// k: a[i] += k a[m - i] for 0 < i < m, and a[m] = k.
+inline void addReflection(Path path, double* a, int m, double k)
+{
+    levinsonStep(path, a + 1, m - 1, true, k, nullptr, nullptr, 0);
+    a[m] = k;
+}
+
 }  // namespace inpaint_kernels
