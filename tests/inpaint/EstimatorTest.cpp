@@ -84,6 +84,40 @@ TEST(ToeplitzSolver, SystemsOfSeveralSizesGiveTheBitsOfEachAlone)
     }
 }
 
+// Large systems take their solutions from the predictor's generators: the same
+// residuals, and each size's solution the bits of its own solve.
+TEST(ToeplitzSolver, LargeSystemsSolvedFromThePredictorMatchTheMatrix)
+{
+    const int band = 600, largest = 1500;
+    std::vector<double> column(band + 1);
+    for (int k = 0; k <= band; ++k) column[k] = std::exp(-0.01 * k) * std::cos(0.2 * k) * (k == 0 ? 1.5 : 1.0);
+    const std::vector<int> sizes = {largest, 100, ToeplitzSolver::generatorMinSize, 700, largest};
+    std::vector<std::vector<double>> b, together, alone;
+    for (std::size_t s = 0; s < sizes.size(); ++s) {
+        b.emplace_back(sizes[s]);
+        for (int i = 0; i < sizes[s]; ++i) b[s][i] = std::sin(0.03 * i * (1.0 + static_cast<double>(s)));
+    }
+    together = alone = b;
+    ToeplitzSolver solver(largest, static_cast<int>(sizes.size()));
+    std::vector<double*> rows;
+    for (auto& row : together) rows.push_back(row.data());
+    ASSERT_TRUE(solver.solve(column.data(), band, sizes.data(), rows.data(), static_cast<int>(sizes.size())));
+    for (std::size_t s = 0; s < sizes.size(); ++s) {
+        const int n = sizes[s];
+        double worst = 0.0;
+        for (int i = 0; i < n; ++i) {
+            double sum = 0.0;
+            for (int j = std::max(0, i - band); j <= std::min(n - 1, i + band); ++j)
+                sum += column[std::abs(i - j)] * together[s][j];
+            worst = std::max(worst, std::abs(sum - b[s][i]));
+        }
+        EXPECT_LT(worst, 1e-9) << "size " << n;
+        double* rhs[1] = {alone[s].data()};
+        ASSERT_TRUE(solver.solve(column.data(), band, n, rhs, 1));
+        EXPECT_EQ(together[s], alone[s]) << "size " << n;
+    }
+}
+
 TEST(NormalProduct, MatchesTheDirectSum)
 {
     const auto x = colouredNoise(500, 3);
