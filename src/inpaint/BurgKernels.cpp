@@ -1,12 +1,6 @@
 #include "inpaint/BurgKernels.h"
 
-#include <cmath>
-
 #include "signal/VectorLanes.h"
-
-#if defined(__x86_64__)
-#include <immintrin.h>
-#endif
 
 namespace inpaint_kernels {
 
@@ -17,8 +11,8 @@ namespace {
 inline double firstSample(double* f, double* b, int m, double k)
 {
     const double ft = f[m], bt = b[m - 1], carry = b[m];
-    f[m] = std::fma(k, bt, ft);
-    b[m] = std::fma(k, ft, bt);
+    f[m] = ft + k * bt;
+    b[m] = bt + k * ft;
     return carry;
 }
 
@@ -30,11 +24,11 @@ inline void plainSums(double* f, double* b, int from, int end, double k, double 
     for (int t = from, lane = 0; t < end; ++t, lane = (lane + 1) % 8) {
         const double ft = f[t], bt = carry;
         carry = b[t];
-        f[t] = std::fma(k, bt, ft);
-        b[t] = std::fma(k, ft, bt);
+        f[t] = ft + k * bt;
+        b[t] = bt + k * ft;
         const double p = b[t - 1];
-        cross[lane] = std::fma(f[t], p, cross[lane]);
-        energy[lane] = std::fma(p, p, std::fma(f[t], f[t], energy[lane]));
+        cross[lane] += f[t] * p;
+        energy[lane] += f[t] * f[t] + p * p;
     }
 }
 
@@ -45,30 +39,9 @@ void plainStretch(double* f, double* b, int m, int end, double k, double* cross,
     plainSums(f, b, m + 1, end, k, carry, cross, energy);
 }
 
-// r = a b + c with one rounding in every lane, as std::fma does.
-struct LaneFuse {
-    template <typename Vector>
-    [[gnu::always_inline]] static void apply(Vector& r, const Vector& a, const Vector& b, const Vector& c)
-    {
-        for (int lane = 0; lane < lanesOf<Vector>; ++lane) r[lane] = __builtin_fma(a[lane], b[lane], c[lane]);
-    }
-};
-
-
-#if defined(__x86_64__)
-// Inlined where the caller is flattened for the same target (avx2Stretch).
-struct Avx2Fuse {
-    __attribute__((target("avx2,fma"))) static void apply(Quad& r, const Quad& a, const Quad& b, const Quad& c)
-    {
-        r = _mm256_fmadd_pd(a, b, c);
-    }
-};
-#endif
-
 // Eight samples a step as two quads. The backward errors a step reads are loaded
 // before the step before writes over the first of them; the next order's b(t - 1) of
 // each lane comes from the quad before by a shift of one, not from memory just written.
-template <typename Fuse>
 [[gnu::always_inline]] inline void quadStretch(double* f, double* b, int m, int end, double k, double* cross,
                                                double* energy)
 {
@@ -98,11 +71,8 @@ template <typename Fuse>
             load(nextB1, b + t + 11);
         }
         carry = b[t + 7];
-        Quad g0, g1, n0, n1;
-        Fuse::apply(g0, kk, b0, f0);
-        Fuse::apply(g1, kk, b1, f1);
-        Fuse::apply(n0, kk, f0, b0);
-        Fuse::apply(n1, kk, f1, b1);
+        const Quad g0 = f0 + kk * b0, g1 = f1 + kk * b1;
+        const Quad n0 = b0 + kk * f0, n1 = b1 + kk * f1;
         store(f + t, g0);
         store(f + t + 4, g1);
         store(b + t, n0);
@@ -111,12 +81,10 @@ template <typename Fuse>
         previous = n1;
         b0 = nextB0;
         b1 = nextB1;
-        Fuse::apply(c0, g0, p0, c0);
-        Fuse::apply(c1, g1, p1, c1);
-        Fuse::apply(e0, g0, g0, e0);
-        Fuse::apply(e1, g1, g1, e1);
-        Fuse::apply(e0, p0, p0, e0);
-        Fuse::apply(e1, p1, p1, e1);
+        c0 = c0 + g0 * p0;
+        c1 = c1 + g1 * p1;
+        e0 = e0 + (g0 * g0 + p0 * p0);
+        e1 = e1 + (g1 * g1 + p1 * p1);
     }
     store(cross, c0);
     store(cross + 4, c1);
@@ -127,14 +95,14 @@ template <typename Fuse>
 
 void vectorStretch(double* f, double* b, int m, int end, double k, double* cross, double* energy)
 {
-    quadStretch<LaneFuse>(f, b, m, end, k, cross, energy);
+    quadStretch(f, b, m, end, k, cross, energy);
 }
 
 #if defined(__x86_64__)
-__attribute__((target("avx2,fma"), flatten)) void avx2Stretch(double* f, double* b, int m, int end, double k,
-                                                              double* cross, double* energy)
+__attribute__((target("avx2"))) void avx2Stretch(double* f, double* b, int m, int end, double k, double* cross,
+                                                 double* energy)
 {
-    quadStretch<Avx2Fuse>(f, b, m, end, k, cross, energy);
+    quadStretch(f, b, m, end, k, cross, energy);
 }
 
 // Eight samples a step as one oct, lane for lane the two quads above.
@@ -158,14 +126,14 @@ __attribute__((target("avx512f"))) void avx512Stretch(double* f, double* b, int 
         load(f0, f + t);
         if (t + 16 <= end) load(nextB, b + t + 7);
         carry = b[t + 7];
-        const Oct g = _mm512_fmadd_pd(kk, b0, f0), n = _mm512_fmadd_pd(kk, f0, b0);
+        const Oct g = f0 + kk * b0, n = b0 + kk * f0;
         store(f + t, g);
         store(b + t, n);
         const Oct p = __builtin_shuffle(previous, n, shiftedByOne);
         previous = n;
         b0 = nextB;
-        c = _mm512_fmadd_pd(g, p, c);
-        e = _mm512_fmadd_pd(p, p, _mm512_fmadd_pd(g, g, e));
+        c = c + g * p;
+        e = e + (g * g + p * p);
     }
     store(cross, c);
     store(energy, e);
@@ -179,7 +147,7 @@ void updateStretch(Path path, double* f, double* b, int m, int end, double k, do
 {
 #if defined(__x86_64__)
     if (path == Path::avx512) return avx512Stretch(f, b, m, end, k, cross, energy);
-    if (path == Path::avx2 && __builtin_cpu_supports("fma")) return avx2Stretch(f, b, m, end, k, cross, energy);
+    if (path == Path::avx2) return avx2Stretch(f, b, m, end, k, cross, energy);
 #endif
     if (path == Path::vector) return vectorStretch(f, b, m, end, k, cross, energy);
     plainStretch(f, b, m, end, k, cross, energy);

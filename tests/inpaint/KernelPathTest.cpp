@@ -2,7 +2,6 @@
 // out here, bit for bit, over many lengths, orders and offsets.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -26,12 +25,12 @@ void twoLoopStretch(std::vector<double>& f, std::vector<double>& b, int m, doubl
     const auto before = b;
     for (int t = m; t < end; ++t) {
         const double ft = f[t], bt = before[t - 1];
-        f[t] = std::fma(k, bt, ft);
-        b[t] = std::fma(k, ft, bt);
+        f[t] = ft + k * bt;
+        b[t] = bt + k * ft;
     }
     for (int t = m + 1, lane = 0; t < end; ++t, lane = (lane + 1) % 8) {
-        cross[lane] = std::fma(f[t], b[t - 1], cross[lane]);
-        energy[lane] = std::fma(b[t - 1], b[t - 1], std::fma(f[t], f[t], energy[lane]));
+        cross[lane] += f[t] * b[t - 1];
+        energy[lane] += f[t] * f[t] + b[t - 1] * b[t - 1];
     }
 }
 
