@@ -39,17 +39,15 @@ PeriodicExtension::PeriodicExtension(int minPeriod, int maxPeriod, int window, i
 {
 }
 
-// The normalised correlations of the window at `first` with the windows `direction`
-// times lags lag .. lag + lanes - 1 away, over all channels: each lag's sums in their
-// own chains (in the order of the channels, then of the samples), the window's energy
-// once for all.
-void PeriodicExtension::correlationsAt(const double* const* segments, int channelCount, int first, int lag,
-                                       int direction, double* out) const
+// The normalised correlations of the window at `first` (of energy `near` over all
+// channels) with the windows `direction` times lags lag .. lag + lanes - 1 away: each
+// lag's sums in their own chains, in the order of the channels, then of the samples.
+void PeriodicExtension::correlationsAt(const double* const* segments, int channelCount, int first, double near,
+                                       int lag, int direction, double* out) const
 {
-    double cross[lanes] = {}, far[lanes] = {}, near = 0.0;
+    double cross[lanes] = {}, far[lanes] = {};
     for (int c = 0; c < channelCount; ++c) {
         const double* a = segments[c] + first;
-        for (int j = 0; j < window_; ++j) near += a[j] * a[j];
         const double* b[lanes];
         for (int i = 0; i < lanes; ++i) b[i] = a + direction * (lag + i);
         for (int j = 0; j < window_; ++j)
@@ -71,20 +69,22 @@ PeriodicExtension::Period PeriodicExtension::periodAt(const double* const* segme
                                                       int direction)
 {
     const int first = direction < 0 ? edge - window_ : edge;
-    double highest = -2.0;
+    double near = 0.0;
+    for (int c = 0; c < channelCount; ++c)
+        for (int j = 0; j < window_; ++j) near += segments[c][first + j] * segments[c][first + j];
     // The last pass ends at the longest lag, repeating a few (each lag's sums are its own).
     for (int from = minPeriod_; from <= maxPeriod_; from += lanes) {
         const int start = std::max(0, std::min(from, maxPeriod_ - lanes + 1));
         double pass[lanes];
-        correlationsAt(segments, channelCount, first, start, direction, pass);
+        correlationsAt(segments, channelCount, first, near, start, direction, pass);
         for (int i = 0; i < lanes; ++i)
             if (start + i >= minPeriod_ && start + i <= maxPeriod_) correlations[start + i] = pass[i];
     }
-    int lag = minPeriod_;
-    for (; lag <= maxPeriod_; ++lag) highest = std::max(highest, correlations[lag]);
+    double highest = -2.0;
+    for (int lag = minPeriod_; lag <= maxPeriod_; ++lag) highest = std::max(highest, correlations[lag]);
     correlations[maxPeriod_ + 1] = -2.0;
     constexpr double octaveTolerance = 0.9;
-    for (lag = minPeriod_; lag <= maxPeriod_; ++lag) {
+    for (int lag = minPeriod_; lag <= maxPeriod_; ++lag) {
         const bool peak = (lag == minPeriod_ || correlations[lag] >= correlations[lag - 1]) &&
                           correlations[lag] >= correlations[lag + 1];
         if (peak && correlations[lag] >= octaveTolerance * highest) return {lag, correlations[lag]};

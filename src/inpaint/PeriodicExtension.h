@@ -33,8 +33,8 @@ private:
     // +1: the stretch from `edge` on, compared with one a lag later.
     Period periodAt(const double* const* segments, int channelCount, int edge, int direction);
     static constexpr int lanes = 4;  // lags a pass
-    void correlationsAt(const double* const* segments, int channelCount, int first, int lag, int direction,
-                        double* out) const;
+    void correlationsAt(const double* const* segments, int channelCount, int first, double near, int lag,
+                        int direction, double* out) const;
 
     // The cycles on the two sides: their first samples and their periods.
     struct Cycles {

@@ -22,14 +22,26 @@ void ToeplitzInverse::forward(const double* x, double* re, double* im)
     fft->realForward(work.get(), re, im);
 }
 
+namespace {
+
+// Bin k of the product of two spectra.
+struct Bin {
+    double re, im;
+};
+Bin product(const double* aRe, const double* aIm, const double* xRe, const double* xIm, int k)
+{
+    return {aRe[k] * xRe[k] - aIm[k] * xIm[k], aRe[k] * xIm[k] + aIm[k] * xRe[k]};
+}
+
+}  // namespace
+
 void ToeplitzInverse::multiply(const double* aRe, const double* aIm, const double* xRe, const double* xIm,
                                double* re, double* im)
 {
     for (int k = 0; k <= size / 2; ++k) {
-        const double r = aRe[k] * xRe[k] - aIm[k] * xIm[k];
-        const double i = aRe[k] * xIm[k] + aIm[k] * xRe[k];
-        re[k] = r;
-        im[k] = i;
+        const Bin p = product(aRe, aIm, xRe, xIm, k);
+        re[k] = p.re;
+        im[k] = p.im;
     }
 }
 
@@ -70,10 +82,10 @@ void ToeplitzInverse::apply(double* b)
     inverseReversed(dRe.get(), dIm.get(), r);
     forward(r, dRe.get(), dIm.get());
     for (int k = 0; k <= size / 2; ++k) {
-        const double lowR = lowRe[k] * cRe[k] - lowIm[k] * cIm[k], lowI = lowRe[k] * cIm[k] + lowIm[k] * cRe[k];
-        const double upR = upRe[k] * dRe[k] - upIm[k] * dIm[k], upI = upRe[k] * dIm[k] + upIm[k] * dRe[k];
-        cRe[k] = lowR - upR;
-        cIm[k] = lowI - upI;
+        const Bin low = product(lowRe.get(), lowIm.get(), cRe.get(), cIm.get(), k);
+        const Bin up = product(upRe.get(), upIm.get(), dRe.get(), dIm.get(), k);
+        cRe[k] = low.re - up.re;
+        cIm[k] = low.im - up.im;
     }
     fft->realInverse(cRe.get(), cIm.get(), work.get());
     for (int i = 0; i < n; ++i) b[i] = scale * work[i];
