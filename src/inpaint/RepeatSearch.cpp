@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "inpaint/BorderKernels.h"
+
 // A span of s samples covers at most s / hop + 3 blocks (its ends reach into one more
 // block each, and the hole's first block starts one early).
 RepeatSearch::RepeatSearch(int maxLength, int hop, int maxSpan)
@@ -10,9 +12,13 @@ RepeatSearch::RepeatSearch(int maxLength, int hop, int maxSpan)
       hop_(std::max(1, hop)),
       blocks(new double[maxLength / hop_ + 1]()),
       stretchBest(new int[(maxLength / hop_ + 1) / stretch + 1]()),
-      blockSearch(maxLength / hop_ + 1, 1, maxSpan / hop_ + 3)
+      blockSearch(maxLength / hop_ + 1, 1, maxSpan / hop_ + 3),
+      product(new double[2 * hop_ + 1]()),
+      energy(new double[2 * hop_ + 1]())
 {
 }
+
+using kernel_paths::Path;
 
 namespace {
 
@@ -109,46 +115,43 @@ RepeatSearch::Coarse RepeatSearch::coarseShifts(const float* const* channels, in
     return coarse;
 }
 
-namespace {
-
-// Sums over the hole's two borders, on every channel, of x(t) y(t + shift) and of
-// y(t + shift)^2.
-struct BorderSums {
-    double product = 0.0, energy = 0.0;
-};
-
-BorderSums borderSums(const float* const* channels, int channelCount, int hole, int length, int border, int shift)
+// The sums over the hole's borders of x(t) x(t + s) and x(t + s)^2 for every shift s
+// in [first, first + count), into product[] and energy[] from index `at`, eight
+// shifts a call where there are eight.
+void RepeatSearch::borderSumsOf(const float* const* channels, int channelCount, int hole, int length, int border,
+                                int first, int count, int at) const
 {
-    BorderSums sums;
-    for (int c = 0; c < channelCount; ++c) {
-        const float* x = channels[c];
-        for (int side = 0; side < 2; ++side) {
-            const int first = side == 0 ? hole - border : hole + length;
-            for (int t = first; t < first + border; ++t) {
-                const double y = x[t + shift];
-                sums.product += static_cast<double>(x[t]) * y;
-                sums.energy += y * y;
-            }
-        }
+    for (int i = 0; i < count; i += inpaint_kernels::borderShiftLanes) {
+        const int n = std::min(inpaint_kernels::borderShiftLanes, count - i);
+        inpaint_kernels::borderSums(path, channels, channelCount, hole, length, border, first + i, n,
+                                    product.get() + at + i, energy.get() + at + i);
     }
-    return sums;
 }
-
-}  // namespace
 
 // The best shift within a hop of `shift`, by the borders' exact correlation.
 RepeatSearch::Match RepeatSearch::refine(const float* const* channels, int channelCount, int from, int to, int hole,
                                          int length, int border, int shift, double templateEnergy) const
 {
+    // The shifts whose borders lie within [from, to): [low, high], less those that overlap the hole.
+    const int low = std::max(shift - hop_, from - (hole - border));
+    const int high = std::min(shift + hop_, to - (hole + border + length));
+    const int clear = length + border;  // |s| < clear overlaps the hole
+    for (int s = low; s <= high;) {
+        if (s > -clear && s < clear) {
+            s = clear;
+            continue;
+        }
+        const int runEnd = s < 0 ? std::min(high + 1, -clear + 1) : high + 1;
+        borderSumsOf(channels, channelCount, hole, length, border, s, runEnd - s, s - (shift - hop_));
+        s = runEnd;
+    }
     Match best;
-    for (int s = shift - hop_; s <= shift + hop_; ++s) {
-        const int first = hole - border + s;
-        if (first < from || first + 2 * border + length > to) continue;
-        if (s > -(length + border) && s < length + border) continue;  // overlaps the hole
-        const BorderSums sums = borderSums(channels, channelCount, hole, length, border, s);
-        if (!(sums.energy > 1e-12 * templateEnergy)) continue;
-        const double score = sums.product / std::sqrt(sums.energy * templateEnergy);
-        if (score > best.correlation) best = {hole + s, sums.product / sums.energy, score};
+    for (int s = low; s <= high; ++s) {
+        if (s > -clear && s < clear) continue;
+        const double p = product[s - (shift - hop_)], e = energy[s - (shift - hop_)];
+        if (!(e > 1e-12 * templateEnergy)) continue;
+        const double score = p / std::sqrt(e * templateEnergy);
+        if (score > best.correlation) best = {hole + s, p / e, score};
     }
     return best;
 }
@@ -159,7 +162,9 @@ RepeatSearch::Match RepeatSearch::find(const float* const* channels, int channel
     to = std::min(to, from + maxLength_);
     border = std::min({border, hole - from, to - hole - length});
     if (border <= 0 || channelCount <= 0) return {};
-    const double templateEnergy = borderSums(channels, channelCount, hole, length, border, 0).energy;
+    double templateEnergy = 0.0, unused = 0.0;
+    inpaint_kernels::borderSums(Path::plain, channels, channelCount, hole, length, border, 0, 1, &unused,
+                                &templateEnergy);
     if (!(templateEnergy > 0.0)) return {};
     const Coarse coarse = coarseShifts(channels, channelCount, from, to, hole, length, border);
     Match best;

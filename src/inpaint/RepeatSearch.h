@@ -15,6 +15,7 @@
 #include <memory>
 
 #include "inpaint/PatternSearch.h"
+#include "signal/KernelPath.h"
 
 class RepeatSearch {
 public:
@@ -50,4 +51,9 @@ private:
     static constexpr int stretch = 512;  // scores
     std::unique_ptr<int[]> stretchBest;  // each stretch's first highest score, or -1
     PatternSearch blockSearch;         // over the blocks
+    kernel_paths::Path path = kernel_paths::fastestPath();
+    // The border sums of each shift a refinement tries: 2 hop + 1.
+    std::unique_ptr<double[]> product, energy;
+    void borderSumsOf(const float* const* channels, int channelCount, int hole, int length, int border, int first,
+                      int count, int at) const;
 };

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "inpaint/BorderKernels.h"
 #include "inpaint/BurgKernels.h"
 #include "inpaint/ToeplitzKernels.h"
 #include "support/BitExact.h"
@@ -95,6 +96,44 @@ TEST(InpaintKernels, EveryPathSolvesLevinsonStepsWithTheSameBits)
                 }
             }
         }
+    }
+}
+
+// The repeat search's border sums, each shift summed on its own in one chain.
+TEST(InpaintKernels, EveryPathSumsEachShiftsBordersWithTheSameBits)
+{
+    std::vector<std::vector<float>> audio;
+    for (unsigned c = 0; c < 2; ++c) {
+        const auto noise = testsupport::gaussianNoise(600, 11 + c);
+        audio.emplace_back(noise.begin(), noise.end());
+    }
+    const float* channels[2] = {audio[0].data(), audio[1].data()};
+    for (Path path : allPaths) {
+        if (!pathSupported(path)) continue;
+        for (int channelCount : {1, 2})
+            for (int border : {1, 5, 37})
+                for (int firstShift : {-200, -9, 60, 151})
+                    for (int count : {1, 7, 8}) {
+                        const int hole = 250, length = 13;
+                        double product[8], energy[8];
+                        borderSums(path, channels, channelCount, hole, length, border, firstShift, count, product,
+                                   energy);
+                        for (int i = 0; i < count; ++i) {
+                            double p = 0.0, e = 0.0;
+                            for (int c = 0; c < channelCount; ++c)
+                                for (int t : {hole - border, hole + length})
+                                    for (int j = t; j < t + border; ++j) {
+                                        const double y = channels[c][j + firstShift + i];
+                                        p += static_cast<double>(channels[c][j]) * y;
+                                        e += y * y;
+                                    }
+                            const auto where = ::testing::Message() << pathName(path) << ", channels " << channelCount
+                                                                    << ", border " << border << ", shift "
+                                                                    << firstShift + i;
+                            EXPECT_TRUE(sameBits(product[i], p)) << where;
+                            EXPECT_TRUE(sameBits(energy[i], e)) << where;
+                        }
+                    }
     }
 }
 
