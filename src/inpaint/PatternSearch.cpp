@@ -5,36 +5,28 @@
 
 #include "inpaint/TransformSize.h"
 
-PatternSearch::PatternSearch(int maxLength, int maxChannels, int maxSpan)
+PatternSearch::PatternSearch(int maxLength, int maxChannels, int maxSpan, Precision precision)
     : size(transformSizeFor(maxLength)),
       largestBlock(std::min(size, transformSizeFor(std::max(2 * maxSpan, blockMinimum)))),
       maxChannels_(maxChannels),
-      spectraRe(new double[static_cast<std::size_t>(maxChannels) * (largestBlock / 2 + 1)]()),
-      spectraIm(new double[static_cast<std::size_t>(maxChannels) * (largestBlock / 2 + 1)]()),
-      accRe(new double[largestBlock / 2 + 1]()),
-      accIm(new double[largestBlock / 2 + 1]()),
-      re(new double[largestBlock / 2 + 1]()),
-      im(new double[largestBlock / 2 + 1]()),
-      block(new double[largestBlock]()),
       work(new double[size]()),
       energy(new double[maxLength + 1]())
 {
-    for (int n = std::min(blockMinimum, largestBlock); n <= largestBlock; n *= 2)
-        transforms.push_back(std::make_unique<standardLib::standard::CFft_std<double>>(n));
+    const int smallest = std::min(blockMinimum, largestBlock);
+    if (precision == Precision::ranking)
+        rankingBlocks = std::make_unique<BlockCorrelator<float>>(maxChannels, smallest, largestBlock);
+    else
+        exactBlocks = std::make_unique<BlockCorrelator<double>>(maxChannels, smallest, largestBlock);
 }
 
-// The transform for a template of `span` samples: at least twice the span, so that at
+// The block for a template of `span` samples: at least twice the span, so that at
 // least half of each block is new windows, and small enough to stay in cache (the
 // search of a 250 ms gap over 6 s took 13-27% longer in blocks of four spans).
-standardLib::standard::CFft_std<double>& PatternSearch::transformFor(int span, int& blockSize)
+int PatternSearch::blockSizeFor(int span) const
 {
-    blockSize = std::min(blockMinimum, largestBlock);
-    std::size_t index = 0;
-    while (blockSize < 2 * span && blockSize < largestBlock) {
-        blockSize *= 2;
-        ++index;
-    }
-    return *transforms[index];
+    int blockSize = std::min(blockMinimum, largestBlock);
+    while (blockSize < 2 * span && blockSize < largestBlock) blockSize *= 2;
+    return blockSize;
 }
 
 void PatternSearch::begin(const double* const* segments, int channelCount, int count)
@@ -58,41 +50,14 @@ double PatternSearch::windowEnergy(int u, int length, int border) const
 
 // work[u] = sum over channels and border samples j of t[j] x[u + j], the template t
 // being the hole's borders with zeros between them, for every window u that fits;
-// returns the template's energy. Each block of the segment gives the correlations of
-// the windows that start in its first blockSize - span + 1 samples.
+// returns the template's energy.
 double PatternSearch::correlationAt(int hole, int length, int border)
 {
-    const int span = 2 * border + length;
-    int blockSize = 0;
-    standardLib::standard::CFft_std<double>& fft = transformFor(span, blockSize);
-    const int bins = blockSize / 2 + 1;
-    for (int c = 0; c < channels; ++c) {
-        const double* x = segments_[c];
-        std::fill_n(block.get(), blockSize, 0.0);
-        std::copy_n(x + hole - border, border, block.get());
-        std::copy_n(x + hole + length, border, block.get() + border + length);
-        fft.realForward(block.get(), spectraRe.get() + c * bins, spectraIm.get() + c * bins);
-    }
-    const int windows = count_ - span + 1;
-    const int step = blockSize - span + 1;
-    for (int first = 0; first < windows; first += step) {
-        std::fill_n(accRe.get(), bins, 0.0);
-        std::fill_n(accIm.get(), bins, 0.0);
-        const int samples = std::min(blockSize, count_ - first);
-        for (int c = 0; c < channels; ++c) {
-            std::copy_n(segments_[c] + first, samples, block.get());
-            std::fill(block.get() + samples, block.get() + blockSize, 0.0);
-            fft.realForward(block.get(), re.get(), im.get());
-            const double* tr = spectraRe.get() + c * bins;
-            const double* ti = spectraIm.get() + c * bins;
-            for (int k = 0; k < bins; ++k) {
-                accRe[k] += re[k] * tr[k] + im[k] * ti[k];
-                accIm[k] += im[k] * tr[k] - re[k] * ti[k];
-            }
-        }
-        fft.realInverse(accRe.get(), accIm.get(), block.get());
-        std::copy_n(block.get(), std::min(step, windows - first), work.get() + first);
-    }
+    const int blockSize = blockSizeFor(2 * border + length);
+    if (rankingBlocks)
+        rankingBlocks->correlate(segments_, channels, count_, hole, length, border, blockSize, work.get());
+    else
+        exactBlocks->correlate(segments_, channels, count_, hole, length, border, blockSize, work.get());
     return windowEnergy(hole - border, length, border);
 }
 

@@ -11,17 +11,19 @@
 // maxChannels channels and templates (two borders and the hole) up to maxSpan samples;
 // nothing else does. A template longer than the largest block (twice maxSpan, or
 // blockMinimum) finds no match. The signal library's transform gives
-// the same bits on every instruction-set path. One thread at a time per object.
+// the same bits on every instruction-set path. A search whose scores only rank
+// candidates for a closer look may take its transforms in single precision
+// (Precision::ranking), at half their cost. One thread at a time per object.
 #pragma once
 
 #include <memory>
-#include <vector>
-
-#include "signal/CFft_std.h"
+#include "inpaint/BlockCorrelator.h"
 
 class PatternSearch {
 public:
-    PatternSearch(int maxLength, int maxChannels, int maxSpan);
+    enum class Precision { exact, ranking };
+
+    PatternSearch(int maxLength, int maxChannels, int maxSpan, Precision precision = Precision::exact);
     PatternSearch(int maxLength, int maxChannels) : PatternSearch(maxLength, maxChannels, maxLength) {}
 
     // Takes the segments, count samples each (count <= maxLength), and their running energy.
@@ -41,7 +43,7 @@ public:
     static constexpr int blockMinimum = 4096;
 
 private:
-    standardLib::standard::CFft_std<double>& transformFor(int span, int& blockSize);
+    int blockSizeFor(int span) const;
     double templateFor(int hole, int length, int& border);
     double correlationAt(int hole, int length, int border);
     double windowEnergy(int u, int length, int border) const;
@@ -53,12 +55,10 @@ private:
     int channels = 0;
     int count_ = 0;
     const double* const* segments_ = nullptr;
-    // Transforms of every power of two from blockMinimum (or less, for short segments)
-    // to largestBlock.
-    std::vector<std::unique_ptr<standardLib::standard::CFft_std<double>>> transforms;
-    std::unique_ptr<double[]> spectraRe, spectraIm;  // maxChannels x (largestBlock / 2 + 1): the template's
-    std::unique_ptr<double[]> accRe, accIm, re, im;  // largestBlock / 2 + 1
-    std::unique_ptr<double[]> block;                 // largestBlock: one block in, its correlations out
+    // Blocks from blockMinimum (or less, for short segments) to largestBlock, in the
+    // search's precision (the other one is null).
+    std::unique_ptr<BlockCorrelator<double>> exactBlocks;
+    std::unique_ptr<BlockCorrelator<float>> rankingBlocks;
     std::unique_ptr<double[]> work;                  // size: every window's correlation
     std::unique_ptr<double[]> energy;                // maxLength + 1 running sums of squares
 };

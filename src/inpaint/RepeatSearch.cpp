@@ -12,7 +12,7 @@ RepeatSearch::RepeatSearch(int maxLength, int hop, int maxSpan)
       hop_(std::max(1, hop)),
       blocks(new double[maxLength / hop_ + 1]()),
       stretchBest(new int[(maxLength / hop_ + 1) / stretch + 1]()),
-      blockSearch(maxLength / hop_ + 1, 1, maxSpan / hop_ + 3),
+      blockSearch(maxLength / hop_ + 1, 1, maxSpan / hop_ + 3, PatternSearch::Precision::ranking),
       product(new double[2 * hop_ + 1]()),
       energy(new double[2 * hop_ + 1]())
 {

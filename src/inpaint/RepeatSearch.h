@@ -8,8 +8,10 @@
 //
 // The constructor allocates for segments up to maxLength samples and a hole with its
 // borders up to maxSpan samples; find never allocates.
-// Double arithmetic in plain loops and the signal library's transform: the same bits
-// on every instruction-set path. One thread at a time per object.
+// Double arithmetic in plain loops and the signal library's transform, which the
+// coarse pass takes in single precision (its scores only pick the shifts to refine;
+// the table's fills came back the same): the same bits on every instruction-set path.
+// One thread at a time per object.
 #pragma once
 
 #include <memory>
