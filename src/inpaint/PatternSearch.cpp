@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "inpaint/ScoreKernels.h"
 #include "inpaint/TransformSize.h"
 
 PatternSearch::PatternSearch(int maxLength, int maxChannels, int maxSpan, Precision precision)
@@ -84,8 +85,15 @@ double* PatternSearch::scores(int hole, int length, int border, int& windows)
     windows = 0;
     const double templateEnergy = templateFor(hole, length, border);
     if (!(templateEnergy > 0.0)) return nullptr;
-    windows = count_ - (2 * border + length) + 1;
-    for (int u = 0; u < windows; ++u) work[u] = scoreAt(u, hole, length, border, templateEnergy);
+    const int span = 2 * border + length;
+    windows = count_ - span + 1;
+    // Windows that reach into the hole score 0; the others on the score kernels.
+    const int overlapFrom = std::clamp(hole - span + 1, 0, windows);
+    const int overlapTo = std::clamp(hole + length, overlapFrom, windows);
+    inpaint_kernels::normaliseScores(path, work.get(), energy.get(), 0, overlapFrom, length, border, templateEnergy);
+    std::fill(work.get() + overlapFrom, work.get() + overlapTo, 0.0);
+    inpaint_kernels::normaliseScores(path, work.get(), energy.get(), overlapTo, windows, length, border,
+                                     templateEnergy);
     return work.get();
 }
 

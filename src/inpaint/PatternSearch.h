@@ -18,6 +18,7 @@
 
 #include <memory>
 #include "inpaint/BlockCorrelator.h"
+#include "signal/KernelPath.h"
 
 class PatternSearch {
 public:
@@ -60,5 +61,6 @@ private:
     std::unique_ptr<BlockCorrelator<double>> exactBlocks;
     std::unique_ptr<BlockCorrelator<float>> rankingBlocks;
     std::unique_ptr<double[]> work;                  // size: every window's correlation
+    kernel_paths::Path path = kernel_paths::fastestPath();
     std::unique_ptr<double[]> energy;                // maxLength + 1 running sums of squares
 };

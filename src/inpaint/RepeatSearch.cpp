@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 
 #include "inpaint/BorderKernels.h"
+#include "inpaint/BoxSumKernels.h"
 
 // A span of s samples covers at most s / hop + 3 blocks (its ends reach into one more
 // block each, and the hole's first block starts one early).
@@ -41,31 +43,23 @@ int firstHighest(const double* score, int from, int to)
 }  // namespace
 
 // blocks[m] += the sum of x[m h .. m h + h) (the hole's samples as silence), in
-// ascending order from zero, for m < count. Runs of blocks clear of the hole are
-// summed groupwise, each block in its own sum: independent chains of additions.
+// ascending order from zero, for m < count: the blocks clear of the hole by the box
+// sum kernel, those that reach into it one at a time.
 void RepeatSearch::addHalfBlocks(const float* x, int from, int count, int hole, int length)
 {
-    constexpr int group = 8;
     const int h = hop_;
-    // Blocks [m, end) lie clear of the hole.
-    const auto clear = [&](int m, int end) { return from + end * h <= hole || from + m * h >= hole + length; };
-    int m = 0;
-    while (m < count) {
-        if (m + group <= count && clear(m, m + group)) {
-            double sums[group] = {};
-            for (int j = 0; j < h; ++j)
-                for (int i = 0; i < group; ++i) sums[i] += x[(m + i) * h + j];
-            for (int i = 0; i < group; ++i) blocks[m + i] += sums[i];
-            m += group;
-            continue;
-        }
+    const int before = std::clamp(floorDiv(hole - from, h), 0, count);            // wholly before the hole
+    const int after = std::clamp(ceilDiv(hole + length - from, h), before, count);  // the first wholly after it
+    inpaint_kernels::addBoxSums(path, x, before, h, blocks.get());
+    for (int m = before; m < after; ++m) {
         double sum = 0.0;
         const int first = from + m * h;
         for (int j = 0; j < h; ++j)
             sum += first + j >= hole && first + j < hole + length ? 0.0 : static_cast<double>(x[m * h + j]);
         blocks[m] += sum;
-        ++m;
     }
+    inpaint_kernels::addBoxSums(path, x + static_cast<std::ptrdiff_t>(after) * h, count - after, h,
+                                blocks.get() + after);
 }
 
 // The shifts of the best few matches of the borders' box sums, at least a quarter of

@@ -2,12 +2,15 @@
 // out here, bit for bit, over many lengths, orders and offsets.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "inpaint/BorderKernels.h"
+#include "inpaint/BoxSumKernels.h"
 #include "inpaint/BurgKernels.h"
+#include "inpaint/ScoreKernels.h"
 #include "inpaint/ToeplitzKernels.h"
 #include "support/BitExact.h"
 
@@ -134,6 +137,54 @@ TEST(InpaintKernels, EveryPathSumsEachShiftsBordersWithTheSameBits)
                             EXPECT_TRUE(sameBits(energy[i], e)) << where;
                         }
                     }
+    }
+}
+
+// The coarse search's box sums, each block summed on its own from zero.
+TEST(InpaintKernels, EveryPathSumsEachBoxWithTheSameBits)
+{
+    const auto noise = testsupport::gaussianNoise(19 * 23, 17);
+    const std::vector<float> x(noise.begin(), noise.end());
+    for (Path path : allPaths) {
+        if (!pathSupported(path)) continue;
+        for (int h : {1, 4, 6, 8, 9, 16, 19})
+            for (int count : {0, 1, 7, 8, 9, 23}) {
+                std::vector<double> blocks = testsupport::gaussianNoise(count + 1, 3), expected = blocks;
+                for (int m = 0; m < count; ++m) {
+                    double sum = 0.0;
+                    for (int j = 0; j < h; ++j) sum += x[m * h + j];
+                    expected[m] += sum;
+                }
+                addBoxSums(path, x.data(), count, h, blocks.data());
+                EXPECT_TRUE(sameBits(blocks, expected)) << pathName(path) << ", hop " << h << ", blocks " << count;
+            }
+    }
+}
+
+// The similarity search's normalised scores, silent windows (no energy) among them.
+TEST(InpaintKernels, EveryPathNormalisesScoresWithTheSameBits)
+{
+    const int count = 400;
+    const auto x = testsupport::gaussianNoise(count, 21);
+    std::vector<double> energy(count + 1, 0.0);
+    for (int i = 0; i < count; ++i) energy[i + 1] = energy[i] + (i >= 150 && i < 260 ? 0.0 : x[i] * x[i]);
+    const auto correlations = testsupport::gaussianNoise(count, 22);
+    for (Path path : allPaths) {
+        if (!pathSupported(path)) continue;
+        for (int border : {1, 9, 40})
+            for (int length : {0, 13})
+                for (int from : {0, 3}) {
+                    const int to = count - 2 * border - length - from;
+                    auto work = correlations, expected = correlations;
+                    for (int u = from; u < to; ++u) {
+                        const double e = (energy[u + border] - energy[u]) +
+                                         (energy[u + 2 * border + length] - energy[u + border + length]);
+                        expected[u] = e > 1e-12 * 7.5 ? expected[u] / std::sqrt(e * 7.5) : 0.0;
+                    }
+                    normaliseScores(path, work.data(), energy.data(), from, to, length, border, 7.5);
+                    EXPECT_TRUE(sameBits(work, expected))
+                        << pathName(path) << ", border " << border << ", length " << length << ", from " << from;
+                }
     }
 }
 
