@@ -35,11 +35,24 @@ void PatternSearch::begin(const double* const* segments, int channelCount, int c
     channels = std::min(channelCount, maxChannels_);
     count_ = count;
     segments_ = segments;
-    energy[0] = 0.0;
+    // The running sum stays in a register: read back from memory, each step would wait
+    // for the store before it as well as for the addition.
+    double running = 0.0;
+    energy[0] = running;
+    if (channels == 1) {
+        const double* x = segments[0];
+        for (int i = 0; i < count; ++i) {
+            const double sum = 0.0 + x[i] * x[i];
+            running = running + sum;
+            energy[i + 1] = running;
+        }
+        return;
+    }
     for (int i = 0; i < count; ++i) {
         double sum = 0.0;
         for (int c = 0; c < channels; ++c) sum += segments[c][i] * segments[c][i];
-        energy[i + 1] = energy[i] + sum;
+        running = running + sum;
+        energy[i + 1] = running;
     }
 }
 
