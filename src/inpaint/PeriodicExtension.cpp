@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "inpaint/CycleKernels.h"
+
 namespace {
 
 // One cycle of a channel, `period` samples from `start`, read at a phase in cycles
@@ -35,7 +37,10 @@ PeriodicExtension::PeriodicExtension(int minPeriod, int maxPeriod, int window, i
       maxPeriod_(maxPeriod),
       window_(window),
       correlations(new double[maxPeriod + 2]()),
-      resampled(new double[static_cast<std::size_t>(maxChannels) * (maxPeriod + 1)]())
+      resampled(new double[static_cast<std::size_t>(maxChannels) * 2 * (maxPeriod + 1)]()),
+      shiftScores(new double[maxPeriod + 1]()),
+      beforeRows(new const double*[maxChannels]()),
+      afterRows(new const double*[maxChannels]())
 {
 }
 
@@ -97,26 +102,28 @@ PeriodicExtension::Period PeriodicExtension::periodAt(const double* const* segme
 // resampled to the length of the one before, correlated at every circular shift.
 double PeriodicExtension::cycleOffset(const double* const* segments, int channelCount, const Cycles& at)
 {
-    for (int c = 0; c < channelCount; ++c)
-        for (int j = 0; j < at.before; ++j)
-            resampled[c * (maxPeriod_ + 1) + j] = cycleAt(segments[c], at.afterStart, at.after, double(j) / at.before);
+    const int period = at.before;
+    for (int c = 0; c < channelCount; ++c) {
+        double* after = resampled.get() + c * 2 * (maxPeriod_ + 1);
+        for (int j = 0; j < period; ++j) after[j] = cycleAt(segments[c], at.afterStart, at.after, double(j) / period);
+        std::copy_n(after, period, after + period);
+        beforeRows[c] = segments[c] + at.beforeStart;
+        afterRows[c] = after;
+    }
+    // Eight shifts a pass, each summed in its own chain.
+    for (int shift = 0; shift < period; shift += inpaint_kernels::cycleShiftLanes) {
+        const int count = std::min(inpaint_kernels::cycleShiftLanes, period - shift);
+        inpaint_kernels::circularCorrelations(path, beforeRows.get(), afterRows.get(), channelCount, period, shift,
+                                              count, shiftScores.get() + shift);
+    }
     int best = 0;
     double bestScore = 0.0;
-    for (int shift = 0; shift < at.before; ++shift) {
-        double score = 0.0;
-        for (int c = 0; c < channelCount; ++c) {
-            const double* before = segments[c] + at.beforeStart;
-            const double* after = resampled.get() + c * (maxPeriod_ + 1);
-            // after[(j - shift) mod the period], in two runs without the modulo.
-            for (int j = 0; j < shift; ++j) score += before[j] * after[j - shift + at.before];
-            for (int j = shift; j < at.before; ++j) score += before[j] * after[j - shift];
-        }
-        if (shift == 0 || score > bestScore) {
-            bestScore = score;
+    for (int shift = 0; shift < period; ++shift)
+        if (shift == 0 || shiftScores[shift] > bestScore) {
+            bestScore = shiftScores[shift];
             best = shift;
         }
-    }
-    return double(best) / at.before;
+    return double(best) / period;
 }
 
 double PeriodicExtension::fill(const double* const* segments, int channelCount, int hole, int length,

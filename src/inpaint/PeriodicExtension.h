@@ -14,6 +14,8 @@
 
 #include <memory>
 
+#include "signal/KernelPath.h"
+
 class PeriodicExtension {
 public:
     PeriodicExtension(int minPeriod, int maxPeriod, int window, int maxChannels);
@@ -44,5 +46,9 @@ private:
 
     int minPeriod_, maxPeriod_, window_;
     std::unique_ptr<double[]> correlations;  // by lag, maxPeriod + 2
-    std::unique_ptr<double[]> resampled;     // maxChannels x (maxPeriod + 1): the cycle after the hole
+    // maxChannels x 2 (maxPeriod + 1): the cycle after the hole, twice over
+    std::unique_ptr<double[]> resampled;
+    std::unique_ptr<double[]> shiftScores;           // maxPeriod + 1: by circular shift
+    std::unique_ptr<const double*[]> beforeRows, afterRows;  // maxChannels
+    kernel_paths::Path path = kernel_paths::fastestPath();
 };

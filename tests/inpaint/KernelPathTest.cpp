@@ -2,6 +2,7 @@
 // out here, bit for bit, over many lengths, orders and offsets.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <string>
@@ -10,6 +11,7 @@
 #include "inpaint/BorderKernels.h"
 #include "inpaint/BoxSumKernels.h"
 #include "inpaint/BurgKernels.h"
+#include "inpaint/CycleKernels.h"
 #include "inpaint/ScoreKernels.h"
 #include "inpaint/ToeplitzKernels.h"
 #include "support/BitExact.h"
@@ -185,6 +187,40 @@ TEST(InpaintKernels, EveryPathNormalisesScoresWithTheSameBits)
                     EXPECT_TRUE(sameBits(work, expected))
                         << pathName(path) << ", border " << border << ", length " << length << ", from " << from;
                 }
+    }
+}
+
+// The periodic candidate's circular correlations, each shift summed in one chain.
+TEST(InpaintKernels, EveryPathCorrelatesEachCircularShiftWithTheSameBits)
+{
+    for (Path path : allPaths) {
+        if (!pathSupported(path)) continue;
+        for (int period : {8, 9, 57, 120})
+            for (int channelCount : {1, 2}) {
+                std::vector<std::vector<double>> before, after;
+                const double* beforeRows[2];
+                const double* afterRows[2];
+                for (int c = 0; c < channelCount; ++c) {
+                    before.push_back(testsupport::gaussianNoise(period, 30 + c));
+                    after.push_back(testsupport::gaussianNoise(period, 40 + c));
+                    after[c].insert(after[c].end(), after[c].begin(), after[c].end());
+                    beforeRows[c] = before[c].data();
+                    afterRows[c] = after[c].data();
+                }
+                for (int first = 0; first < period; first += cycleShiftLanes) {
+                    const int count = std::min(cycleShiftLanes, period - first);
+                    double out[cycleShiftLanes];
+                    circularCorrelations(path, beforeRows, afterRows, channelCount, period, first, count, out);
+                    for (int i = 0; i < count; ++i) {
+                        double expected = 0.0;
+                        for (int c = 0; c < channelCount; ++c)
+                            for (int j = 0; j < period; ++j)
+                                expected += before[c][j] * after[c][(j - first - i + period) % period];
+                        EXPECT_TRUE(sameBits(out[i], expected))
+                            << pathName(path) << ", period " << period << ", shift " << first + i;
+                    }
+                }
+            }
     }
 }
 

@@ -1,0 +1,53 @@
+#include "inpaint/CycleKernels.h"
+
+#include "signal/VectorLanes.h"
+
+namespace inpaint_kernels {
+
+using namespace kernel_paths;
+namespace {
+
+void plainCorrelations(const double* const* before, const double* const* after, int channelCount, int period,
+                       int firstShift, int count, double* out)
+{
+    for (int i = 0; i < count; ++i) {
+        const int shift = firstShift + i;
+        double score = 0.0;
+        for (int c = 0; c < channelCount; ++c)
+            for (int j = 0; j < period; ++j) score += before[c][j] * after[c][j - shift + period];
+        out[i] = score;
+    }
+}
+
+#if defined(__x86_64__)
+// Lane i reads after[j - (firstShift + i) + period]: eight neighbours, in reverse.
+__attribute__((target("avx512f"))) void avx512Correlations(const double* const* before, const double* const* after,
+                                                           int channelCount, int period, int firstShift, double* out)
+{
+    Oct score = {};
+    for (int c = 0; c < channelCount; ++c) {
+        const double* a = after[c] + period - firstShift - (cycleShiftLanes - 1);
+        for (int j = 0; j < period; ++j) {
+            Oct b, y;
+            broadcast(b, before[c][j]);
+            loadReversed(y, a + j);
+            score = score + b * y;
+        }
+    }
+    store(out, score);
+}
+#endif
+
+}  // namespace
+
+void circularCorrelations(Path path, const double* const* before, const double* const* after, int channelCount,
+                          int period, int firstShift, int count, double* out)
+{
+#if defined(__x86_64__)
+    if (path == Path::avx512 && count == cycleShiftLanes)
+        return avx512Correlations(before, after, channelCount, period, firstShift, out);
+#endif
+    plainCorrelations(before, after, channelCount, period, firstShift, count, out);
+}
+
+}  // namespace inpaint_kernels
