@@ -50,17 +50,8 @@ PeriodicExtension::PeriodicExtension(int minPeriod, int maxPeriod, int window, i
 void PeriodicExtension::correlationsAt(const double* const* segments, int channelCount, int first, double near,
                                        int lag, int direction, double* out) const
 {
-    double cross[lanes] = {}, far[lanes] = {};
-    for (int c = 0; c < channelCount; ++c) {
-        const double* a = segments[c] + first;
-        const double* b[lanes];
-        for (int i = 0; i < lanes; ++i) b[i] = a + direction * (lag + i);
-        for (int j = 0; j < window_; ++j)
-            for (int i = 0; i < lanes; ++i) {
-                cross[i] += a[j] * b[i][j];
-                far[i] += b[i][j] * b[i][j];
-            }
-    }
+    double cross[lanes], far[lanes];
+    inpaint_kernels::lagCorrelations(path, segments, channelCount, first, window_, lag, direction, cross, far);
     for (int i = 0; i < lanes; ++i) {
         const double energy = near * far[i];
         out[i] = energy > 0.0 ? cross[i] / std::sqrt(energy) : 0.0;

@@ -14,6 +14,7 @@
 
 #include <memory>
 
+#include "inpaint/CycleKernels.h"
 #include "signal/KernelPath.h"
 
 class PeriodicExtension {
@@ -34,7 +35,7 @@ private:
     // direction -1: the stretch before `edge`, compared with one a lag earlier;
     // +1: the stretch from `edge` on, compared with one a lag later.
     Period periodAt(const double* const* segments, int channelCount, int edge, int direction);
-    static constexpr int lanes = 4;  // lags a pass
+    static constexpr int lanes = inpaint_kernels::lagLanes;  // lags a pass
     void correlationsAt(const double* const* segments, int channelCount, int first, double near, int lag,
                         int direction, double* out) const;
 

@@ -224,4 +224,37 @@ TEST(InpaintKernels, EveryPathCorrelatesEachCircularShiftWithTheSameBits)
     }
 }
 
+// The periodic candidate's lag correlations, each lag's two sums in their own chains.
+TEST(InpaintKernels, EveryPathCorrelatesEachLagWithTheSameBits)
+{
+    const int count = 300;
+    const std::vector<std::vector<double>> audio = {testsupport::gaussianNoise(count, 50),
+                                                    testsupport::gaussianNoise(count, 51)};
+    const double* x[2] = {audio[0].data(), audio[1].data()};
+    for (Path path : allPaths) {
+        if (!pathSupported(path)) continue;
+        for (int channelCount : {1, 2})
+            for (int direction : {1, -1})
+                for (int window : {1, 7, 40})
+                    for (int lag : {0, 3, 50}) {
+                        const int first = direction > 0 ? 10 : count - window - 10;
+                        double cross[lagLanes], far[lagLanes];
+                        lagCorrelations(path, x, channelCount, first, window, lag, direction, cross, far);
+                        for (int i = 0; i < lagLanes; ++i) {
+                            double product = 0.0, energy = 0.0;
+                            for (int c = 0; c < channelCount; ++c)
+                                for (int j = 0; j < window; ++j) {
+                                    const double b = x[c][first + j + direction * (lag + i)];
+                                    product += x[c][first + j] * b;
+                                    energy += b * b;
+                                }
+                            const auto where = ::testing::Message() << pathName(path) << ", direction " << direction
+                                                                    << ", window " << window << ", lag " << lag + i;
+                            EXPECT_TRUE(sameBits(cross[i], product)) << where;
+                            EXPECT_TRUE(sameBits(far[i], energy)) << where;
+                        }
+                    }
+    }
+}
+
 }  // namespace
