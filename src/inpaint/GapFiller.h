@@ -39,7 +39,8 @@
 // pulls it towards silence; longer gaps take the audio past the end as silence.
 // The constructor allocates for gaps up to maxGap samples and up to maxChannels
 // channels; fill never allocates. Double arithmetic in plain loops
-// and the signal library's FFT: the same bits on every platform and path for the same
+// and the signal library's FFT (the repeat search ranks its coarse matches in single
+// precision): the same bits on every platform and path for the same
 // maxGap (which sets the transform size). One thread at a time per object.
 #pragma once
 

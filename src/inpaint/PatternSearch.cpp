@@ -39,15 +39,6 @@ void PatternSearch::begin(const double* const* segments, int channelCount, int c
     // for the store before it as well as for the addition.
     double running = 0.0;
     energy[0] = running;
-    if (channels == 1) {
-        const double* x = segments[0];
-        for (int i = 0; i < count; ++i) {
-            const double sum = 0.0 + x[i] * x[i];
-            running = running + sum;
-            energy[i + 1] = running;
-        }
-        return;
-    }
     for (int i = 0; i < count; ++i) {
         double sum = 0.0;
         for (int c = 0; c < channels; ++c) sum += segments[c][i] * segments[c][i];

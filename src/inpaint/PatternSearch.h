@@ -17,6 +17,7 @@
 #pragma once
 
 #include <memory>
+
 #include "inpaint/BlockCorrelator.h"
 #include "signal/KernelPath.h"
 
